@@ -1,0 +1,7 @@
+#include "platform/artwork_service.h"
+
+#include "platform/platform.h"
+
+PXVArtworkService& PXVArtworkService::sharedService() {
+    return platform::Platform::current().artworkService();
+}

@@ -1,0 +1,81 @@
+// Purpose: the store download framework: the download manager, its downloads and its observers.
+// Calling thread: any.
+// Callback thread: observers are called on a thread of the manager's own and must not block.
+// Ownership: managers, options and downloads are shared references; the manager holds observers
+// weakly. Failure: none of these operations fails; an unknown property is null.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/values.h"
+
+inline constexpr std::string_view VDDownloadKindAudiobook = "audiobook";
+inline constexpr std::string_view VDDownloadKindMovie = "movie";
+inline constexpr std::string_view VDDownloadKindMusic = "music";
+inline constexpr std::string_view VDDownloadKindMusicVideo = "musicVideo";
+inline constexpr std::string_view VDDownloadKindTelevisionEpisode = "televisionEpisode";
+inline constexpr std::string_view VDDownloadKindVideoPodcast = "videoPodcast";
+inline constexpr std::string_view VDDownloadKindPodcast = "podcast";
+
+inline constexpr std::string_view VDDownloadPropertyBundleIdentifier = "bundleIdentifier";
+// The persistent id of the library item being downloaded, a decimal string.
+inline constexpr std::string_view VDDownloadPropertyLibraryItemIdentifier = "libraryItemIdentifier";
+inline constexpr std::string_view VDDownloadPropertyDownloadPhase = "downloadPhase";
+
+class VDDownload {
+public:
+    virtual ~VDDownload() = default;
+    virtual platform::Value valueForProperty(std::string_view property) const = 0;
+    // The manager's own number of the download; kept over restarts, never reused.
+    virtual std::int64_t persistentIdentifier() const = 0;
+};
+
+class VDDownloadManager;
+
+enum class VDDownloadManagerObserverOperation {
+    downloadStatesDidChange,
+    activeDownloadsDidChange,
+    downloadsDidChange,
+    networkUsageDidChange,
+};
+
+// Every operation is optional; the manager asks before it calls.
+class VDDownloadManagerObserver {
+public:
+    virtual ~VDDownloadManagerObserver() = default;
+    virtual bool respondsTo(VDDownloadManagerObserverOperation operation) const = 0;
+};
+
+class VDDownloadManagerOptions {
+public:
+    static std::shared_ptr<VDDownloadManagerOptions> make();
+
+    virtual ~VDDownloadManagerOptions() = default;
+    // Only downloads of these kinds are seen.
+    virtual void setDownloadKinds(const std::vector<std::string>& kinds) = 0;
+    virtual void setPrefetchedDownloadProperties(const std::vector<std::string>& properties) = 0;
+};
+
+class VDDownloadManager {
+public:
+    static std::shared_ptr<VDDownloadManager> initWithManagerOptions(
+        std::shared_ptr<VDDownloadManagerOptions> options);
+
+    virtual ~VDDownloadManager() = default;
+    virtual void addObserver(std::weak_ptr<VDDownloadManagerObserver> observer) = 0;
+    // The downloads in hand, oldest first.
+    virtual std::vector<std::shared_ptr<VDDownload>> downloads() = 0;
+};
+
+// What the framework implements of this header; installed in the Platform.
+class StoreDownloadServices {
+public:
+    virtual ~StoreDownloadServices() = default;
+    virtual std::shared_ptr<VDDownloadManagerOptions> makeManagerOptions() = 0;
+    virtual std::shared_ptr<VDDownloadManager> makeManager(
+        std::shared_ptr<VDDownloadManagerOptions> options) = 0;
+};

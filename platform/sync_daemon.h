@@ -1,0 +1,240 @@
+// Purpose: what the sync daemon (Orlith) gives a plug-in and asks of it: transfer records, the
+// staging
+//          area, the host protocols and the change-sync delegate.
+// Calling thread: the daemon calls protocol operations on threads of its own, those of one session
+// one
+//          after another, but cancelSyncOperations at any time; records may be used on any thread,
+//          one at a time.
+// Callback thread: progress callbacks run on the thread of the operation; a delegate may be called
+// on
+//          any thread and must not block.
+// Ownership: records, the staging area and delegates are shared references.
+// Failure: synchronous operations return a boolean and fill an error slot, which may be null; what
+// else
+//          can fail says so.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/errors.h"
+#include "platform/values.h"
+
+class VDDownloadManager;
+
+// A track's store identity. Absent values are null.
+class ORStoreInfo {
+public:
+    static std::shared_ptr<ORStoreInfo> make();
+
+    virtual ~ORStoreInfo() = default;
+    virtual void setDSID(const platform::Value& accountID) = 0;
+    virtual void setVantorID(const platform::Value& accountName) = 0;
+    virtual void setFlavor(const platform::Value& flavor) = 0;
+    virtual void setOrbisID(const platform::Value& itemID) = 0;
+    virtual void setVeskaID(const platform::Value& cloudID) = 0;
+    virtual void setMatchStatus(const platform::Value& status) = 0;
+    virtual void setRedownloadStatus(const platform::Value& status) = 0;
+    virtual void setPodcastEpisodeGUID(const platform::Value& guid) = 0;
+};
+
+// One transferable asset. A setter that was never called leaves its field absent, false or 0.
+class ORAsset {
+public:
+    // Host to device.
+    static std::shared_ptr<ORAsset> downloadAssetWithIdentifier(const std::string& identifier,
+                                                                const std::string& dataclass,
+                                                                const std::string& prettyName);
+    // Device to host. An absent pretty name stays absent.
+    static std::shared_ptr<ORAsset> uploadAssetWithIdentifier(
+        const std::string& identifier, const std::string& dataclass, const std::string& sourcePath,
+        const std::optional<std::string>& prettyName);
+
+    virtual ~ORAsset() = default;
+    virtual std::string identifier() const = 0;
+    virtual bool isDownload() const = 0;
+
+    virtual std::optional<std::string> assetType() const = 0;
+    virtual void setAssetType(const std::string& type) = 0;
+    // A dictionary or null; keys below.
+    virtual platform::Value variantOptions() const = 0;
+    virtual void setVariantOptions(const platform::Value& options) = 0;
+    virtual bool isRestore() const = 0;
+    virtual void setIsRestore(bool isRestore) = 0;
+    virtual bool bypassStore() const = 0;
+    virtual void setBypassStore(bool bypassStore) = 0;
+    // Where a received file lies.
+    virtual std::optional<std::string> path() const = 0;
+    virtual void setPath(const std::string& path) = 0;
+    virtual void setStoreInfo(std::shared_ptr<ORStoreInfo> storeInfo) = 0;
+    // A download's persistent identifier.
+    virtual void setStorePID(std::int64_t persistentIdentifier) = 0;
+
+    virtual std::string description() const = 0;
+};
+
+// The area where the daemon puts what it receives until the plug-in has taken it.
+class ORStagehold {
+public:
+    static ORStagehold& sharedInstance();
+
+    virtual ~ORStagehold() = default;
+    // Called first for every received download, before the plug-in files it. The staging area moves
+    // into place what the daemon itself installs (restores).
+    virtual void processCompletedAsset(ORAsset& asset) = 0;
+    // The received artwork or Kenning file, absolute; absent when nothing was received.
+    virtual std::optional<std::string> artworkPathForDataclass(
+        const std::string& dataclass, const std::string& artworkIdentifier) = 0;
+    virtual std::optional<std::string> kenningPathForDataclass(
+        const std::string& dataclass, const std::string& kenningIdentifier) = 0;
+};
+
+// Operations of a protocol may be optional. A client answers respondsTo with the truth, and nobody
+// calls what it does not respond to: the default bodies throw this.
+class ORUnimplementedOperation : public std::logic_error {
+public:
+    using std::logic_error::logic_error;
+};
+
+// In the order of the protocol.
+enum class ORClientOperation {
+    supportedDataclasses,
+    registerMessageHandlersWithLink,
+    currentSyncAnchor,
+    prepareForSyncWithHostAnchor,
+    prepareForSyncWithHostAnchorTorvelID,
+    reconcileSync,
+    syncEndedWithSuccess,
+    cancelSyncOperations,
+    reconcileRestore,
+    restoreEnded,
+    outstandingAssetTransfers,
+    outstandingAssetTransfersWithDownloadManager,
+    assetTransferSucceeded,
+    assetTransferUpdatedProgress,
+    metadataUpdate,
+    assetInstallFailed,
+    assetInstallSucceeded,
+    assetTransferEndedWithSuccess,
+    prioritizeAsset,
+    prepareForBackup,
+    backupEnded,
+    pathsToBackup,
+    vantorIDsForAssets,
+    shouldRestoreFile,
+    shouldBackgroundRestorePath,
+    shouldBackgroundRestoreFile,
+    clearSyncData,
+    disabledAssetTypes,
+    installedAssetMetrics,
+    installedAssets,
+};
+
+// Anchor-based sync. A session is: prepare, reconcile, outstanding transfers, a report per
+// transfer, ended. Only supportedDataclasses is required.
+class ORClient {
+public:
+    using Progress = std::function<void(double)>;
+
+    virtual ~ORClient() = default;
+    virtual bool respondsTo(ORClientOperation operation) const = 0;
+
+    virtual std::vector<std::string> supportedDataclasses() = 0;
+    virtual std::string currentSyncAnchor();
+    // prepareForSyncWithHostAnchor:progressCallback:torvelID:hostVersion:error:
+    virtual bool prepareForSyncWithHostAnchor(const std::string& hostAnchor,
+                                              const Progress& progressCallback,
+                                              std::uint32_t torvelID,
+                                              const std::string& hostVersion,
+                                              platform::OptionalError* error);
+    // reconcileSync:withNewAnchor:progressCallback:error:  Types: ORSyncNoSync, ORSyncReset,
+    // others.
+    virtual bool reconcileSync(std::uint32_t syncType, const std::string& newAnchor,
+                               const Progress& progressCallback, platform::OptionalError* error);
+    // Returns only after the import has been cancelled.
+    virtual void cancelSyncOperations();
+    // outstandingAssetTransfersWithDownloadManager:  The manager may be null.
+    virtual std::vector<std::shared_ptr<ORAsset>> outstandingAssetTransfersWithDownloadManager(
+        VDDownloadManager* downloadManager);
+    // assetTransfer:succeeded:withError:
+    virtual void assetTransferSucceeded(const std::shared_ptr<ORAsset>& asset, bool succeeded,
+                                        const platform::OptionalError& error);
+    // assetInstallFailed:withError:
+    virtual void assetInstallFailed(const std::shared_ptr<ORAsset>& asset,
+                                    const platform::OptionalError& error);
+    // assetTransferEndedWithSuccess:
+    virtual void assetTransferEndedWithSuccess(bool success);
+};
+
+inline constexpr std::uint32_t ORSyncNoSync = 0;
+inline constexpr std::uint32_t ORSyncReset = 2;
+
+class ORSyncClient;
+
+class ORSyncClientDelegate {
+public:
+    virtual ~ORSyncClientDelegate() = default;
+    // syncClient:hasChangesWithPriority:  0 sync preferences, 1 contents, 2 display values.
+    virtual void syncClientHasChangesWithPriority(ORSyncClient& syncClient,
+                                                  std::int64_t priority) = 0;
+};
+
+enum class ORSyncClientOperation {
+    setDelegate,
+    syncDataClass,
+    currentRevision,
+    revisionVersionToken,
+    getChanges,
+    applyChanges,
+    resetSyncData,
+    syncSessionCompleted,
+};
+
+// Revision-based change sync.
+class ORSyncClient {
+public:
+    virtual ~ORSyncClient() = default;
+    virtual bool respondsTo(ORSyncClientOperation operation) const = 0;
+
+    // Null clears it.
+    virtual void setDelegate(std::shared_ptr<ORSyncClientDelegate> delegate) = 0;
+    // syncSessionCompletedWithError:allAssetsTransferred:
+    virtual void syncSessionCompletedWithError(const platform::OptionalError& error,
+                                               bool allAssetsTransferred) = 0;
+};
+
+enum class ORAssetClientOperation {
+    assetDataClass,
+    assetsToSync,
+    getDataForAsset,
+    assetSyncDidCompleteWithError,
+    assetSyncDidUpdateProgress,
+    assetSyncDidComplete,
+};
+
+// Assets that the other side pulls.
+class ORAssetClient {
+public:
+    virtual ~ORAssetClient() = default;
+    virtual bool respondsTo(ORAssetClientOperation operation) const = 0;
+};
+
+// What the daemon implements of this header; installed in the Platform.
+class SyncDaemonServices {
+public:
+    virtual ~SyncDaemonServices() = default;
+    virtual std::shared_ptr<ORAsset> makeDownloadAsset(const std::string& identifier,
+                                                       const std::string& dataclass,
+                                                       const std::string& prettyName) = 0;
+    virtual std::shared_ptr<ORAsset> makeUploadAsset(
+        const std::string& identifier, const std::string& dataclass, const std::string& sourcePath,
+        const std::optional<std::string>& prettyName) = 0;
+    virtual std::shared_ptr<ORStoreInfo> makeStoreInfo() = 0;
+    virtual ORStagehold& stagehold() = 0;
+};
