@@ -22,7 +22,7 @@ ff() {
 
 # cover FILE COLOUR COLOUR: a square picture.
 cover() {
-    ff -f lavfi -i "gradients=s=300x300:n=2:c0=$2:c1=$3:x0=0:y0=0:x1=300:y1=300" \
+    ff -f lavfi -i "gradients=s=300x300:n=2:c0=$2:c1=$3:x0=0:y0=0:x1=299:y1=299" \
         -frames:v 1 -q:v 5 -bitexact "$1"
 }
 
