@@ -1,0 +1,45 @@
+// Purpose: the records that describe the folder's tracks and playlists to a device, and the
+// fingerprints by which a later run sees that one would say something else.
+// Thread: any; functions of their arguments.
+// Failure: none.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "host/scan/content_hash.h"
+#include "host/state/folder_state.h"
+
+namespace qorx {
+class Playlist;
+class Track;
+}  // namespace qorx
+
+namespace host {
+
+// What was made of a track beyond its file's own description.
+struct TrackMaterial {
+    std::string artworkToken;  // empty: none
+    std::string chapterData;   // flattened table of contents; empty: none
+    std::optional<std::int64_t> kenningChecksum;
+};
+
+struct TrackFingerprints {
+    ContentHash metadata;  // what the folder says of the track
+    ContentHash extras;    // recommendation checksum and owner's data
+};
+
+void fillTrackRecord(const KnownFile& file, const TrackMaterial& material, qorx::Track& record);
+TrackFingerprints trackFingerprints(const KnownFile& file, const TrackMaterial& material);
+
+void fillPlaylistRecord(const KnownPlaylist& playlist, const FolderState& state,
+                        qorx::Playlist& record);
+ContentHash playlistFingerprint(const KnownPlaylist& playlist);
+
+// 16 bytes, the high half first, each most significant byte first; and back (absent for any other
+// length).
+std::string bytesOfContentHash(const ContentHash& hash);
+std::optional<ContentHash> contentHashOfBytes(std::string_view bytes);
+
+}  // namespace host
