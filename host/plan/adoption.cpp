@@ -138,11 +138,7 @@ private:
         file.contentHash = track.contentHash;
         file.knownFromDeviceOnly = true;
         file.changed = true;
-        const bool pathTaken = _state.byPath.contains(file.media.stamp.path);
-        const std::size_t holder = pathTaken ? _state.byPath[file.media.stamp.path] : 0;
         KnownFile& added = _state.add(std::move(file));
-        if (pathTaken)
-            _state.byPath[added.media.stamp.path] = holder;
         record(added, track);
     }
 

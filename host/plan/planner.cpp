@@ -82,17 +82,20 @@ private:
         const bool newContents =
             sent->content && file.contentHash && *sent->content != *file.contentHash;
         const bool newMetadata = !sent->assumedCurrent && sent->metadata != now.metadata;
-        const bool newExtras = !sent->assumedCurrent && sent->extras != now.extras;
+        const bool newRecommendation =
+            !sent->assumedCurrent && sent->recommendation != now.recommendation;
+        const bool newOwnerData = sent->owner != now.owner;
         if (newContents || newMetadata)
-            step(Action::Update, file.media.stamp.path,
-                 newContents || !sent->delivered ? size : 0);
+            step(Action::Update, file.media.stamp.path, newContents || !sent->delivered ? size : 0);
         else if (!sent->delivered)
             step(Action::Add, file.media.stamp.path, size);
         else
             ++_plan.unchanged;
-        if (newExtras && !newMetadata && !newContents)
+        if (newRecommendation && !newMetadata && !newContents)
             ++_plan.recommendationUpdates;
-        if (_plan.everything || newContents || newMetadata || newExtras)
+        // A device may have given up a track whose file failed, so such a one is named again.
+        if (_plan.everything || newContents || newMetadata || newRecommendation || newOwnerData ||
+            !sent->delivered)
             _plan.tracks.push_back({place, now});
     }
 
@@ -168,10 +171,8 @@ private:
         const std::size_t removals = _plan.removedTracks.size() + _plan.removedPlaylists.size();
         if (removals == 0)
             return;
-        const bool folderIsEmpty =
-            std::ranges::none_of(_state.files, [](const KnownFile& file) {
-                return file.presence == Presence::Present;
-            });
+        const bool folderIsEmpty = std::ranges::none_of(
+            _state.files, [](const KnownFile& file) { return file.presence == Presence::Present; });
         if (folderIsEmpty)
             return refuse(PlanRefusal::Reason::DeleteGuard,
                           "the folder holds no media file, so nothing is removed from the device; "
@@ -206,11 +207,12 @@ private:
 
     void guardSpace() {
         const std::uint64_t available = _input.device.freeBytes + _plan.bytesFreed;
-        if (_plan.bytesToSend > 0 && _plan.bytesToSend + FreeSpaceReserve > available)
+        const std::uint64_t reserve = std::min(FreeSpaceReserve, available / 16);
+        if (_plan.bytesToSend > 0 && _plan.bytesToSend + reserve > available)
             refuse(PlanRefusal::Reason::NoSpace,
                    fmt::format("the device has too little space: {} bytes are to be sent and {} "
                                "kept in reserve, {} are free",
-                               _plan.bytesToSend, FreeSpaceReserve, available));
+                               _plan.bytesToSend, reserve, available));
     }
 
     const PlanInput& _input;
@@ -240,7 +242,8 @@ void applyImportedPlan(const Plan& plan, const FolderState& state, DeviceState& 
         if (file.contentHash)
             sent.content = file.contentHash;
         sent.metadata = planned.fingerprints.metadata;
-        sent.extras = planned.fingerprints.extras;
+        sent.recommendation = planned.fingerprints.recommendation;
+        sent.owner = planned.fingerprints.owner;
         sent.assumedCurrent = false;
     }
     for (const std::size_t place : plan.removedTracks)

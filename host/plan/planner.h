@@ -15,13 +15,14 @@
 
 namespace host {
 
-// Kept free on the device beyond what the plan needs, for its database and temporary files.
+// Kept free on the device beyond what the plan needs, for its database and temporary files; on a
+// small device a sixteenth of what is free.
 inline constexpr std::uint64_t FreeSpaceReserve = 64u << 20;
 // Without a limit of the user's own: from this many tracks on, at most half of them are removed.
 inline constexpr std::size_t GuardedTrackCount = 10;
 
 struct PlanOptions {
-    bool remove = false;                      // take off the device what the folder holds no more
+    bool remove = false;  // take off the device what the folder holds no more
     std::optional<std::size_t> maximumRemovals;  // the user's own limit
     bool reset = false;
     bool sendRemoved = false;  // also what owners removed on their devices
@@ -80,9 +81,9 @@ struct Plan {
     std::vector<std::size_t> removedPlaylists;  // places in state.playlists
     std::uint64_t bytesToSend = 0;
     std::uint64_t bytesFreed = 0;
-    std::size_t unchanged = 0;          // tracks that the device has as they are
+    std::size_t unchanged = 0;              // tracks that the device has as they are
     std::size_t recommendationUpdates = 0;  // tracks of which only recommendation data changed
-    std::vector<std::size_t> withheld;  // places of files that an owner removed on a device
+    std::vector<std::size_t> withheld;      // places of files that an owner removed on a device
     std::size_t keptThoughMissing = 0;  // on the device, in the folder no more, not asked to remove
     std::optional<PlanRefusal> refusal;
 

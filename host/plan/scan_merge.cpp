@@ -15,20 +15,21 @@ bool isBelow(std::string_view path, std::string_view folderWithSlash) {
 
 class Merge {
 public:
-    Merge(ScanResult& scan, FolderState& state, IdentitySource& ids, const ScanMergeInput& input)
+    Merge(const ScanResult& scan, FolderState& state, IdentitySource& ids,
+          const ScanMergeInput& input)
         : _scan(scan), _state(state), _ids(ids), _input(input) {}
 
     ScanMergeResult run() {
         for (KnownFile& file : _state.files)
             file.presence = Presence::Missing;
-        std::vector<MediaFile*> strangers;
-        for (MediaFile& file : _scan.files)
+        std::vector<const MediaFile*> strangers;
+        for (const MediaFile& file : _scan.files)
             if (!isOwnUpload(file.stamp.path) && !takeKnown(file))
                 strangers.push_back(&file);
         hideWhatCannotBeSeen();
         if (!strangers.empty()) {
             indexMissing();
-            for (MediaFile* file : strangers)
+            for (const MediaFile* file : strangers)
                 takeStranger(*file);
         }
         for (const KnownFile& file : _state.files)
@@ -49,7 +50,7 @@ private:
                path[UploadFolderName.size()] == '/';
     }
 
-    bool takeKnown(MediaFile& found) {
+    bool takeKnown(const MediaFile& found) {
         KnownFile* known = _state.fileAt(found.stamp.path);
         if (known == nullptr)
             return false;
@@ -61,9 +62,9 @@ private:
     }
 
     // The file at the identity's path, or the identity's file at a path that it has just taken.
-    void update(KnownFile& known, MediaFile& found) {
+    void update(KnownFile& known, const MediaFile& found) {
         known.presence = Presence::Present;
-        found.contentHash.reset();
+        known.knownFromDeviceOnly = false;
         if (known.media == found)
             return;
         const FileStamp& before = known.media.stamp;
@@ -72,7 +73,7 @@ private:
         if (!sameBytes && known.contentHash)
             known.contentHash = _input.hashFile(found.stamp);
         ++_result.changed;
-        known.media = std::move(found);
+        known.media = found;
         known.changed = true;
     }
 
@@ -97,7 +98,7 @@ private:
         }
     }
 
-    void takeStranger(MediaFile& found) {
+    void takeStranger(const MediaFile& found) {
         std::optional<ContentHash> hash;
         if (KnownFile* moved = movedFile(found.stamp, hash)) {
             ++_result.moved;
@@ -107,8 +108,7 @@ private:
                 moved->presence = Presence::Unreadable;
                 return;
             }
-            found.contentHash.reset();
-            moved->media = std::move(found);
+            moved->media = found;
             moved->presence = Presence::Present;
             return;
         }
@@ -120,8 +120,7 @@ private:
         file.globalId = _ids.next();
         file.dateAdded = _input.now;
         file.contentHash = hash;
-        file.media = std::move(found);
-        file.media.contentHash.reset();
+        file.media = found;
         file.presence = Presence::Present;
         file.changed = true;
         _state.add(std::move(file));
@@ -149,7 +148,7 @@ private:
         return _state.files[position].presence == Presence::Missing;
     }
 
-    ScanResult& _scan;
+    const ScanResult& _scan;
     FolderState& _state;
     IdentitySource& _ids;
     const ScanMergeInput& _input;
@@ -160,7 +159,7 @@ private:
 
 }  // namespace
 
-ScanMergeResult mergeScan(ScanResult& scan, FolderState& state, IdentitySource& ids,
+ScanMergeResult mergeScan(const ScanResult& scan, FolderState& state, IdentitySource& ids,
                           const ScanMergeInput& input) {
     return Merge(scan, state, ids, input).run();
 }

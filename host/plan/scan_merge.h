@@ -1,7 +1,6 @@
-// Purpose: recognises the files of a scan: which are known, which moved, which are new. A file keeps
-// its identity under another name, with other tags and with other contents.
-// Thread: one at a time; works on the calling thread.
-// Failure: none; a file that cannot be hashed counts as changed.
+// Purpose: recognises the files of a scan: which are known, which moved, which are new. A file
+// keeps its identity under another name, with other tags and with other contents. Thread: one at a
+// time; works on the calling thread. Failure: none; a file that cannot be hashed counts as changed.
 #pragma once
 
 #include <cstdint>
@@ -32,9 +31,8 @@ struct ScanMergeResult {
     std::size_t missing = 0;  // known, in the folder no more
 };
 
-// Brings `state.files` up to date with the scan and sets everyone's presence. The scan's files are
-// moved from.
-ScanMergeResult mergeScan(ScanResult& scan, FolderState& state, IdentitySource& ids,
+// Brings `state.files` up to date with the scan and sets everyone's presence.
+ScanMergeResult mergeScan(const ScanResult& scan, FolderState& state, IdentitySource& ids,
                           const ScanMergeInput& input);
 
 }  // namespace host

@@ -1,18 +1,12 @@
 #include "host/plan/track_record.h"
 
-#include <span>
-
 #include "common/qorx/qorx.pb.h"
 #include "host/scan/file_names.h"
+#include "host/state/hash_bytes.h"
 
 namespace host {
 
 namespace {
-
-ContentHash hashOfText(const std::string& text) {
-    return contentHashOf(
-        std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()));
-}
 
 std::uint32_t unsignedNumber(std::int64_t value) {
     return value > 0 ? static_cast<std::uint32_t>(value) : 0;
@@ -74,20 +68,23 @@ void fillMetadata(const KnownFile& file, const TrackMaterial& material, qorx::Tr
         record.set_chapter_data(material.chapterData);
 }
 
-void fillExtras(const KnownFile& file, const TrackMaterial& material, qorx::Track& record) {
+void fillRecommendation(const KnownFile& file, const TrackMaterial& material, qorx::Track& record) {
     if (material.kenningChecksum) {
         record.set_kenning_id(file.globalId);
         record.set_kenning_checksum(*material.kenningChecksum);
     }
-    if (const auto& rating = file.owner.rating) {
+}
+
+void fillOwnerData(const OwnerData& owner, qorx::Track& record) {
+    if (const auto& rating = owner.rating) {
         record.mutable_rating()->set_value(rating->value);
         record.mutable_rating()->set_changed_ms(rating->changedMilliseconds);
     }
-    if (const auto& bookmark = file.owner.bookmark) {
+    if (const auto& bookmark = owner.bookmark) {
         record.mutable_bookmark()->set_position_ms(bookmark->positionMilliseconds);
         record.mutable_bookmark()->set_changed_ms(bookmark->changedMilliseconds);
     }
-    for (const auto& [origin, plays] : file.owner.plays) {
+    for (const auto& [origin, plays] : owner.plays) {
         qorx::PlayStatistics& statistics = *record.add_plays();
         statistics.set_origin_uid(origin);
         statistics.set_play_count(plays.plays);
@@ -103,15 +100,23 @@ void fillTrackRecord(const KnownFile& file, const TrackMaterial& material, qorx:
     fillMetadata(file, material, record);
     if (file.contentHash)
         record.set_content_hash(bytesOfContentHash(*file.contentHash));
-    fillExtras(file, material, record);
+    fillRecommendation(file, material, record);
+    fillOwnerData(file.owner, record);
+}
+
+ContentHash ownerFingerprint(const OwnerData& owner) {
+    qorx::Track record;
+    fillOwnerData(owner, record);
+    return contentHashOfText(record.SerializeAsString());
 }
 
 TrackFingerprints trackFingerprints(const KnownFile& file, const TrackMaterial& material) {
     qorx::Track metadata;
     fillMetadata(file, material, metadata);
-    qorx::Track extras;
-    fillExtras(file, material, extras);
-    return {hashOfText(metadata.SerializeAsString()), hashOfText(extras.SerializeAsString())};
+    qorx::Track recommendation;
+    fillRecommendation(file, material, recommendation);
+    return {contentHashOfText(metadata.SerializeAsString()),
+            contentHashOfText(recommendation.SerializeAsString()), ownerFingerprint(file.owner)};
 }
 
 void fillPlaylistRecord(const KnownPlaylist& playlist, const FolderState& state,
@@ -133,26 +138,7 @@ ContentHash playlistFingerprint(const KnownPlaylist& playlist) {
     record.set_name(playlist.name);
     for (const std::int64_t syncId : playlist.items)
         record.add_items()->set_sync_id(syncId);
-    return hashOfText(record.SerializeAsString());
-}
-
-std::string bytesOfContentHash(const ContentHash& hash) {
-    std::string bytes;
-    for (const std::uint64_t half : {hash.high, hash.low})
-        for (int shift = 56; shift >= 0; shift -= 8)
-            bytes += static_cast<char>(half >> shift & 0xff);
-    return bytes;
-}
-
-std::optional<ContentHash> contentHashOfBytes(std::string_view bytes) {
-    if (bytes.size() != 16)
-        return std::nullopt;
-    ContentHash hash;
-    for (std::size_t i = 0; i < 16; ++i) {
-        std::uint64_t& half = i < 8 ? hash.high : hash.low;
-        half = half << 8 | static_cast<std::uint8_t>(bytes[i]);
-    }
-    return hash;
+    return contentHashOfText(record.SerializeAsString());
 }
 
 }  // namespace host

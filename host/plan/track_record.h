@@ -27,19 +27,16 @@ struct TrackMaterial {
 
 struct TrackFingerprints {
     ContentHash metadata;  // what the folder says of the track
-    ContentHash extras;    // recommendation checksum and owner's data
+    ContentHash recommendation;
+    ContentHash owner;  // what owners changed
 };
 
 void fillTrackRecord(const KnownFile& file, const TrackMaterial& material, qorx::Track& record);
+ContentHash ownerFingerprint(const OwnerData& owner);
 TrackFingerprints trackFingerprints(const KnownFile& file, const TrackMaterial& material);
 
 void fillPlaylistRecord(const KnownPlaylist& playlist, const FolderState& state,
                         qorx::Playlist& record);
 ContentHash playlistFingerprint(const KnownPlaylist& playlist);
-
-// 16 bytes, the high half first, each most significant byte first; and back (absent for any other
-// length).
-std::string bytesOfContentHash(const ContentHash& hash);
-std::optional<ContentHash> contentHashOfBytes(std::string_view bytes);
 
 }  // namespace host

@@ -6,7 +6,11 @@ namespace host {
 
 KnownFile& FolderState::add(KnownFile file) {
     const std::size_t position = files.size();
-    byPath[file.media.stamp.path] = position;
+    // What lies in the folder is found by its path before what only a device has.
+    if (file.knownFromDeviceOnly)
+        byPath.try_emplace(file.media.stamp.path, position);
+    else
+        byPath[file.media.stamp.path] = position;
     bySyncId[file.syncId] = position;
     byGlobalId[file.globalId] = position;
     files.push_back(std::move(file));

@@ -61,10 +61,10 @@ enum class Presence : std::uint8_t {
 };
 
 struct KnownFile {
-    std::int64_t syncId = 0;    // positive, random, never changes
-    std::int64_t globalId = 0;  // likewise
-    std::int64_t dateAdded = 0;  // seconds since 1970
-    MediaFile media;             // as last read; `media.contentHash` is not used
+    std::int64_t syncId = 0;                 // positive, random, never changes
+    std::int64_t globalId = 0;               // likewise
+    std::int64_t dateAdded = 0;              // seconds since 1970
+    MediaFile media;                         // as last read; `media.contentHash` is not used
     std::optional<ContentHash> contentHash;  // of the bytes at `media.stamp`
     // The owner of a device removed it there: it is not sent again unless asked for.
     bool removedByOwner = false;
@@ -94,7 +94,8 @@ struct KnownPlaylist {
 // What a device holds of a track, as far as the host knows.
 struct SentTrack {
     ContentHash metadata;                // fingerprint of the record that it was sent
-    ContentHash extras;                  // fingerprint of recommendation checksum and owner's data
+    ContentHash recommendation;          // fingerprint of its Kenning id and checksum
+    ContentHash owner;                   // fingerprint of what owners changed
     std::optional<ContentHash> content;  // of the file that it was told of
     bool delivered = false;              // the file was acknowledged
     // Found on the device and recognised: taken for current until records are sent. Not kept.
@@ -105,14 +106,14 @@ struct SentTrack {
 
 struct DeviceState {
     std::string libraryUid;
-    std::string anchor;       // the last that this folder's host gave it; empty before the first
-    ContentHash digest;       // of the folder when it was last brought up to date
-    std::unordered_map<std::int64_t, SentTrack> tracks;         // by sync id
+    std::string anchor;  // the last that this folder's host gave it; empty before the first
+    ContentHash digest;  // of the folder when it was last brought up to date
+    std::unordered_map<std::int64_t, SentTrack> tracks;       // by sync id
     std::unordered_map<std::int64_t, ContentHash> playlists;  // fingerprints, by sync id
 };
 
 struct FolderState {
-    std::string hostUid;             // of this folder as a library, random
+    std::string hostUid;              // of this folder as a library, random
     std::uint64_t anchorCounter = 0;  // of the last anchor made
     std::vector<KnownFile> files;
     std::vector<KnownPlaylist> playlists;
