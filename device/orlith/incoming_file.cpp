@@ -21,7 +21,7 @@ OptionalError failure(int errorNumber, std::string text) {
 }
 
 // Hashes at most `length` bytes from the start; answers how many there were.
-std::uint64_t hashFile(int fd, std::uint64_t length, common::ContentHasher& hasher) {
+std::uint64_t hashFile(int fd, std::uint64_t length, common::XXH3Stream& hasher) {
     std::vector<std::uint8_t> buffer(ReadSize);
     std::uint64_t done = 0;
     while (done < length) {
@@ -39,6 +39,10 @@ std::uint64_t hashFile(int fd, std::uint64_t length, common::ContentHasher& hash
 }
 
 }  // namespace
+
+std::string hashText(const common::Hash128& hash) {
+    return std::string(hash.begin(), hash.end());
+}
 
 IncomingFile::IncomingFile(device::RootedFileSystem& files, std::string path, std::uint64_t size)
     : _files(files), _path(std::move(path)), _size(size) {}
@@ -81,7 +85,7 @@ OptionalError IncomingFile::keepPrefix(std::uint64_t length) {
 OptionalError IncomingFile::write(std::string_view bytes) {
     if (bytes.size() > _size - _written)
         return failure(EFBIG, fmt::format("more than the announced {} bytes came", _size));
-    _hasher.update(bytes);
+    _hasher.update({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
     while (!bytes.empty()) {
         const ssize_t count =
             ::pwrite(_fd.get(), bytes.data(), bytes.size(), static_cast<off_t>(_written));
@@ -98,7 +102,7 @@ OptionalError IncomingFile::write(std::string_view bytes) {
 OptionalError IncomingFile::finish(std::string_view expectedHash) {
     if (_written != _size)
         return failure(EMSGSIZE, fmt::format("{} bytes came of the announced {}", _written, _size));
-    if (!expectedHash.empty() && _hasher.digest().bytes() != expectedHash)
+    if (!expectedHash.empty() && hashText(_hasher.digest()) != expectedHash)
         return failure(EBADMSG, "what arrived is not what was sent: the content's hash differs");
     ::sync_file_range(_fd.get(), 0, 0, SYNC_FILE_RANGE_WRITE);
     return std::nullopt;
@@ -126,7 +130,7 @@ FilePrefix readPrefix(device::RootedFileSystem& files, const std::string& path) 
     const common::UniqueFd fd = files.openFile(path, O_RDONLY, 0, nullptr);
     if (!fd)
         return prefix;
-    common::ContentHasher hasher;
+    common::XXH3Stream hasher;
     prefix.length = hashFile(fd.get(), UINT64_MAX, hasher);
     prefix.hash = hasher.digest();
     return prefix;

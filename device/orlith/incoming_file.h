@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/hash/content_hash.h"
+#include "common/hash.h"
 #include "common/unique_fd.h"
 #include "device/system/rooted_file_system.h"
 #include "platform/errors.h"
@@ -20,6 +20,9 @@ namespace orlith {
 
 // Left free for the library's database, in bytes: a file that would take it is refused.
 inline constexpr std::uint64_t ReservedSpace = 1 << 20;
+
+// The 16 bytes as a message carries them.
+std::string hashText(const common::Hash128& hash);
 
 class IncomingFile {
 public:
@@ -52,13 +55,13 @@ private:
     std::uint64_t _size;
     std::uint64_t _written = 0;
     common::UniqueFd _fd;
-    common::ContentHasher _hasher;
+    common::XXH3Stream _hasher;
 };
 
 // What there is of a file: its length in bytes and their hash; length 0 when there is none.
 struct FilePrefix {
     std::uint64_t length = 0;
-    common::ContentHash hash;
+    common::Hash128 hash{};
 };
 FilePrefix readPrefix(device::RootedFileSystem& files, const std::string& path);
 

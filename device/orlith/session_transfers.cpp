@@ -98,7 +98,7 @@ void Session::answerPartialQuery(const link::PartialQuery& message) {
             prefix = readPrefix(_services.files,
                                 StagingArea::partialPath(identifier, link::Transfer::FILE));
         reply.add_bytes(prefix.length);
-        reply.add_prefix_hash(prefix.length != 0 ? prefix.hash.bytes() : std::string());
+        reply.add_prefix_hash(prefix.length != 0 ? hashText(prefix.hash) : std::string());
     }
     // In order with the answers that are still being worked on.
     post([this, answer = std::move(answer)] { send(answer); });

@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-#include "common/hash/content_hash.h"
+#include "common/hash.h"
 #include "device/orlith/asset.h"
 #include "device/orlith/names.h"
 #include "device/orlith/session.h"
@@ -39,7 +39,7 @@ void Session::sendUploadFile(const std::string& identifier, const std::string& p
     const common::UniqueFd fd = _services.files.openFile(path, O_RDONLY, 0, &error);
     if (!fd)
         return sendUploadFailure(identifier, error.value_or(Error::posix(EIO)));
-    common::ContentHasher hasher;
+    common::XXH3Stream hasher;
     link::FromDevice answer;
     link::UploadChunk& chunk = *answer.mutable_upload_chunk();
     chunk.set_identifier(identifier);
@@ -52,10 +52,10 @@ void Session::sendUploadFile(const std::string& identifier, const std::string& p
         if (count < 0)
             return sendUploadFailure(identifier, Error::posix(errno));
         data.resize(static_cast<std::size_t>(count));
-        hasher.update(std::string_view(data));
+        hasher.update({reinterpret_cast<const std::uint8_t*>(data.data()), data.size()});
         if (count == 0) {
             chunk.set_last(true);
-            chunk.set_content_hash(hasher.digest().bytes());
+            chunk.set_content_hash(hashText(hasher.digest()));
         }
         if (!send(answer) || count == 0)
             return;
