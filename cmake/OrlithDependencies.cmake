@@ -16,6 +16,7 @@ pkg_check_modules(ffmpeg REQUIRED IMPORTED_TARGET libavformat libavcodec libavut
 pkg_check_modules(vips REQUIRED IMPORTED_TARGET vips)
 pkg_check_modules(xxhash REQUIRED IMPORTED_TARGET libxxhash)
 pkg_check_modules(utf8proc REQUIRED IMPORTED_TARGET libutf8proc)
+pkg_check_modules(tomlplusplus REQUIRED IMPORTED_TARGET tomlplusplus)
 pkg_check_modules(systemd IMPORTED_TARGET libsystemd)
 
 add_library(asio INTERFACE)
