@@ -1,5 +1,7 @@
 #include "tests/support/recording_services.h"
 
+#include <stdexcept>
+
 namespace support {
 namespace {
 
@@ -66,6 +68,8 @@ std::shared_ptr<VDDownloadManager> RecordingStoreDownloads::makeManager(
 
 std::shared_ptr<KLCloudClient> RecordingCloud::makeClient() {
     _recorder.record("KLCloudClient.make");
+    if (makeClientThrows)
+        throw std::runtime_error("no cloud client");
     return std::make_shared<CloudClient>(_recorder, isAuthenticated);
 }
 

@@ -72,6 +72,8 @@ public:
     explicit RecordingCloud(Recorder& recorder) : _recorder(recorder) {}
 
     bool isAuthenticated = false;
+    // As when memory runs out: a std::runtime_error.
+    bool makeClientThrows = false;
 
     std::shared_ptr<KLCloudClient> makeClient() override;
 
