@@ -342,7 +342,7 @@ TEST_F(OutstandingTransfers, ADownloadOfTheSameItemIsNamed) {
     addTrack(2, 12, 0x8);
     support::RecordingDownloadManager manager(recorder());
     manager.scriptedDownloads = {std::make_shared<support::ScriptedDownload>(501, "11"),
-                                  std::make_shared<support::ScriptedDownload>(502, "1")};
+                                 std::make_shared<support::ScriptedDownload>(502, "1")};
     const Assets assets = transfers(&manager);
     EXPECT_EQ(assets[0]->storePID(), 501);
     EXPECT_EQ(assets[1]->storePID(), std::nullopt);

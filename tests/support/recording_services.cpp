@@ -61,6 +61,8 @@ std::shared_ptr<VDDownloadManagerOptions> RecordingStoreDownloads::makeManagerOp
 std::shared_ptr<VDDownloadManager> RecordingStoreDownloads::makeManager(
     std::shared_ptr<VDDownloadManagerOptions>) {
     _recorder.record("VDDownloadManager.initWithManagerOptions");
+    if (makeManagerThrows)
+        throw std::runtime_error("no download manager");
     auto manager = std::make_shared<RecordingDownloadManager>(_recorder);
     _lastManager = manager;
     return manager;
