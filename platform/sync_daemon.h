@@ -26,6 +26,9 @@
 #include "platform/errors.h"
 #include "platform/values.h"
 
+// The category of the daemon framework's own log lines.
+inline constexpr std::string_view ORLogCategory = "com.vantor.Orlith";
+
 class VDDownloadManager;
 
 // A track's store identity. Absent values are null.
@@ -134,6 +137,8 @@ enum class ORClientOperation {
     disabledAssetTypes,
     installedAssetMetrics,
     installedAssets,
+    // An extension of this daemon, after the protocol's own.
+    _processKenningConfigPlist,
 };
 
 // Anchor-based sync. A session is: prepare, reconcile, outstanding transfers, a report per
@@ -170,6 +175,8 @@ public:
                                     const platform::OptionalError& error);
     // assetTransferEndedWithSuccess:
     virtual void assetTransferEndedWithSuccess(bool success);
+    // _processKenningConfigPlist:  The host's recommendation settings, a dictionary.
+    virtual void _processKenningConfigPlist(const platform::Value& configPlist);
 };
 
 inline constexpr std::uint32_t ORSyncNoSync = 0;
