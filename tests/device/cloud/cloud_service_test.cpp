@@ -5,32 +5,14 @@
 #include <atomic>
 #include <fstream>
 #include <iterator>
-#include <mutex>
 #include <optional>
-#include <vector>
 
 #include "device/system/rooted_file_system.h"
 #include "device/system/work_queues.h"
+#include "tests/support/recording_log.h"
 #include "tests/support/temporary_directory.h"
 
 namespace {
-
-class RecordingLog final : public platform::LogService {
-public:
-    bool shouldLog(platform::LogLevel, std::string_view) override { return true; }
-    void log(const platform::LogRecord& record) override {
-        const std::lock_guard lock(_mutex);
-        _records.push_back(record);
-    }
-    std::vector<platform::LogRecord> records() {
-        const std::lock_guard lock(_mutex);
-        return _records;
-    }
-
-private:
-    std::mutex _mutex;
-    std::vector<platform::LogRecord> _records;
-};
 
 class CloudServiceTest : public testing::Test {
 protected:
@@ -63,7 +45,7 @@ protected:
     test::TemporaryDirectory root;
     device::RootedFileSystem files{root.path()};
     device::WorkQueues queues;
-    RecordingLog log;
+    support::RecordingLog log;
     std::optional<bool> recorded;
     bool libraryWorks = true;
 };

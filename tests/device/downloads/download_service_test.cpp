@@ -13,6 +13,7 @@
 
 #include "device/system/rooted_file_system.h"
 #include "device/system/work_queues.h"
+#include "tests/support/recording_log.h"
 #include "tests/support/temporary_directory.h"
 
 namespace {
@@ -22,23 +23,6 @@ using downloads::NewDownload;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Operation = VDDownloadManagerObserverOperation;
-
-class SilentLog final : public platform::LogService {
-public:
-    bool shouldLog(platform::LogLevel, std::string_view) override { return true; }
-    void log(const platform::LogRecord& record) override {
-        const std::lock_guard lock(_mutex);
-        _messages.push_back(record.message);
-    }
-    std::vector<std::string> messages() {
-        const std::lock_guard lock(_mutex);
-        return _messages;
-    }
-
-private:
-    std::mutex _mutex;
-    std::vector<std::string> _messages;
-};
 
 // Writes down what it is told as "<operation> <library item>:<phase> ...".
 class RecordingObserver final : public VDDownloadManagerObserver {
@@ -135,7 +119,7 @@ protected:
 
     test::TemporaryDirectory root;
     device::RootedFileSystem files{root.path()};
-    SilentLog log;
+    support::RecordingLog log;
     device::WorkQueues queues;
     std::shared_ptr<platform::WorkQueue> queue = queues.makeSerialQueue("VDDownloadManager");
     std::unique_ptr<DownloadService> service;
@@ -214,7 +198,7 @@ TEST_F(DownloadServiceTest, ADamagedDatabaseIsSetAsideAndLogged) {
         out << std::string(20'000, 'x');
     }
     start();
-    EXPECT_EQ(log.messages().size(), 1u);
+    EXPECT_EQ(log.lines().size(), 1u);
     EXPECT_THAT(items(*service->makeManager(nullptr)), IsEmpty());
     enqueue(song(2));
     const auto names = *files.contentsOfDirectory("/var/mobile/Media/Downloads", nullptr);
