@@ -28,15 +28,13 @@ bool isInteger(KV3TrackProperty property) {
     return type == ColumnType::Integer || type == ColumnType::NullableInteger;
 }
 
-// Null before everything else, numbers by value, texts and blobs by their bytes.
+// Numbers by value, null as 0; texts and blobs by their bytes, null as empty.
 int compareViews(const ValueView& left, const ValueView& right) {
-    if (left.isNull() || right.isNull())
-        return static_cast<int>(right.isNull()) - static_cast<int>(left.isNull());
-    if (left.type() == platform::Value::Type::Signed) {
-        const auto a = left.int64Value(), b = right.int64Value();
-        return a < b ? -1 : static_cast<int>(a > b);
-    }
-    return left.string().compare(right.string());
+    using Type = platform::Value::Type;
+    if (left.type() != Type::Signed && right.type() != Type::Signed)
+        return left.string().compare(right.string());
+    const auto a = left.int64Value(), b = right.int64Value();
+    return a < b ? -1 : static_cast<int>(a > b);
 }
 
 // The rows of one enumeration: persistent id, properties, and what they are sorted by.
