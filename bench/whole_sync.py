@@ -1,0 +1,188 @@
+#!/usr/bin/env python3
+"""Whole syncs beside their peers: rsync for moving files, mpd and beets for reading tags.
+
+Each pair runs interleaved, on the same files and the same disk; the figure is the median of the rounds,
+the ratio the median of the rounds' ratios. Peak memory is the largest resident size of any one process.
+"""
+
+import argparse
+import json
+import os
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(HERE, "..", "tests", "torture"))
+import collection  # noqa: E402
+from device import Device  # noqa: E402
+
+
+def timed(command, **options):
+    """(seconds, peak KiB of the command's own processes)"""
+    before = time.monotonic()
+    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, **options)
+    errors = process.stderr.read()
+    _, status, usage = os.wait4(process.pid, 0)
+    took = time.monotonic() - before
+    if os.waitstatus_to_exitcode(status) != 0:
+        raise RuntimeError(f"{command[0]} failed: {errors.decode(errors='replace')}")
+    return took, usage.ru_maxrss
+
+
+def peak_of(pid):
+    try:
+        with open(f"/proc/{pid}/status") as file:
+            return next(int(line.split()[1]) for line in file if line.startswith("VmHWM"))
+    except (OSError, StopIteration, TypeError):
+        return 0
+
+
+def orlith(build, media, device):
+    return timed([os.path.join(build, "bin", "orlith"), "sync", media, "--device", device.root,
+                  "--json"], env=device.environment)
+
+
+def drop(path):
+    shutil.rmtree(path, ignore_errors=True)
+    os.sync()
+
+
+def sync_rounds(build, scratch, rounds, files, size):
+    """Rows: a whole sync against rsync --fsync, and a sync with nothing to do against rsync again."""
+    media = os.path.join(scratch, "large")
+    os.makedirs(media)
+    collection.make(media, scratch, files=files, size=size, seed=1)
+    os.sync()
+    whole, nothing = [], []
+    for number in range(rounds):
+        copy = os.path.join(scratch, "rsync-copy")
+        device = Device(build, os.path.join(scratch, "device"), os.path.join(scratch, "state"))
+        pair = {}
+        for side in (["peer", "ours"] if number % 2 == 0 else ["ours", "peer"]):
+            if side == "peer":
+                pair[side] = timed(["rsync", "-a", "--fsync", media + "/", copy])
+            else:
+                took, peak = orlith(build, media, device)
+                pair[side] = (took, max(peak, peak_of(device.daemon_process())))
+            os.sync()
+        whole.append(pair)
+        again = []
+        for _ in range(3):
+            peer = timed(["rsync", "-a", media + "/", copy])
+            ours = orlith(build, media, device)
+            again.append({"peer": peer, "ours": ours})
+        nothing += again
+        device.stop_daemon()
+        drop(copy)
+        drop(device.root)
+        drop(os.path.join(scratch, "state"))
+    shutil.rmtree(media)
+    return whole, nothing
+
+
+def tag_rounds(build, scratch, rounds, files):
+    """Rows: many small tagged files against mpd's rescan and beets' import without copying."""
+    media = os.path.join(scratch, "small")
+    os.makedirs(media)
+    collection.make(media, scratch, files=files, size=80_000, seed=2)
+    against_mpd, against_beets = [], []
+    for _ in range(rounds):
+        device = Device(build, os.path.join(scratch, "device"), os.path.join(scratch, "state"))
+        ours = orlith(build, media, device)
+        ours = (ours[0], max(ours[1], peak_of(device.daemon_process())))
+        device.stop_daemon()
+        drop(device.root)
+        drop(os.path.join(scratch, "state"))
+        against_mpd.append({"ours": ours, "peer": mpd_rescan(media, scratch)})
+        against_beets.append({"ours": ours, "peer": beets_import(media, scratch)})
+    shutil.rmtree(media)
+    return against_mpd, against_beets
+
+
+def mpd_rescan(media, scratch):
+    home = os.path.join(scratch, "mpd")
+    os.makedirs(home)
+    socket = os.path.join(home, "socket")
+    with open(os.path.join(home, "mpd.conf"), "w") as file:
+        file.write(f'music_directory "{media}"\ndb_file "{home}/db"\nbind_to_address "{socket}"\n'
+                   f'auto_update "no"\naudio_output {{\n type "null"\n name "none"\n}}\n')
+    daemon = subprocess.Popen(["mpd", "--no-daemon", os.path.join(home, "mpd.conf")],
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        environment = dict(os.environ, MPD_HOST=socket)
+        while not os.path.exists(socket):
+            time.sleep(0.01)
+        took, _ = timed(["mpc", "--wait", "rescan"], env=environment)
+        return took, peak_of(daemon.pid)
+    finally:
+        daemon.terminate()
+        daemon.wait()
+        shutil.rmtree(home)
+
+
+def beets_import(media, scratch):
+    home = os.path.join(scratch, "beets")
+    os.makedirs(home)
+    with open(os.path.join(home, "config.yaml"), "w") as file:
+        file.write(f"directory: {home}/music\nlibrary: {home}/library.db\nplugins: []\n"
+                   "import:\n  copy: no\n  write: no\n  autotag: no\n")
+    try:
+        return timed(["beet", "import", "-q", "-A", "-C", media],
+                     env=dict(os.environ, BEETSDIR=home, HOME=home))
+    finally:
+        shutil.rmtree(home)
+
+
+def row(name, peer, pairs, limit):
+    return {"name": name, "against": peer,
+            "seconds": statistics.median(p["ours"][0] for p in pairs),
+            "peer_seconds": statistics.median(p["peer"][0] for p in pairs),
+            "ratio": statistics.median(p["ours"][0] / p["peer"][0] for p in pairs),
+            "limit": limit, "rounds": len(pairs),
+            "peak_mib": max(p["ours"][1] for p in pairs) / 1024,
+            "peer_peak_mib": max(p["peer"][1] for p in pairs) / 1024}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--build", default="build")
+    parser.add_argument("--rounds", type=int, default=3)
+    parser.add_argument("--files", type=int, default=2000)
+    parser.add_argument("--size", type=int, default=1_000_000)
+    parser.add_argument("--output", help="JSON file to write")
+    parser.add_argument("--scratch", help="folder on the disk to measure (default: the build folder)")
+    options = parser.parse_args()
+    build = os.path.abspath(options.build)
+    scratch = tempfile.mkdtemp(prefix="bench-", dir=options.scratch or build)
+    rows = []
+    try:
+        whole, nothing = sync_rounds(build, scratch, options.rounds, options.files, options.size)
+        rows.append(row(f"sync of {options.files} files of {options.size} bytes", "rsync -a --fsync",
+                        whole, 1.3))
+        rows.append(row(f"sync with nothing to do, {options.files} files", "rsync -a again", nothing,
+                        4.0))
+        for name, limit, pairs in zip(("mpd rescan", "beets import"), (4.0, 1.0),
+                                      tag_rounds(build, scratch, options.rounds, options.files)):
+            rows.append(row(f"{options.files} small tagged files", name, pairs, limit))
+    finally:
+        shutil.rmtree(scratch, ignore_errors=True)
+    print(f"{'what':44} {'against':18} {'ours s':>8} {'peer s':>8} {'ratio':>6} {'limit':>6} "
+          f"{'MiB':>6} {'peer':>6}")
+    for r in rows:
+        verdict = "" if r["ratio"] <= r["limit"] else "  over"
+        print(f"{r['name']:44} {r['against']:18} {r['seconds']:8.3f} {r['peer_seconds']:8.3f} "
+              f"{r['ratio']:6.2f} {r['limit']:6.2f} {r['peak_mib']:6.0f} {r['peer_peak_mib']:6.0f}"
+              + verdict)
+    if options.output:
+        with open(options.output, "w") as file:
+            json.dump({"rows": rows, "cores": os.cpu_count()}, file, indent=2)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

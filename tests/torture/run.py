@@ -1,0 +1,173 @@
+#!/usr/bin/env python3
+"""Long tests of host and daemon together, each random choice from a seed that is printed.
+
+kills: SIGKILL of host or daemon at random moments of a sync; the next run must bring the device to the
+       state of an undisturbed one, with nothing lost, doubled or left in staging.
+disks: a device on a disk of every size from too small to just enough; nothing half-done is listed, the
+       daemon answers, and after the disk has grown the next run completes.
+"""
+
+import argparse
+import json
+import os
+import random
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import collection  # noqa: E402
+from device import Device  # noqa: E402
+
+
+class Failure(Exception):
+    pass
+
+
+def compare(expected, device, context):
+    actual = device.state()
+    if actual != expected:
+        for kind in expected:
+            missing = [x for x in expected[kind] if x not in actual[kind]]
+            extra = [x for x in actual[kind] if x not in expected[kind]]
+            print(f"  {kind}: {len(missing)} missing, {len(extra)} unexpected", file=sys.stderr)
+            for row in (missing[:3] + extra[:3]):
+                print("   ", json.dumps(row), file=sys.stderr)
+        raise Failure(f"{context}: the device differs from an undisturbed one")
+    problems = device.problems()
+    if problems:
+        raise Failure(f"{context}: " + "; ".join(problems[:10]))
+
+
+def undisturbed(build, media, scratch):
+    device = Device(build, os.path.join(scratch, "undisturbed"),
+                    os.path.join(scratch, "undisturbed-state"))
+    start = time.monotonic()
+    code, _, errors = device.sync(media)
+    took = time.monotonic() - start
+    if code != 0:
+        raise Failure(f"an undisturbed sync ended with {code}: {errors}")
+    state = device.state()
+    problems = device.problems()
+    device.stop_daemon()
+    if problems:
+        raise Failure("after an undisturbed sync: " + "; ".join(problems[:10]))
+    if not state["tracks"]:
+        raise Failure("an undisturbed sync brought no track")
+    return state, took
+
+
+def finish(device, media, expected, context, attempts=3):
+    for _ in range(attempts):
+        code, lines, errors = device.sync(media)
+        if code == 0:
+            compare(expected, device, context)
+            return lines
+    raise Failure(f"{context}: the next runs ended with {code}: {errors}")
+
+
+def kills(build, scratch, rng, wanted, files):
+    media = os.path.join(scratch, "media")
+    os.makedirs(media)
+    collection.make(media, scratch, files=files, seed=rng.randrange(1 << 30))
+    expected, took = undisturbed(build, media, scratch)
+    print(f"kills: {files} files, an undisturbed sync takes {took:.2f} s")
+    done = rounds = 0
+    victims = {"host": 0, "daemon": 0}
+    while done < wanted:
+        rounds += 1
+        root = os.path.join(scratch, "device")
+        state = os.path.join(scratch, "device-state")
+        device = Device(build, root, state)
+        for _ in range(rng.randrange(1, 6)):
+            victim = rng.choice(["host", "daemon"])
+            process = device.start_sync(media)
+            try:
+                process.wait(timeout=rng.random() * took * 1.1)
+            except subprocess.TimeoutExpired:
+                if victim == "host":
+                    process.kill()
+                    done += 1
+                elif device.kill_daemon():
+                    done += 1
+                victims[victim] += 1
+            process.communicate(timeout=120)
+        finish(device, media, expected, f"kills, round {rounds}")
+        device.stop_daemon()
+        shutil.rmtree(root)
+        shutil.rmtree(state, ignore_errors=True)
+    print(f"kills: {done} in {rounds} rounds ({victims['host']} host, {victims['daemon']} daemon): "
+          "same final state, 0 lost, 0 doubled, 0 left in staging")
+
+
+def disks(build, scratch, rng, wanted):
+    if os.geteuid() != 0:
+        print("disks: skipped, mounting needs root")
+        return
+    media = os.path.join(scratch, "disk-media")
+    os.makedirs(media)
+    collection.make(media, scratch, files=40, size=100_000, seed=rng.randrange(1 << 30))
+    place = os.path.join(scratch, "disk-place")
+    os.makedirs(place)
+    expected, _ = undisturbed(build, media, place)
+    need = sum(os.path.getsize(os.path.join(folder, name))
+               for folder, _, names in os.walk(os.path.join(place, "undisturbed")) for name in names)
+    mount = os.path.join(scratch, "disk")
+    os.makedirs(mount)
+    full = 0
+    for number in range(wanted):
+        size = int((1 << 20) + (need * 1.3 - (1 << 20)) * number / max(1, wanted - 1))
+        subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", mount], check=True)
+        device = Device(build, os.path.join(mount, "device"), os.path.join(scratch, f"disk-state"))
+        try:
+            code, _, errors = device.sync(media)
+            if code not in (0, 3, 13):
+                # The smallest sizes hold no database: then even starting fails, saying why.
+                if not (code == 1 and "space" in errors.lower()):
+                    raise Failure(f"disk of {size} bytes: ended with {code}: {errors}")
+            full += code != 0
+            if code in (0, 3, 13) and device.daemon_process():
+                if device.orlith("status", "--json").returncode != 0:
+                    raise Failure(f"disk of {size} bytes: the daemon does not answer")
+                short = [p for p in device.problems() if p.startswith(("missing", "two"))]
+                if short:
+                    raise Failure(f"disk of {size} bytes: " + "; ".join(short[:5]))
+            subprocess.run(["mount", "-o", f"remount,size={need * 3 + (64 << 20)}", mount], check=True)
+            finish(device, media, expected, f"disk of {size} bytes, grown")
+        finally:
+            device.stop_daemon()
+            subprocess.run(["umount", "-l", mount], check=True)
+            shutil.rmtree(os.path.join(scratch, "disk-state"), ignore_errors=True)
+    print(f"disks: {wanted} sizes up to {int(need * 1.3)} bytes, {full} of them too small: nothing "
+          "half-done was listed, every rerun completed")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--build", default="build")
+    parser.add_argument("--seed", type=int, default=None)
+    parser.add_argument("--kills", type=int, default=500)
+    parser.add_argument("--files", type=int, default=200)
+    parser.add_argument("--disks", type=int, default=100)
+    options = parser.parse_args()
+    build = os.path.abspath(options.build)
+    seed = options.seed if options.seed is not None else random.SystemRandom().randrange(1 << 30)
+    print(f"seed {seed} (repeat with --seed {seed})", flush=True)
+    scratch = tempfile.mkdtemp(prefix="orlith-torture-")
+    try:
+        if options.kills:
+            kills(build, scratch, random.Random(seed), options.kills, options.files)
+        if options.disks:
+            disks(build, scratch, random.Random(seed + 1), options.disks)
+    except Failure as failure:
+        print(f"FAILED (seed {seed}): {failure}\nwhat it left lies in {scratch}", file=sys.stderr)
+        return 1
+    shutil.rmtree(scratch)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
