@@ -16,7 +16,7 @@ import tempfile
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-sys.path.insert(0, os.path.join(HERE, "..", "tests", "torture"))
+sys.path.insert(0, os.path.join(HERE, "..", "tests", "support", "commands"))
 import collection  # noqa: E402
 from device import Device  # noqa: E402
 

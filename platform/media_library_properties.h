@@ -15,6 +15,9 @@
 
 #include "platform/values.h"
 
+// The category of the library framework's log lines.
+inline constexpr std::string_view KV3LogCategory = "com.vantor.Korvane";
+
 // A property of a track. What each holds is in the comment; absent means null.
 enum KV3TrackProperty : std::uint16_t {
     KV3TrackPropertyPersistentID,             // integer, never 0

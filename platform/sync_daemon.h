@@ -26,6 +26,9 @@
 #include "platform/errors.h"
 #include "platform/values.h"
 
+// The category of the daemon framework's own log lines.
+inline constexpr std::string_view ORLogCategory = "com.vantor.Orlith";
+
 class VDDownloadManager;
 
 // A track's store identity. Absent values are null.

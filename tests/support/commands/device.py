@@ -88,7 +88,7 @@ class Device:
             if track["path"] is None:
                 found.append(f"no file: {track['title']}")
                 continue
-            path = self._real(track["path"])
+            path = self.real(track["path"])
             if path in owned:
                 found.append(f"two tracks share {path}")
             owned.add(path)
@@ -103,14 +103,19 @@ class Device:
             found += [f"left in staging: {os.path.join(folder, name)}" for name in files]
         return found
 
-    def _real(self, device_path):
+    def lines(self, *arguments):
+        """The JSON lines of a command that must succeed."""
+        return _lines(self._checked(*arguments))
+
+    def real(self, device_path):
+        """Where a path of the device lies on this machine."""
         return os.path.join(self.root, device_path.lstrip("/"))
 
     def _hash(self, device_path):
         if device_path is None:
             return None
         try:
-            with open(self._real(device_path), "rb") as file:
+            with open(self.real(device_path), "rb") as file:
                 return hashlib.sha256(file.read()).hexdigest()
         except OSError:
             return None

@@ -1,0 +1,242 @@
+// The one object that the sync daemon creates from the plug-in. It plays every role towards the
+// daemon and the download manager, and holds the state that its operations share. The headings
+// below name the file that defines the operations under them.
+//
+// Threads: the daemon serialises the operations of a session; cancelSyncOperations, setDelegate,
+// the library's notifications and the download manager's calls come at any time. Each variable says
+// what protects it.
+// Exceptions: none of its own; those of the platform's services pass through to the daemon.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "SyncBundle/guarded_reference.h"
+#include "platform/media_library.h"
+#include "platform/operating_system.h"
+#include "platform/store_downloads.h"
+#include "platform/sync_daemon.h"
+
+struct KVSyncAssetRequest;
+
+class KVSyncClient final : public ORClient,
+                           public ORSyncClient,
+                           public ORAssetClient,
+                           public VDDownloadManagerObserver,
+                           public std::enable_shared_from_this<KVSyncClient> {
+public:
+    // ---- SyncBundle/KVSyncClient.cpp ----
+
+    // init  Null when there is no memory for the object.
+    static std::shared_ptr<KVSyncClient> init();
+    // dealloc
+    ~KVSyncClient() override;
+    KVSyncClient(const KVSyncClient&) = delete;
+    KVSyncClient& operator=(const KVSyncClient&) = delete;
+
+    // True for the operations below and for no others.
+    bool respondsTo(ORClientOperation operation) const override;
+    bool respondsTo(ORSyncClientOperation operation) const override;
+    bool respondsTo(ORAssetClientOperation operation) const override;
+    bool respondsTo(VDDownloadManagerObserverOperation operation) const override;
+
+    // setDelegate:
+    void setDelegate(std::shared_ptr<ORSyncClientDelegate> delegate) override;
+    // supportedDataclasses
+    std::vector<std::string> supportedDataclasses() override;
+    // cancelSyncOperations  Returns when the library's import has been cancelled.
+    void cancelSyncOperations() override;
+    // syncSessionCompletedWithError:allAssetsTransferred:
+    void syncSessionCompletedWithError(const platform::OptionalError& error,
+                                       bool allAssetsTransferred) override;
+
+    // _resumeObservingChangeNotifications
+    void _resumeObservingChangeNotifications();
+    // _pauseObservingChangeNotifications
+    void _pauseObservingChangeNotifications();
+    // _handleContentsChangedNotification:
+    void _handleContentsChangedNotification();
+    // _handleDisplayValuesChangedNotification:
+    void _handleDisplayValuesChangedNotification();
+    // _handleSyncPrefsChangedNotification:
+    void _handleSyncPrefsChangedNotification();
+    // _getPlaylistSyncSettingsParams  Always null.
+    platform::Value _getPlaylistSyncSettingsParams() const;
+    // _applyPlaylistSyncSettingsParams:  Leaves everything as it is.
+    void _applyPlaylistSyncSettingsParams(const platform::Value& params);
+
+    // ---- SyncBundle/anchor_sync/prepare_for_sync.cpp ----
+
+    // currentSyncAnchor
+    std::string currentSyncAnchor() override;
+    // prepareForSyncWithHostAnchor:progressCallback:torvelID:hostVersion:error:
+    bool prepareForSyncWithHostAnchor(const std::string& hostAnchor,
+                                      const Progress& progressCallback, std::uint32_t torvelID,
+                                      const std::string& hostVersion,
+                                      platform::OptionalError* error) override;
+
+    // ---- SyncBundle/anchor_sync/reconcile_sync.cpp ----
+
+    // reconcileSync:withNewAnchor:progressCallback:error:
+    bool reconcileSync(std::uint32_t syncType, const std::string& newAnchor,
+                       const Progress& progressCallback, platform::OptionalError* error) override;
+
+    // ---- SyncBundle/asset_transfer/outstanding_asset_transfers.cpp ----
+
+    // outstandingAssetTransfersWithDownloadManager:
+    std::vector<std::shared_ptr<ORAsset>> outstandingAssetTransfersWithDownloadManager(
+        VDDownloadManager* downloadManager) override;
+
+    // ---- SyncBundle/asset_transfer/transfer_completion.cpp ----
+
+    // assetTransfer:succeeded:withError:
+    void assetTransferSucceeded(const std::shared_ptr<ORAsset>& asset, bool succeeded,
+                                const platform::OptionalError& error) override;
+    // assetInstallFailed:withError:
+    void assetInstallFailed(const std::shared_ptr<ORAsset>& asset,
+                            const platform::OptionalError& error) override;
+    // assetTransferEndedWithSuccess:
+    void assetTransferEndedWithSuccess(bool success) override;
+
+    // ---- SyncBundle/asset_transfer/kenning_ingestion.cpp ----
+
+    // _processKenningPlist:kenningIDString:kenningChecksum:
+    void _processKenningPlist(const platform::Dictionary& plist, const std::string& kenningIDString,
+                              std::int64_t kenningChecksum);
+    // _processKenningConfigPlist:
+    void _processKenningConfigPlist(const platform::Value& configPlist);
+
+private:
+    // Reads and replaces the variables below in tests.
+    friend class KVSyncClientInspector;
+
+    // ---- SyncBundle/KVSyncClient.cpp ----
+
+    KVSyncClient() = default;
+    void setUp();
+    void makeRequestTimer();
+    void makeDownloadManager();
+    void tellDelegateOfChanges(std::int64_t priority);
+
+    // ---- SyncBundle/progress_notifications.cpp ----
+
+    // _postAssetTotal:
+    void _postAssetTotal(std::uint64_t total);
+    // _postCurrentAssetNumber:  At most one post a second; the state is set each time.
+    void _postCurrentAssetNumber(std::uint64_t number);
+
+    // ---- SyncBundle/anchor_sync/prepare_for_sync.cpp ----
+
+    void saveChangesForHost(KV3DatabaseConnection& connection);
+    void removeSyncPlistFiles();
+
+    // ---- SyncBundle/anchor_sync/upload_operations.cpp ----
+
+    // _syncPlistFiles  Full paths, in string order.
+    std::vector<std::string> _syncPlistFiles();
+    // _processUploadTrackOperations  Always true.
+    bool _processUploadTrackOperations();
+    // _evaluateUploadTrackDatabaseChangeStep:  False when "pid" is no number.
+    bool _evaluateUploadTrackDatabaseChangeStep(const platform::Value& step);
+
+    // ---- SyncBundle/anchor_sync/reconcile_sync.cpp ----
+
+    struct ImportOutcome;
+    ImportOutcome importHostData(std::uint32_t syncType, const std::string& newAnchor);
+
+    // ---- SyncBundle/asset_transfer/outstanding_asset_transfers.cpp ----
+
+    using DownloadsByIdentifier = std::map<std::string, std::shared_ptr<VDDownload>, std::less<>>;
+    // _existingOutstandingAssetTransfersWithDownloadManager:  By library item identifier.
+    DownloadsByIdentifier _existingOutstandingAssetTransfersWithDownloadManager(
+        VDDownloadManager* downloadManager);
+
+    // ---- SyncBundle/asset_transfer/transfer_completion.cpp ----
+
+    void transferFailed(ORAsset& asset, const platform::OptionalError& error);
+    void downloadSucceeded(ORAsset& asset);
+    void uploadSucceeded(ORAsset& asset);
+    // _deleteTrackForFailedAsset:withError:action:
+    void _deleteTrackForFailedAsset(ORAsset& asset, const platform::OptionalError& error,
+                                    std::string_view action);
+
+    // ---- SyncBundle/asset_transfer/download_filing.cpp ----
+
+    bool fileDownload(ORAsset& asset, std::int64_t syncID);
+    void fileMedia(ORAsset& asset, KV3Track& track, std::int64_t syncID);
+    void fileArtwork(ORAsset& asset, KV3Track& track);
+    void fileKenningData(ORAsset& asset, KV3Track& track);
+
+    // ---- SyncBundle/asset_transfer/artwork_ingestion.cpp ----
+
+    // _processArtworkIdentifier:artworkToken:artworkType:mediaType:sourceType:
+    bool _processArtworkIdentifier(const std::string& identifier,
+                                   const std::optional<std::string>& artworkToken,
+                                   std::int64_t artworkType, std::uint32_t mediaType,
+                                   std::int64_t sourceType);
+
+    // ---- SyncBundle/asset_sync/adjust_request_queue.cpp ----
+
+    // _adjustRequestQueue  Expires overdue requests and arms the timer for the next; on _queue.
+    void _adjustRequestQueue();
+
+    // The leeway of _requestTimer, whatever it is set to.
+    static constexpr platform::Nanoseconds KVRequestTimerLeeway = 1'000'000;
+
+    // A named notification's registration, made on first use and kept as long as the process.
+    struct NotificationRegistration {
+        std::mutex mutex;
+        std::optional<int> token;  // guarded by mutex; absent until registered
+    };
+    // Shared by all clients of the process.
+    static NotificationRegistration assetTotalRegistration;
+    static NotificationRegistration currentAssetNumberRegistration;
+    static std::optional<int> registeredToken(NotificationRegistration& registration,
+                                              std::string_view name);
+
+    // "The session" below: touched only by operations that the daemon calls one after another.
+
+    // The device's media library. Set once in init; itself callable from any thread.
+    std::shared_ptr<KV3Korvane> _library;
+    // Uploads that the sync settings files ask for, by asset identifier. The session.
+    std::map<std::string, std::shared_ptr<ORAsset>, std::less<>> _pendingUploads;
+    // Built-in smart playlists that the library made by itself, as of reconcile. The session.
+    std::optional<std::vector<std::int64_t>> _autoCreatedSmartPlaylistsPIDs;
+    // The library's revision when the session was prepared; for reference. The session.
+    std::int64_t _syncStartRevision = 0;
+    // The base location "CloudAssets", 0 when there is none. The session.
+    std::int64_t _cloudAssetBaseLocationID = 0;
+    // Whether the library holds Kenning data from the cloud. Set once in init.
+    bool _hasCloudKenningData = false;
+    // The host session's identifier. The session.
+    std::uint32_t _torvelID = 0;
+    // Whether some transfer of this session failed; for reference. The session.
+    bool _hadUnsucessfulAssetTransfer = false;
+    // The number of the transfer in progress, from 1. The session.
+    std::uint64_t _currentAssetNumber = 0;
+    // When the current asset number was last posted (wall clock). The session.
+    std::optional<platform::Date> _lastAssetNumberPostDate;
+    // The change streams in use. The session.
+    std::vector<std::shared_ptr<void>> _streams;
+    // The process's own, not owned. Set once in init; itself callable from any thread.
+    platform::NotificationCenter* _notificationCenter = nullptr;
+    // Told about library changes on whatever thread made them; guards itself.
+    GuardedReference<ORSyncClientDelegate> _syncClientDelegate;
+    // Serialises the request table, its timer and the start and stop of observation. Set once in
+    // init; itself callable from any thread.
+    std::shared_ptr<platform::WorkQueue> _queue;
+    // Device-pulled asset requests, by asset identifier. On _queue.
+    std::map<std::string, std::shared_ptr<KVSyncAssetRequest>, std::less<>> _requestsByIdentifier;
+    // Fires when the oldest request is due. On _queue once init has made it.
+    std::shared_ptr<platform::TimerSource> _requestTimer;
+    // The store download manager. Set once in init; itself callable from any thread.
+    std::shared_ptr<VDDownloadManager> _downloadManager;
+    // Companion-device sync settings: always null.
+    platform::Value _wispSyncSettings;
+};

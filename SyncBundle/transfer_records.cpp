@@ -1,0 +1,65 @@
+#include "SyncBundle/transfer_records.h"
+
+#include <array>
+#include <cstdio>
+
+std::uint64_t KVAssetParts(const ORAsset& asset) {
+    return asset.variantOptions()[KVVariantOptionAssetParts].unsignedValue();
+}
+
+std::string KVStringFromPersistentID(std::int64_t persistentID) {
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%lld", static_cast<long long>(persistentID));
+    return buffer;
+}
+
+std::int64_t KVPersistentIDFromString(const std::string& identifier) {
+    return platform::Value(identifier).int64Value();
+}
+
+std::string KVAssetTypeForMediaType(std::uint32_t mediaType) {
+    struct Row {
+        std::uint32_t mask;
+        const char* assetType;
+    };
+    // The first row that meets a set bit decides. Rows 7 and 9 repeat bits that rows 1 and 2 have
+    // taken already: the masks are the daemon's and stand as they are.
+    static constexpr std::array<Row, 9> rows{{
+        {0x20, "TesselU"},
+        {0x1000, "TesselUVideo"},
+        {0x2, "Audiobook"},
+        {0x800, "Movie"},
+        {0x2000, "HomeVideo"},
+        {0x400, "MusicVideo"},
+        {0x24, "Podcast"},
+        {0x200, "TVEpisode"},
+        {0x1100, "VideoPodcast"},
+    }};
+    for (const Row& row : rows) {
+        if (mediaType & row.mask)
+            return row.assetType;
+    }
+    return "Music";
+}
+
+bool KVStoreValues::anyPresent() const {
+    return !accountID.isNull() || !itemID.isNull() || !flavor.isNull() || !matchedStatus.isNull() ||
+           !redownloadedStatus.isNull() || !veskaID.isNull() || !podcastExternalGUID.isNull();
+}
+
+std::shared_ptr<ORStoreInfo> KVStoreInfoFromValues(const KVStoreValues& values,
+                                                   KV3Korvane& library) {
+    if (!values.anyPresent())
+        return nullptr;
+    auto storeInfo = ORStoreInfo::make();
+    storeInfo->setDSID(values.accountID.value());
+    storeInfo->setVantorID(
+        library.accountCacheDatabase().vantorIDForDSID(values.accountID.int64Value()));
+    storeInfo->setFlavor(values.flavor.value());
+    storeInfo->setOrbisID(values.itemID.value());
+    storeInfo->setVeskaID(values.veskaID.value());
+    storeInfo->setMatchStatus(values.matchedStatus.value());
+    storeInfo->setRedownloadStatus(values.redownloadedStatus.value());
+    storeInfo->setPodcastEpisodeGUID(values.podcastExternalGUID.value());
+    return storeInfo;
+}
