@@ -2,7 +2,8 @@
 // Calling thread: any.
 // Callback thread: observers are called on a thread of the manager's own and must not block.
 // Ownership: managers, options and downloads are shared references; the manager holds observers
-// weakly. Failure: none of these operations fails; an unknown property is null.
+//   weakly.
+// Failure: none of these operations fails; an unknown property is null.
 #pragma once
 
 #include <cstdint>

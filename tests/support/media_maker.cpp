@@ -35,8 +35,8 @@ std::string bigEndian(std::uint32_t number) {
 
 std::string pngChunk(const std::string& kind, const std::string& body) {
     const std::string checked = kind + body;
-    const auto sum = crc32(0, reinterpret_cast<const Bytef*>(checked.data()),
-                           static_cast<uInt>(checked.size()));
+    const auto sum =
+        crc32(0, reinterpret_cast<const Bytef*>(checked.data()), static_cast<uInt>(checked.size()));
     return bigEndian(static_cast<std::uint32_t>(body.size())) + checked +
            bigEndian(static_cast<std::uint32_t>(sum));
 }
@@ -81,8 +81,8 @@ std::string taggedMp3(const std::vector<std::pair<std::string, std::string>>& fr
     for (const auto& [id, text] : frames)
         tag += id3Frame(id, '\x03' + text);
     if (!jpegCover.empty())
-        tag += id3Frame("APIC", '\x03' + std::string("image/jpeg") + '\0' + '\x03' + '\0' +
-                                    jpegCover);
+        tag +=
+            id3Frame("APIC", '\x03' + std::string("image/jpeg") + '\0' + '\x03' + '\0' + jpegCover);
     std::string bytes = std::string("ID3\x04\0\0", 6) + syncSafe(tag.size()) + tag;
     std::string frame(std::begin(FrameHeader), std::end(FrameHeader));
     frame.resize(FrameSize);
