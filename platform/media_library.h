@@ -210,8 +210,9 @@ enum KVMediaLibraryServiceErrorCode : std::int64_t {
     KVMediaLibraryServiceErrorNoData = 1,       // neither track data nor a registered data file
     KVMediaLibraryServiceErrorDamagedData = 2,  // refused whole, nothing was changed
     KVMediaLibraryServiceErrorCancelled = 3,
-    KVMediaLibraryServiceErrorDatabase = 4,  // the database would not take it
-    KVMediaLibraryServiceErrorNoSpace = 5,   // the device's disk is full
+    KVMediaLibraryServiceErrorDatabase = 4,           // the database would not take it
+    KVMediaLibraryServiceErrorNoSpace = 5,            // the device's disk is full
+    KVMediaLibraryServiceErrorUnsupportedSource = 6,  // no import of this kind exists here
 };
 
 // Where an artwork token's files lie below the artwork directory; "" for an empty token.
