@@ -95,6 +95,7 @@ bool KVSyncClient::respondsTo(ORClientOperation operation) const {
         case ORClientOperation::assetTransferSucceeded:
         case ORClientOperation::assetInstallFailed:
         case ORClientOperation::assetTransferEndedWithSuccess:
+        case ORClientOperation::_processKenningConfigPlist:
             return true;
         default:
             return false;

@@ -110,7 +110,7 @@ public:
     void _processKenningPlist(const platform::Dictionary& plist, const std::string& kenningIDString,
                               std::int64_t kenningChecksum);
     // _processKenningConfigPlist:
-    void _processKenningConfigPlist(const platform::Value& configPlist);
+    void _processKenningConfigPlist(const platform::Value& configPlist) override;
 
 private:
     // Reads and replaces the variables below in tests.

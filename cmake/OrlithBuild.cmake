@@ -12,7 +12,7 @@ endif()
 add_library(orlith_options INTERFACE)
 target_include_directories(orlith_options INTERFACE ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)
 target_compile_options(orlith_options INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
+    -Wall -Wextra -Wpedantic $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow> -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
     -Wcast-qual -Wformat=2 -fno-omit-frame-pointer)
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     # GCC 12 reports the unused alternatives of a std::variant that it has inlined.
@@ -20,6 +20,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
 endif()
 if(ORLITH_WERROR)
     target_compile_options(orlith_options INTERFACE -Werror)
+endif()
+if(ORLITH_FUZZ)
+    # Everything counts its coverage; the programs of fuzz/ bring the driver.
+    set(ORLITH_SANITIZE fuzzer-no-link,address,undefined)
 endif()
 if(ORLITH_SANITIZE)
     add_compile_options(-fsanitize=${ORLITH_SANITIZE})

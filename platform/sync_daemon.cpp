@@ -61,3 +61,7 @@ void ORClient::assetInstallFailed(const std::shared_ptr<ORAsset>&, const platfor
 void ORClient::assetTransferEndedWithSuccess(bool) {
     throw ORUnimplementedOperation("assetTransferEndedWithSuccess:");
 }
+
+void ORClient::_processKenningConfigPlist(const platform::Value&) {
+    throw ORUnimplementedOperation("_processKenningConfigPlist:");
+}

@@ -137,6 +137,8 @@ enum class ORClientOperation {
     disabledAssetTypes,
     installedAssetMetrics,
     installedAssets,
+    // An extension of this daemon, after the protocol's own.
+    _processKenningConfigPlist,
 };
 
 // Anchor-based sync. A session is: prepare, reconcile, outstanding transfers, a report per
@@ -173,6 +175,8 @@ public:
                                     const platform::OptionalError& error);
     // assetTransferEndedWithSuccess:
     virtual void assetTransferEndedWithSuccess(bool success);
+    // _processKenningConfigPlist:  The host's recommendation settings, a dictionary.
+    virtual void _processKenningConfigPlist(const platform::Value& configPlist);
 };
 
 inline constexpr std::uint32_t ORSyncNoSync = 0;

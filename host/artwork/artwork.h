@@ -33,7 +33,8 @@ struct ArtworkCandidate {
     std::optional<ContentHash> hash;
 };
 
-// The images of a scan, by folder.
+// The images of a scan, by folder. Names are compared without regard to case; of several the JPEG
+// is taken before the PNG before the WebP.
 class FolderImages {
 public:
     explicit FolderImages(const std::vector<FileStamp>& images);
@@ -41,12 +42,14 @@ public:
     FolderImages(FolderImages&&) noexcept;
     FolderImages& operator=(FolderImages&&) noexcept;
 
-    // The best one for a file: "<file's name>.*", then "cover", "folder", "front", "<album>".*,
-    // without regard to case; JPEG before PNG before WebP.
-    const FileStamp* imageFor(const MediaFile& file) const;
+    // "<the file's name>.jpg" beside it, or null.
+    const FileStamp* imageOfFile(const MediaFile& file) const;
+    // "cover", "folder", "front" or "<album>" in its folder, or null.
+    const FileStamp* imageOfFolder(const MediaFile& file) const;
 
 private:
     struct Index;
+    const FileStamp* find(const MediaFile& file, const std::string& foldedStem) const;
     std::unique_ptr<Index> _index;
 };
 

@@ -20,9 +20,9 @@ inline constexpr std::size_t PlaylistEntryLimit = 100'000;
 // An entry as the playlist names it.
 struct PlaylistLine {
     std::string text;  // as written, made valid UTF-8; for messages
-    // The path to look for, decoded: raw bytes, '/' between parts, relative to the playlist's
-    // folder or absolute. Empty when the entry is an address elsewhere.
-    std::string path;
+    // The paths that it may mean, the likeliest first: raw bytes, '/' between parts, relative to
+    // the playlist's folder or absolute. None when the entry is an address elsewhere.
+    std::vector<std::string> paths;
 };
 
 // What a playlist file says, before anything is looked up.
@@ -31,10 +31,10 @@ struct ParsedPlaylist {
     std::vector<PlaylistLine> lines;
 };
 
-// The parsers of the two formats. Both give a reason in plain words when the text is refused, else
+// The parsers of the two formats. M3U may be UTF-8 (with or without a mark), UTF-16 with a mark, or
+// Windows Latin. Both give a reason in plain words when the text is refused, else
 // nothing.
-std::optional<std::string> parseM3U(std::string_view text, bool declaredUTF8,
-                                    ParsedPlaylist& playlist);
+std::optional<std::string> parseM3U(std::string_view text, ParsedPlaylist& playlist);
 std::optional<std::string> parseXSPF(std::string_view text, ParsedPlaylist& playlist);
 
 // Where the scanned files are found again: by exact bytes, in NFC, or, where only one file fits,

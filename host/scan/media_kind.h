@@ -4,6 +4,10 @@
 // else a film. Thread: any. Failure: none.
 #pragma once
 
+#include <optional>
+#include <string>
+#include <string_view>
+
 #include "host/scan/media_file.h"
 #include "host/scan/rule_file.h"
 
@@ -17,5 +21,7 @@ void classifyMedia(MediaFile& file, const RuleFile& rules);
 // "movie", "music-video", "home-video", "tessel-u", "tessel-u-video"), and back.
 std::string_view nameOfMediaType(std::uint32_t mediaType);
 std::optional<std::uint32_t> mediaTypeNamed(std::string_view name);
+// All of them, with commas between.
+std::string mediaTypeNames();
 
 }  // namespace host

@@ -18,14 +18,20 @@
 
 namespace host {
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr std::uint64_t DefaultWorkerMemory = 0;  // sanitizers map more than any limit
+#else
+inline constexpr std::uint64_t DefaultWorkerMemory = std::uint64_t{1} << 30;
+#endif
+
 struct MediaWorkerOptions {
     // The worker program; empty for "orlith-scan-worker" beside the running program.
     std::string executable;
     unsigned count = 2;
     // A file that takes longer is given up, and its worker replaced.
     std::chrono::milliseconds fileTimeout{10'000};
-    // Address space of one worker, bytes; 0 for no limit (sanitizers need that).
-    std::uint64_t memoryLimit = std::uint64_t{1} << 30;
+    // Address space of one worker, bytes; 0 for no limit.
+    std::uint64_t memoryLimit = DefaultWorkerMemory;
 };
 
 struct MediaRequest {

@@ -17,36 +17,41 @@ namespace host {
 
 inline constexpr std::string_view RuleFileName = "orlith-rules.toml";
 
+// A tag that a rule sets; one of the two fields is named.
+struct TagOverride {
+    std::string Tags::*text = nullptr;
+    std::int32_t Tags::*number = nullptr;
+    std::string textValue;
+    std::int32_t numberValue = 0;
+};
+
 // One rule; what is absent is left as it is.
 struct MediaRule {
-    std::string pattern;  // "*" and "?" stop at '/', "**" does not; compared in NFC without case
-    bool ignore = false;
+    // "*" and "?" stop at '/', "**" does not; without a '/' it is compared with the file's name
+    // alone. Folded: compared in NFC without case.
+    std::string pattern;
+    std::optional<bool> ignore;
     std::optional<std::uint32_t> mediaType;  // one of the KV3MediaType bits
     std::optional<bool> isRental;
-    // The tags to set: each changes its one field.
-    struct Override {
-        std::string Tags::*text = nullptr;
-        std::int32_t Tags::*number = nullptr;
-        std::string value;
-        std::int32_t numberValue = 0;
-    };
-    std::vector<Override> overrides;
+    std::vector<TagOverride> overrides;
+};
+
+// What the rules say of one file. The last rule that matches and speaks of a thing decides it.
+struct RuleVerdict {
+    bool ignore = false;
+    std::optional<std::uint32_t> mediaType;
+    std::optional<bool> isRental;
+    std::vector<const TagOverride*> overrides;  // in order; borrowed from the RuleFile
 };
 
 class RuleFile {
 public:
-    // No rules.
-    RuleFile() = default;
-    // At most 1 MiB and 10,000 rules.
+    // At most 1 MiB and 10,000 rules. On an error the rules are left as they were.
     static platform::OptionalError parse(std::string_view text, RuleFile& rules);
 
     bool empty() const { return _rules.empty(); }
-    // The last rule that matches a path and says something decides each thing.
-    bool ignores(std::string_view path) const;
-    std::optional<std::uint32_t> mediaTypeOf(std::string_view path) const;
-    std::optional<bool> isRental(std::string_view path) const;
-    // Sets the overridden tags; true when a rule named one.
-    bool overrideTags(std::string_view path, Tags& tags) const;
+    // `path` is relative to the folder, any bytes.
+    RuleVerdict verdictFor(std::string_view path) const;
 
 private:
     std::vector<MediaRule> _rules;

@@ -1,0 +1,98 @@
+// What the daemon itself needs of the device's library, beside what the plug-in uses: its state, a
+// session's data, and the owner's view and edits.
+//
+// Any thread. Nothing throws but for lack of memory; what can fail says so.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/errors.h"
+
+namespace orlith {
+
+struct LibraryStatistics {
+    std::uint64_t tracks = 0;
+    std::uint64_t playlists = 0;
+    std::uint64_t missingFiles = 0;  // tracks of the host whose file is to come
+    bool backgroundSuppressed = false;
+};
+
+struct TrackSummary {
+    std::int64_t persistentID = 0;
+    std::int64_t syncID = 0;
+    std::int64_t globalID = 0;
+    std::optional<std::string> title;
+    std::optional<std::string> artist;
+    std::optional<std::string> album;
+    std::uint32_t discNumber = 0;
+    std::uint32_t trackNumber = 0;
+    std::uint32_t mediaType = 0;
+    std::optional<std::string> path;  // absolute device path
+    std::uint64_t size = 0;           // bytes
+    bool hasArtwork = false;
+    bool hasKenning = false;
+    std::uint32_t chapters = 0;
+    std::uint32_t rating = 0;  // 0 to 100
+    std::uint64_t playCount = 0;
+    std::string contentHash;  // as the host gave it; "" when it gave none
+    std::optional<std::string> hostPath;
+    bool fromHost = false;
+};
+
+struct PlaylistSummary {
+    std::int64_t persistentID = 0;
+    std::int64_t syncID = 0;
+    std::int64_t globalID = 0;
+    std::string name;
+    bool isSmart = false;
+    std::vector<std::int64_t> tracks;  // persistent ids, in order
+    bool fromHost = false;
+    bool isBuiltIn = false;
+};
+
+// One stream that preparation saved for the host.
+struct SavedChanges {
+    bool isPlaylists = false;  // else track metadata
+    std::string path;          // absolute device path of a "QORX" file
+};
+
+struct EditOutcome {
+    platform::OptionalError error;
+    std::string title;  // of the track that was changed
+};
+
+class LibraryAccess {
+public:
+    virtual ~LibraryAccess() = default;
+
+    virtual std::string libraryUID() = 0;
+    virtual std::string anchor() = 0;  // "0" when no host has synced
+    virtual std::int64_t revision() = 0;
+
+    // Holds the sweep of orphaned files, and forgets a cancel of an earlier session.
+    virtual void sessionBegan() = 0;
+    virtual void sessionEnded() = 0;
+    // What the host's data import reads, until it is unregistered.
+    virtual void registerHostData(const std::string& devicePath) = 0;
+    virtual void unregisterHostData() = 0;
+    // What the last preparation saved, and the revision that it covers.
+    virtual std::vector<SavedChanges> savedChanges() = 0;
+    virtual std::int64_t coveredRevision() = 0;
+    // Absolute paths of the media files of tracks that only the host's data keeps in the library.
+    virtual std::vector<std::string> filesHeldByHostAlone() = 0;
+
+    virtual LibraryStatistics statistics() = 0;
+    // In the library's own order; the callback answers false to stop.
+    virtual void forEachTrack(const std::function<bool(const TrackSummary&)>& callback) = 0;
+    virtual void forEachPlaylist(const std::function<bool(const PlaylistSummary&)>& callback) = 0;
+    // `track` is a persistent id, a sync id, or an exact title that only one track has. `stars` is
+    // 0 to 5.
+    virtual EditOutcome rate(const std::string& track, std::uint32_t stars) = 0;
+    virtual EditOutcome recordPlay(const std::string& track) = 0;
+};
+
+}  // namespace orlith

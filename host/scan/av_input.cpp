@@ -1,0 +1,142 @@
+#include "host/scan/av_input.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace host {
+
+namespace {
+
+constexpr int BufferSize = 32 * 1024;
+// What one file may make the reader read: headers, tags, pictures and chapters take far less.
+constexpr std::int64_t ReadLimit = 256 << 20;  // bytes
+constexpr const char* Formats = "mp3,mov,mp4,m4a,3gp,3g2,mj2,flac,ogg,wav,aac,matroska,webm";
+// Decoders that looking into the content may use. Pictures and films are not decoded by a scan.
+constexpr const char* Decoders =
+    "mp3,mp3float,mp2,mp2float,aac,aac_fixed,aac_latm,flac,opus,vorbis,libopus,libvorbis";
+
+class Options {
+public:
+    Options() = default;
+    ~Options() { av_dict_free(&_entries); }
+    Options(const Options&) = delete;
+    Options& operator=(const Options&) = delete;
+    void set(const char* key, const char* value) { av_dict_set(&_entries, key, value, 0); }
+    AVDictionary** get() { return &_entries; }
+
+private:
+    AVDictionary* _entries = nullptr;
+};
+
+}  // namespace
+
+std::string mediaErrorText(int error) {
+    switch (error) {
+        case AVERROR(ENOMEM):
+            return "reading it takes too much memory";
+        case AVERROR(EIO):
+            return "the disk could not read it";
+        case AVERROR(EFBIG):
+            return "its headers are larger than any sensible file's";
+        case AVERROR_EOF:
+            return "the file is cut short";
+        default:
+            return "it is damaged, or no media file of a kind that can be synced";
+    }
+}
+
+AvInput::AvInput() = default;
+
+AvInput::~AvInput() {
+    avformat_close_input(&_format);
+    if (_io)
+        av_freep(&_io->buffer);
+    avio_context_free(&_io);
+}
+
+std::string AvInput::open(const std::string& path) {
+    _fd.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    struct stat status {};
+    if (!_fd || ::fstat(_fd.get(), &status) != 0)
+        return std::string("it cannot be opened: ") + std::strerror(errno);
+    if (!S_ISREG(status.st_mode))
+        return "it is no file";
+    _size = status.st_size;
+
+    auto* buffer = static_cast<unsigned char*>(av_malloc(BufferSize));
+    _io = buffer ? avio_alloc_context(buffer, BufferSize, 0, this, &AvInput::read, nullptr,
+                                      &AvInput::seek)
+                 : nullptr;
+    if (!_io) {
+        av_free(buffer);
+        return mediaErrorText(AVERROR(ENOMEM));
+    }
+    AVFormatContext* format = avformat_alloc_context();
+    if (!format)
+        return mediaErrorText(AVERROR(ENOMEM));
+    format->pb = _io;
+    format->flags |= AVFMT_FLAG_CUSTOM_IO;
+    format->max_streams = 64;
+    Options options;
+    options.set("format_whitelist", Formats);
+    options.set("codec_whitelist", Decoders);
+    options.set("protocol_whitelist", "");
+    options.set("probesize", "1048576");
+    options.set("formatprobesize", "262144");
+    options.set("analyzeduration", "2000000");  // microseconds
+    const int error = avformat_open_input(&format, "", nullptr, options.get());
+    if (error < 0)
+        return mediaErrorText(error);
+    _format = format;
+    return {};
+}
+
+void AvInput::analyze() {
+    avformat_find_stream_info(_format, nullptr);
+}
+
+int AvInput::read(void* self, std::uint8_t* buffer, int size) {
+    auto& input = *static_cast<AvInput*>(self);
+    if (input._bytesRead >= ReadLimit)
+        return AVERROR(EFBIG);
+    const ssize_t count =
+        ::pread(input._fd.get(), buffer, static_cast<std::size_t>(size), input._position);
+    if (count < 0)
+        return AVERROR(errno);
+    input._position += count;
+    input._bytesRead += count;
+    return count == 0 ? AVERROR_EOF : static_cast<int>(count);
+}
+
+std::int64_t AvInput::seek(void* self, std::int64_t offset, int whence) {
+    auto& input = *static_cast<AvInput*>(self);
+    switch (whence & ~AVSEEK_FORCE) {
+        case AVSEEK_SIZE:
+            return input._size;
+        case SEEK_SET:
+            break;
+        case SEEK_CUR:
+            offset += input._position;
+            break;
+        case SEEK_END:
+            offset += input._size;
+            break;
+        default:
+            return AVERROR(EINVAL);
+    }
+    if (offset < 0)
+        return AVERROR(EINVAL);
+    return input._position = offset;
+}
+
+}  // namespace host

@@ -1,0 +1,48 @@
+// Purpose: opens one media file with FFmpeg's reader, within bounds: only the formats that a scan
+// accepts, only the one file, bounded probing and bounded reading. Runs in a worker.
+// Thread: an object belongs to one thread.
+// Failure: a reason in plain words.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "common/unique_fd.h"
+
+struct AVFormatContext;
+struct AVIOContext;
+
+namespace host {
+
+class AvInput {
+public:
+    AvInput();
+    ~AvInput();
+    AvInput(const AvInput&) = delete;
+    AvInput& operator=(const AvInput&) = delete;
+
+    // "" when the file is open, else why not. `path` is any bytes.
+    std::string open(const std::string& path);
+    // Has the reader look into the content for what the headers did not tell.
+    void analyze();
+
+    AVFormatContext& context() { return *_format; }
+    std::int64_t fileSize() const { return _size; }
+
+private:
+    static int read(void* self, std::uint8_t* buffer, int size);
+    static std::int64_t seek(void* self, std::int64_t offset, int whence);
+
+    common::UniqueFd _fd;
+    std::int64_t _size = 0;
+    std::int64_t _position = 0;
+    std::int64_t _bytesRead = 0;
+    AVIOContext* _io = nullptr;          // released with the object
+    AVFormatContext* _format = nullptr;  // likewise, before _io
+};
+
+// Plain words for an error of FFmpeg's.
+std::string mediaErrorText(int error);
+
+}  // namespace host

@@ -1,0 +1,86 @@
+#include "tests/SyncBundle/sync_client_test.h"
+
+namespace sync_bundle_tests {
+namespace {
+
+class ProtocolTables : public SyncClientTest {
+protected:
+    // The client's answer for each operation of a protocol, in its order.
+    template <typename Operation>
+    std::vector<bool> answers(Operation last) {
+        std::vector<bool> result;
+        for (int i = 0; i <= static_cast<int>(last); ++i)
+            result.push_back(client().respondsTo(static_cast<Operation>(i)));
+        return result;
+    }
+};
+
+TEST_F(ProtocolTables, TheAnchorProtocol) {
+    const std::vector<bool> expected{
+        true,   // supportedDataclasses
+        false,  // registerMessageHandlersWithLink:
+        true,   // currentSyncAnchor
+        false,  // prepareForSyncWithHostAnchor:progressCallback:error:
+        true,   // prepareForSyncWithHostAnchor:progressCallback:torvelID:hostVersion:error:
+        true,   // reconcileSync:withNewAnchor:progressCallback:error:
+        false,  // syncEndedWithSuccess:
+        true,   // cancelSyncOperations
+        false,  // reconcileRestoreWithError:
+        false,  // restoreEndedWithError:
+        false,  // outstandingAssetTransfers
+        true,   // outstandingAssetTransfersWithDownloadManager:
+        true,   // assetTransfer:succeeded:withError:
+        false,  // assetTransfer:updatedProgress:
+        false,  // metadataUpdate:forAsset:withNewAnchor:
+        true,   // assetInstallFailed:withError:
+        false,  // assetInstallSucceeded:
+        true,   // assetTransferEndedWithSuccess:
+        false,  // prioritizeAsset:
+        false,  // prepareForBackup
+        false,  // backupEnded
+        false,  // pathsToBackup:pathsNotToBackup:
+        false,  // vantorIDsForAssets
+        false,  // shouldRestoreFile:backupManager:
+        false,  // shouldBackgroundRestorePath:backupManager:
+        false,  // shouldBackgroundRestoreFile:backupManager:
+        false,  // clearSyncData
+        false,  // disabledAssetTypes
+        false,  // installedAssetMetrics
+        false,  // installedAssets
+    };
+    EXPECT_EQ(answers(ORClientOperation::installedAssets), expected);
+}
+
+TEST_F(ProtocolTables, TheChangeSyncProtocol) {
+    const std::vector<bool> expected{
+        true,   // setDelegate:
+        false,  // syncDataClass
+        false,  // currentRevision
+        false,  // revisionVersionToken
+        false,  // getChangesForSyncType:...
+        false,  // applyChangesForSyncType:...
+        false,  // resetSyncDataWithCompletion:
+        true,   // syncSessionCompletedWithError:allAssetsTransferred:
+    };
+    EXPECT_EQ(answers(ORSyncClientOperation::syncSessionCompleted), expected);
+}
+
+TEST_F(ProtocolTables, TheAssetProtocol) {
+    EXPECT_EQ(answers(ORAssetClientOperation::assetSyncDidComplete),
+              (std::vector<bool>{false, false, false, false, false, false}));
+}
+
+TEST_F(ProtocolTables, TheDownloadManagersObserver) {
+    EXPECT_EQ(answers(VDDownloadManagerObserverOperation::networkUsageDidChange),
+              (std::vector<bool>{false, false, false, false}));
+}
+
+TEST_F(ProtocolTables, TheRolesAreOneObject) {
+    ORClient& anchorClient = client();
+    EXPECT_EQ(dynamic_cast<ORSyncClient*>(&anchorClient), &client());
+    EXPECT_EQ(dynamic_cast<ORAssetClient*>(&anchorClient), &client());
+    EXPECT_EQ(dynamic_cast<VDDownloadManagerObserver*>(&anchorClient), &client());
+}
+
+}  // namespace
+}  // namespace sync_bundle_tests

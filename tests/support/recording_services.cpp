@@ -1,0 +1,87 @@
+#include "tests/support/recording_services.h"
+
+namespace support {
+namespace {
+
+platform::Array arrayOf(const std::vector<std::string>& strings) {
+    return {strings.begin(), strings.end()};
+}
+
+class Options : public VDDownloadManagerOptions {
+public:
+    explicit Options(Recorder& recorder) : _recorder(recorder) {}
+    void setDownloadKinds(const std::vector<std::string>& kinds) override {
+        _recorder.record("VDDownloadManagerOptions.setDownloadKinds", {arrayOf(kinds)});
+    }
+    void setPrefetchedDownloadProperties(const std::vector<std::string>& properties) override {
+        _recorder.record("VDDownloadManagerOptions.setPrefetchedDownloadProperties",
+                         {arrayOf(properties)});
+    }
+
+private:
+    Recorder& _recorder;
+};
+
+class CloudClient : public KLCloudClient {
+public:
+    CloudClient(Recorder& recorder, bool isAuthenticated)
+        : _recorder(recorder), _isAuthenticated(isAuthenticated) {}
+
+    void isAuthenticatedWithQueue(std::shared_ptr<platform::WorkQueue> queue,
+                                  std::function<void(bool)> completionHandler) override {
+        const bool isFault = _recorder.fails("KLCloudClient.isAuthenticated", {queue->label()});
+        queue->async(
+            [answer = _isAuthenticated && !isFault,
+             completionHandler = std::move(completionHandler)] { completionHandler(answer); });
+    }
+
+private:
+    Recorder& _recorder;
+    const bool _isAuthenticated;
+};
+
+}  // namespace
+
+void RecordingDownloadManager::addObserver(std::weak_ptr<VDDownloadManagerObserver> observer) {
+    _recorder.record("VDDownloadManager.addObserver");
+    _observers.push_back(std::move(observer));
+}
+
+std::vector<std::shared_ptr<VDDownload>> RecordingDownloadManager::downloads() {
+    _recorder.record("VDDownloadManager.downloads");
+    return scriptedDownloads;
+}
+
+std::shared_ptr<VDDownloadManagerOptions> RecordingStoreDownloads::makeManagerOptions() {
+    return std::make_shared<Options>(_recorder);
+}
+
+std::shared_ptr<VDDownloadManager> RecordingStoreDownloads::makeManager(
+    std::shared_ptr<VDDownloadManagerOptions>) {
+    _recorder.record("VDDownloadManager.initWithManagerOptions");
+    auto manager = std::make_shared<RecordingDownloadManager>(_recorder);
+    _lastManager = manager;
+    return manager;
+}
+
+std::shared_ptr<KLCloudClient> RecordingCloud::makeClient() {
+    _recorder.record("KLCloudClient.make");
+    return std::make_shared<CloudClient>(_recorder, isAuthenticated);
+}
+
+void RecordingArtworkService::sendRequest(
+    const PXVArtworkServiceResizeRequest& request,
+    std::function<void(const platform::OptionalError&)> completionHandler) {
+    platform::Array destinations;
+    for (const auto& destination : request.destinations)
+        destinations.emplace_back(
+            platform::Array{destination.width, destination.height, destination.path});
+    const bool isFault =
+        _recorder.fails("PXVArtworkService.sendRequest", {request.source, destinations});
+    _scheduler.post(0, [this, isFault, completionHandler = std::move(completionHandler)] {
+        completionHandler(isFault ? platform::Error("PXVArtworkService", 1)
+                                  : platform::OptionalError(error));
+    });
+}
+
+}  // namespace support

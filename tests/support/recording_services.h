@@ -1,0 +1,99 @@
+// The store download framework, the cloud client and the artwork service.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/artwork_service.h"
+#include "platform/cloud_client.h"
+#include "platform/store_downloads.h"
+#include "tests/support/recorder.h"
+#include "tests/support/virtual_scheduler.h"
+
+namespace support {
+
+class ScriptedDownload : public VDDownload {
+public:
+    ScriptedDownload(std::int64_t persistentIdentifier, platform::Value libraryItemIdentifier)
+        : _persistentIdentifier(persistentIdentifier) {
+        properties[std::string(VDDownloadPropertyLibraryItemIdentifier)] =
+            std::move(libraryItemIdentifier);
+    }
+
+    std::map<std::string, platform::Value, std::less<>> properties;
+
+    platform::Value valueForProperty(std::string_view property) const override {
+        const auto found = properties.find(property);
+        return found == properties.end() ? platform::Value() : found->second;
+    }
+    std::int64_t persistentIdentifier() const override { return _persistentIdentifier; }
+
+private:
+    const std::int64_t _persistentIdentifier;
+};
+
+class RecordingDownloadManager : public VDDownloadManager {
+public:
+    explicit RecordingDownloadManager(Recorder& recorder) : _recorder(recorder) {}
+
+    std::vector<std::shared_ptr<VDDownload>> scriptedDownloads;
+    const std::vector<std::weak_ptr<VDDownloadManagerObserver>>& observers() const {
+        return _observers;
+    }
+
+    void addObserver(std::weak_ptr<VDDownloadManagerObserver> observer) override;
+    std::vector<std::shared_ptr<VDDownload>> downloads() override;
+
+private:
+    Recorder& _recorder;
+    std::vector<std::weak_ptr<VDDownloadManagerObserver>> _observers;
+};
+
+class RecordingStoreDownloads : public StoreDownloadServices {
+public:
+    explicit RecordingStoreDownloads(Recorder& recorder) : _recorder(recorder) {}
+
+    // The one made last.
+    std::shared_ptr<RecordingDownloadManager> lastManager() const { return _lastManager.lock(); }
+
+    std::shared_ptr<VDDownloadManagerOptions> makeManagerOptions() override;
+    std::shared_ptr<VDDownloadManager> makeManager(
+        std::shared_ptr<VDDownloadManagerOptions> options) override;
+
+private:
+    Recorder& _recorder;
+    std::weak_ptr<RecordingDownloadManager> _lastManager;
+};
+
+class RecordingCloud : public CloudServices {
+public:
+    explicit RecordingCloud(Recorder& recorder) : _recorder(recorder) {}
+
+    bool isAuthenticated = false;
+
+    std::shared_ptr<KLCloudClient> makeClient() override;
+
+private:
+    Recorder& _recorder;
+};
+
+// Writes nothing; answers after the call has returned.
+class RecordingArtworkService : public PXVArtworkService {
+public:
+    RecordingArtworkService(Recorder& recorder, VirtualScheduler& scheduler)
+        : _recorder(recorder), _scheduler(scheduler) {}
+
+    platform::OptionalError error;
+
+    void sendRequest(
+        const PXVArtworkServiceResizeRequest& request,
+        std::function<void(const platform::OptionalError&)> completionHandler) override;
+
+private:
+    Recorder& _recorder;
+    VirtualScheduler& _scheduler;
+};
+
+}  // namespace support
