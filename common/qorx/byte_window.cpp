@@ -6,7 +6,7 @@ namespace common {
 
 namespace {
 
-constexpr std::size_t PieceSize = 256u << 10;
+constexpr std::size_t PieceSize = 64u << 10;
 
 }  // namespace
 

@@ -15,11 +15,14 @@ using platform::OptionalError;
 
 namespace {
 
-// A record is one field, and its number the kind.
-bool isKnownKind(std::span<const std::uint8_t> record) {
-    const auto tag = [](int field) { return static_cast<std::uint8_t>(field << 3 | 2); };
-    return !record.empty() && record[0] >= tag(qorx::Record::kHeader) &&
-           record[0] <= tag(qorx::Record::kEnd) && (record[0] & 7) == 2;
+// A record is one field, and its number the kind; any other beginning is a kind that is not known.
+qorx::Record::KindCase kindOf(std::span<const std::uint8_t> record) {
+    constexpr int LengthDelimited = 2;
+    const int tag = record.empty() ? 0 : record[0];
+    const int field = tag >> 3;
+    const bool known = (tag & 7) == LengthDelimited && field >= qorx::Record::kHeader &&
+                       field <= qorx::Record::kEnd;
+    return known ? static_cast<qorx::Record::KindCase>(field) : qorx::Record::KIND_NOT_SET;
 }
 
 }  // namespace
@@ -36,6 +39,7 @@ struct QorxReader::State {
     google::protobuf::Arena headerArena;
     const qorx::Header* header = nullptr;
     qorx::End counts;
+    qorx::Record::KindCase handedOut = qorx::Record::KIND_NOT_SET;  // not set: every kind
     std::uint64_t records = 0;
     bool finished = false;
     OptionalError error;
@@ -104,10 +108,31 @@ struct QorxReader::State {
         return false;
     }
 
-    // The next record of a known kind; null on failure.
+    // Counts a record that is not to be read.
+    bool isPassedOver(qorx::Record::KindCase kind) {
+        switch (kind) {
+            case qorx::Record::kTrack:
+                counts.set_tracks(counts.tracks() + 1);
+                break;
+            case qorx::Record::kPlaylist:
+                counts.set_playlists(counts.playlists() + 1);
+                break;
+            case qorx::Record::kDeletion:
+                counts.set_deletions(counts.deletions() + 1);
+                break;
+            case qorx::Record::kHeader:
+            case qorx::Record::kEnd:
+                return false;
+            case qorx::Record::KIND_NOT_SET:
+                return true;
+        }
+        return header != nullptr && handedOut != qorx::Record::KIND_NOT_SET && kind != handedOut;
+    }
+
+    // The next record that is to be read; null on failure.
     const qorx::Record* readRecord(google::protobuf::Arena& arena) {
         while (const std::optional<std::span<const std::uint8_t>> bytes = readBytes()) {
-            if (!isKnownKind(*bytes)) {
+            if (isPassedOver(kindOf(*bytes))) {
                 window.consume(bytes->size());
                 continue;
             }
@@ -188,27 +213,17 @@ struct QorxReader::State {
     }
 
     // Whether the record is one to hand out.
-    bool account(const qorx::Record& record) {
+    bool accept(const qorx::Record& record) {
         switch (record.kind_case()) {
-            case qorx::Record::kTrack:
-                counts.set_tracks(counts.tracks() + 1);
-                return true;
-            case qorx::Record::kPlaylist:
-                counts.set_playlists(counts.playlists() + 1);
-                return true;
-            case qorx::Record::kDeletion:
-                counts.set_deletions(counts.deletions() + 1);
-                return true;
             case qorx::Record::kHeader:
                 damaged("there is a second header");
                 return false;
             case qorx::Record::kEnd:
                 finish(record.end());
                 return false;
-            case qorx::Record::KIND_NOT_SET:
-                return false;
+            default:
+                return record.kind_case() != qorx::Record::KIND_NOT_SET;
         }
-        return false;
     }
 };
 
@@ -233,11 +248,15 @@ const qorx::Record* QorxReader::next(google::protobuf::Arena& arena) {
     }
     while (!_state->finished) {
         const qorx::Record* record = _state->readRecord(arena);
-        if (record != nullptr && _state->account(*record)) {
+        if (record != nullptr && _state->accept(*record)) {
             return record;
         }
     }
     return nullptr;
+}
+
+void QorxReader::handOutOnly(qorx::Record::KindCase kind) {
+    _state->handedOut = kind;
 }
 
 const OptionalError& QorxReader::error() const {

@@ -45,11 +45,14 @@ public:
     // stream, which is reached only when counts and checksum are right and nothing follows, and
     // null on failure. Records of unknown kinds are skipped. After null it stays null.
     const qorx::Record* next(google::protobuf::Arena& arena);
+    // From here on only records of this kind are handed out; the others are counted and passed over
+    // unread.
+    void handOutOnly(qorx::Record::KindCase kind);
     // The header, read if it has not been yet; null on failure.
     const qorx::Header* header();
     // Why reading ended before the end; absent at the end.
     const platform::OptionalError& error() const;
-    // Of the records handed out so far.
+    // Of the records read so far.
     const qorx::End& counts() const;
 
 private:

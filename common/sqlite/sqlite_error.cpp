@@ -4,6 +4,10 @@
 
 namespace common {
 
+static_assert(SqliteAborted == SQLITE_ABORT && SqliteReadOnly == SQLITE_READONLY &&
+              SqliteDamaged == SQLITE_CORRUPT && SqliteCannotOpen == SQLITE_CANTOPEN &&
+              SqliteOutOfRange == SQLITE_RANGE);
+
 namespace {
 int primaryCode(int extended) {
     return extended & 0xff;

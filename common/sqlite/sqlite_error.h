@@ -15,6 +15,13 @@ namespace common {
 // Codes are SQLite's extended result codes.
 inline constexpr std::string_view SqliteErrorDomain = "SqliteErrorDomain";
 
+// The codes that callers raise themselves, under the engine's numbers.
+inline constexpr int SqliteAborted = 4;
+inline constexpr int SqliteReadOnly = 8;
+inline constexpr int SqliteDamaged = 11;
+inline constexpr int SqliteCannotOpen = 14;
+inline constexpr int SqliteOutOfRange = 25;
+
 class SqliteError : public std::runtime_error {
 public:
     // `code` is an extended result code.

@@ -10,9 +10,6 @@ namespace korvane {
 
 namespace {
 
-// SQLITE_CANTOPEN, without the engine's header.
-constexpr int CannotOpen = 14;
-
 // Where a file may lie. 200 to 249 and 251 to 299 are the music folders, by the remainder of the
 // sync id, which keeps its sign; what lies from 300 on a store or cloud can give again.
 void fillBaseLocations(common::Database& database) {
@@ -45,9 +42,10 @@ void bringSchemaUpToDate(common::Database& database) {
     const auto version = database.int64("PRAGMA user_version");
     if (version > newest)
         throw common::SqliteError(
-            CannotOpen, fmt::format("the library was made by a newer version of this program "
-                                    "(schema {}, this one knows {})",
-                                    version, newest));
+            common::SqliteCannotOpen,
+            fmt::format("the library was made by a newer version of this program "
+                        "(schema {}, this one knows {})",
+                        version, newest));
     if (version == static_cast<int>(SchemaVersion::Empty))
         createFirstVersion(database);
     database.executeScript(fmt::format("PRAGMA user_version = {}", newest));

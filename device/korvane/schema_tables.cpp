@@ -22,10 +22,8 @@ CREATE TABLE item (
     album_pid INTEGER NOT NULL DEFAULT 0,         -- 0: has none; the next two as well
     album_artist_pid INTEGER NOT NULL DEFAULT 0,
     item_artist_pid INTEGER NOT NULL DEFAULT 0,
-    album_artist_order INTEGER NOT NULL DEFAULT 0,  -- places among all sort keys: sort_map
-    album_order INTEGER NOT NULL DEFAULT 0,
-    artist_order INTEGER NOT NULL DEFAULT 0,
-    title_order INTEGER NOT NULL DEFAULT 0,
+    album_artist_order INTEGER NOT NULL DEFAULT 0,  -- places among all sort keys: sort_map;
+    album_order INTEGER NOT NULL DEFAULT 0,         -- 0 until the transaction's end places the item
     date_added INTEGER NOT NULL DEFAULT 0,        -- seconds since 1970
     sync_generation INTEGER NOT NULL DEFAULT 0    -- of the last import that named the track
 );
@@ -126,6 +124,7 @@ CREATE INDEX item_stats_pid ON item_stats (item_pid);
 CREATE INDEX item_store_sync_id ON item_store (sync_id) WHERE sync_id <> 0;
 CREATE INDEX item_extra_global_id ON item_extra (global_id) WHERE global_id <> 0;
 CREATE INDEX item_extra_kenning_id ON item_extra (kenning_id) WHERE kenning_id IS NOT NULL;
+CREATE INDEX item_unplaced ON item (item_id) WHERE album_order = 0;
 CREATE INDEX item_needs_restore ON item (item_id) WHERE needs_restore <> 0;
 )sql";
 
@@ -263,6 +262,7 @@ CREATE TABLE removed_memory (
     bookmark_changed_ms INTEGER NOT NULL,
     date_added INTEGER NOT NULL
 );
+CREATE INDEX removed_memory_pid ON removed_memory (item_pid);
 CREATE TABLE removed_play_statistics (
     global_id INTEGER NOT NULL,
     origin_uid TEXT NOT NULL,

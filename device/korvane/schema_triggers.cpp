@@ -180,10 +180,24 @@ END;
            containerItems("moved", "UPDATE OF position, container_id", "NEW", "");
 }
 
+// New names put a track at another place among the others; the connection finds it one before the
+// commit.
+std::string placeInOrder() {
+    return R"sql(CREATE TRIGGER item_renamed AFTER UPDATE OF album_pid, album_artist_pid, item_artist_pid ON item
+WHEN OLD.album_pid <> NEW.album_pid OR OLD.album_artist_pid <> NEW.album_artist_pid
+    OR OLD.item_artist_pid <> NEW.item_artist_pid
+BEGIN UPDATE item SET album_order = 0 WHERE item_id = NEW.item_id; END;
+CREATE TRIGGER item_sorted_anew AFTER UPDATE OF sort_artist, sort_album, sort_album_artist ON item_extra
+WHEN OLD.sort_artist IS NOT NEW.sort_artist OR OLD.sort_album IS NOT NEW.sort_album
+    OR OLD.sort_album_artist IS NOT NEW.sort_album_artist
+BEGIN UPDATE item SET album_order = 0 WHERE item_id = NEW.item_id; END;
+)sql";
+}
+
 }  // namespace
 
 std::string firstSchemaTriggers() {
-    return trackRevisions() + playStatistics() + trackLife() + containerLife();
+    return placeInOrder() + trackRevisions() + playStatistics() + trackLife() + containerLife();
 }
 
 }  // namespace korvane

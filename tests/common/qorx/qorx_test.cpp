@@ -268,6 +268,17 @@ TEST(Qorx, ARecordTooLargeToWriteIsRefusedAlone) {
     EXPECT_EQ(outcome.records.size(), 1u);
 }
 
+TEST(Qorx, OneKindIsHandedOutAndTheOthersAreCounted) {
+    const Bytes bytes = sample();
+    QorxReader reader(bytes);
+    reader.handOutOnly(qorx::Record::kPlaylist);
+    const Outcome outcome = readAll(reader);
+    ASSERT_FALSE(outcome.error);
+    ASSERT_EQ(outcome.records.size(), 1u);
+    EXPECT_EQ(outcome.records[0].playlist().name(), "Both");
+    EXPECT_EQ(reader.counts().tracks(), 2u);
+}
+
 TEST(Qorx, VerifyingSumsTheStreamUp) {
     const Bytes bytes = sample();
     platform::OptionalError error;

@@ -1,0 +1,40 @@
+// Library's operations on received pictures.
+#include "common/sqlite/database.h"
+#include "device/korvane/artwork_rows.h"
+#include "device/korvane/library.h"
+
+namespace korvane {
+
+bool Library::importExistingOriginalArtworkWithArtworkToken(const std::string& token,
+                                                            std::int64_t artworkType,
+                                                            std::int64_t sourceType,
+                                                            std::uint32_t mediaType) {
+    if (!_artwork.hasOriginal(artworkRelativePath(token)))
+        return false;
+    return change("importExistingOriginalArtworkWithArtworkToken:artworkType:sourceType:mediaType:",
+                  [&](common::Database& database) {
+                      recordArtwork(database, {token, artworkType, sourceType, mediaType});
+                      return true;
+                  });
+}
+
+bool Library::importOriginalArtworkFromFileURL(const std::string& path, const std::string& token,
+                                               std::int64_t artworkType, std::int64_t sourceType,
+                                               std::uint32_t mediaType) {
+    constexpr char Operation[] =
+        "importOriginalArtworkFromFileURL:withArtworkToken:artworkType:sourceType:mediaType:";
+    if (token.empty() || !_configuration.artworkInspector.isShowablePicture(path))
+        return false;
+    // The file first: a row without a picture would be believed, a picture without a row is found
+    // again by its token.
+    if (const auto error = _artwork.takeFile(path, artworkRelativePath(token))) {
+        _log.error(Operation, error->description());
+        return false;
+    }
+    return change(Operation, [&](common::Database& database) {
+        recordArtwork(database, {token, artworkType, sourceType, mediaType});
+        return true;
+    });
+}
+
+}  // namespace korvane

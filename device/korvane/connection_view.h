@@ -1,0 +1,43 @@
+// Purpose: a connection as bundles see it.
+// Calling thread: that of the block that it is handed to.
+// Failure: a statement that fails is logged; a query then has no rows, an update answers false.
+#pragma once
+
+#include "device/korvane/library_log.h"
+#include "platform/media_library.h"
+
+namespace common {
+class Database;
+}
+
+namespace korvane {
+
+class Connections;
+
+class ConnectionView final : public KV3DatabaseConnection {
+public:
+    // `inTransaction`: the block that gets this view runs inside a transaction of the library's.
+    ConnectionView(common::Database& database, Connections& connections, bool allowsWrites,
+                   bool inTransaction, LibraryLog log)
+        : _database(database),
+          _connections(connections),
+          _allowsWrites(allowsWrites),
+          _inTransaction(inTransaction),
+          _log(log) {}
+
+    std::unique_ptr<KV3QueryResult> executeQuery(std::string_view sql) override;
+    bool executeUpdateWithParameters(std::string_view sql,
+                                     std::span<const platform::Value> parameters,
+                                     platform::OptionalError* error) override;
+
+private:
+    void update(std::string_view sql, std::span<const platform::Value> parameters);
+
+    common::Database& _database;
+    Connections& _connections;
+    const bool _allowsWrites;
+    const bool _inTransaction;
+    const LibraryLog _log;
+};
+
+}  // namespace korvane

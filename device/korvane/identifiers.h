@@ -1,0 +1,22 @@
+// Purpose: random identifiers.
+// Calling thread: any; those that take a database, its connection's.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace common {
+class Database;
+}
+
+namespace korvane {
+
+// Any value but 0.
+std::int64_t randomIdentifier();
+// A persistent id: positive, and not in use on this device as persistent id or sync id, nor kept
+// for something deleted.
+std::int64_t newPersistentID(common::Database& database);
+// 32 hexadecimal digits.
+std::string randomUID();
+
+}  // namespace korvane

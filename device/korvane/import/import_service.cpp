@@ -1,0 +1,129 @@
+#include "device/korvane/import/import_service.h"
+
+#include <algorithm>
+#include <mutex>
+#include <utility>
+
+#include "device/korvane/import/host_data_import.h"
+#include "device/korvane/import/import_cancellation.h"
+#include "device/korvane/library.h"
+#include "device/korvane/save/host_saver.h"
+#include "device/system/rooted_file_system.h"
+
+namespace korvane {
+
+using platform::Error;
+using platform::OptionalError;
+
+struct ImportService::Request {
+    std::int64_t source = 0;
+    std::string databasePath;
+    std::optional<platform::Data> trackData;
+    std::optional<platform::Data> playlistData;
+    platform::Dictionary options;
+};
+
+struct ImportService::State {
+    explicit State(std::shared_ptr<Library> owner)
+        : library(std::move(owner)),
+          queue(library->configuration().system.makeSerialQueue("KVMediaLibraryService")) {}
+
+    const std::shared_ptr<Library> library;
+    const std::shared_ptr<platform::WorkQueue> queue;
+    ImportCancellation hostDataCancellation;
+    std::mutex mutex;
+    std::optional<std::string> hostDataFile;  // mutex
+
+    std::unique_ptr<platform::InputStream> openHostData() {
+        std::lock_guard lock(mutex);
+        return hostDataFile ? library->configuration().files.openInputStream(*hostDataFile)
+                            : nullptr;
+    }
+
+    OptionalError import(const Request& request) {
+        if (request.databasePath != library->configuration().databasePath) {
+            return Error(KVMediaLibraryServiceErrorDomain, KVMediaLibraryServiceErrorDatabase,
+                         "there is no library at " + request.databasePath);
+        }
+        if (request.source != KV3SourceHostData || request.trackData || request.playlistData) {
+            return Error(KVMediaLibraryServiceErrorDomain,
+                         KVMediaLibraryServiceErrorUnsupportedSource,
+                         "this kind of import is not supported");
+        }
+        const platform::Value given(request.options);
+        HostDataImportOptions options;
+        options.isReset = given[KVImportOperationOptionIsResetSyncKey].boolValue();
+        if (const std::string* anchor = given[KVImportOperationOptionSyncAnchorKey].string()) {
+            options.anchor = *anchor;
+        }
+        options.savedRevision =
+            savedRevision(library->configuration().files, library->libraryUID());
+        options.nowMs = library->nowMilliseconds();
+        return importHostData(
+            library->connections(), [this] { return openHostData(); }, options,
+            hostDataCancellation);
+    }
+
+    // No exception leaves a job of the queue.
+    OptionalError importGuarded(const Request& request) {
+        try {
+            return import(request);
+        } catch (const std::exception& failure) {
+            return Error(KVMediaLibraryServiceErrorDomain, KVMediaLibraryServiceErrorDatabase,
+                         failure.what());
+        }
+    }
+
+    void call(std::string_view operation, const std::function<void()>& completion) {
+        try {
+            completion();
+        } catch (const std::exception& failure) {
+            library->log().error(operation, failure.what());
+        }
+    }
+};
+
+ImportService::ImportService(std::shared_ptr<Library> library)
+    : _state(std::make_shared<State>(std::move(library))) {}
+
+ImportService::~ImportService() = default;
+
+void ImportService::registerHostDataFile(const std::string& path) {
+    std::lock_guard lock(_state->mutex);
+    _state->hostDataFile = path;
+}
+
+void ImportService::unregisterHostDataFile() {
+    std::lock_guard lock(_state->mutex);
+    _state->hostDataFile.reset();
+}
+
+void ImportService::resetCancel() {
+    _state->hostDataCancellation.reset();
+}
+
+void ImportService::performImportFromSource(std::int64_t source, const std::string& databasePath,
+                                            std::optional<platform::Data> trackData,
+                                            std::optional<platform::Data> playlistData,
+                                            const platform::Dictionary& options,
+                                            Completion completionHandler) {
+    Request request{source, databasePath, std::move(trackData), std::move(playlistData), options};
+    _state->queue->async(
+        [state = _state, request = std::move(request), completion = std::move(completionHandler)] {
+            const OptionalError error = state->importGuarded(request);
+            state->call("performImportFromSource:", [&] { completion(!error, error); });
+        });
+}
+
+void ImportService::cancelImportOperation(std::int64_t source,
+                                          std::function<void()> completionHandler) {
+    if (source == KV3SourceHostData) {
+        _state->hostDataCancellation.ask();
+    }
+    // Behind the import that runs, and those that wait and will now end at once.
+    _state->queue->async([state = _state, completion = std::move(completionHandler)] {
+        state->call("cancelImportOperation:", completion);
+    });
+}
+
+}  // namespace korvane

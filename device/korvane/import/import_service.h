@@ -1,0 +1,47 @@
+// Purpose: the library's import service.
+// Calling thread: any.
+// Callback thread: completions run on the service's own queue and may block; one that throws is
+//          logged.
+// Ownership: an import keeps what it needs alive until it has answered.
+// Failure: see KVMediaLibraryServiceErrorCode.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/media_library.h"
+
+namespace korvane {
+
+class Library;
+
+// Imports of source 6 without track data read the host's data file; the library's mark of what has
+// been saved for the host becomes what the last save of the session covered (see
+// save/host_saver.h), or what the host says that it has merged, where that is less.
+class ImportService final : public KVMediaLibraryService {
+public:
+    explicit ImportService(std::shared_ptr<Library> library);
+    ~ImportService() override;
+
+    // The file (a device path) that imports of source 6 read from now on; one session's.
+    void registerHostDataFile(const std::string& path);
+    void unregisterHostDataFile();
+    // Imports may begin again: a cancel is remembered until here, whether or not it met one.
+    void resetCancel();
+
+    // KVMediaLibraryService
+    void performImportFromSource(std::int64_t source, const std::string& databasePath,
+                                 std::optional<platform::Data> trackData,
+                                 std::optional<platform::Data> playlistData,
+                                 const platform::Dictionary& options,
+                                 Completion completionHandler) override;
+    void cancelImportOperation(std::int64_t source,
+                               std::function<void()> completionHandler) override;
+
+private:
+    struct State;
+    struct Request;
+    const std::shared_ptr<State> _state;
+};
+
+}  // namespace korvane

@@ -1,0 +1,85 @@
+#include "device/korvane/import/new_ids.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <system_error>
+
+#include "common/sqlite/database.h"
+
+namespace korvane {
+
+NewIDs::NewIDs(common::Database& database, std::size_t expected,
+               const std::vector<std::int64_t>& reserved, RandomNumber random)
+    : _database(database),
+      _reserved(reserved),
+      _random(std::move(random)),
+      _asksDatabase(database.int64("SELECT EXISTS (SELECT 1 FROM item)"
+                                   " OR EXISTS (SELECT 1 FROM container)"
+                                   " OR EXISTS (SELECT 1 FROM tombstone)"
+                                   " OR EXISTS (SELECT 1 FROM entity_revision)") != 0) {
+    draw(expected);
+}
+
+void NewIDs::draw(std::size_t count) {
+    _ids.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        constexpr std::uint64_t Positive = std::numeric_limits<std::int64_t>::max();
+        _ids.push_back(static_cast<std::int64_t>(_random() & Positive));
+    }
+    std::ranges::sort(_ids, std::greater());
+    const auto twins = std::ranges::unique(_ids);
+    _ids.erase(twins.begin(), twins.end());
+}
+
+std::int64_t NewIDs::next() {
+    for (;;) {
+        if (_ids.empty()) {
+            _asksDatabase = true;
+            draw(1);
+        }
+        const std::int64_t id = _ids.back();
+        _ids.pop_back();
+        if (id != 0 && !isTaken(id)) {
+            return id;
+        }
+    }
+}
+
+bool NewIDs::isTaken(std::int64_t id) {
+    if (std::ranges::binary_search(_reserved, id)) {
+        return true;
+    }
+    return _asksDatabase &&
+           _database.int64(
+               "SELECT EXISTS (SELECT 1 FROM item WHERE item_pid = ?1)"
+               " OR EXISTS (SELECT 1 FROM item_store WHERE sync_id = ?1 AND sync_id <> 0)"
+               " OR EXISTS (SELECT 1 FROM container WHERE container_pid = ?1)"
+               " OR EXISTS (SELECT 1 FROM container WHERE sync_id = ?1 AND sync_id <> 0)"
+               " OR EXISTS (SELECT 1 FROM tombstone WHERE entity_kind IN (0, 1) AND pid = ?1)"
+               " OR EXISTS (SELECT 1 FROM entity_revision WHERE entity_kind IN (0, 1) AND pid = "
+               "?1)",
+               id) != 0;
+}
+
+std::uint64_t systemRandomNumber() {
+    // One call to the system for many numbers.
+    thread_local std::array<std::uint64_t, 512> numbers;
+    thread_local std::size_t left = 0;
+    if (left == 0) {
+        // The whole of at most 256 bytes cannot fail half way.
+        constexpr std::size_t Piece = 256;
+        auto* bytes = reinterpret_cast<std::uint8_t*>(numbers.data());
+        for (std::size_t at = 0; at < sizeof numbers; at += Piece) {
+            if (getrandom(bytes + at, Piece, 0) != static_cast<ssize_t>(Piece)) {
+                throw std::system_error(errno, std::generic_category(), "getrandom");
+            }
+        }
+        left = numbers.size();
+    }
+    return numbers[--left];
+}
+
+}  // namespace korvane

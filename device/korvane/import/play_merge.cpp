@@ -1,0 +1,85 @@
+#include "device/korvane/import/play_merge.h"
+
+#include <algorithm>
+#include <tuple>
+
+#include "common/qorx/qorx.pb.h"
+#include "device/korvane/import/change_origin.h"
+#include "device/korvane/import/record_columns.h"
+
+namespace korvane {
+
+namespace {
+
+constexpr std::int64_t LargestRating = 100;
+// Longer than any uid that a library or host gives itself.
+constexpr std::size_t LongestUID = 256;
+
+constexpr char Grows[] =
+    "SELECT NOT EXISTS (SELECT 1 FROM play_statistics WHERE item_pid = ?1 AND origin_uid = ?2"
+    " AND play_count >= ?3 AND skip_count >= ?4 AND last_played_ms >= ?5"
+    " AND last_skipped_ms >= ?6)";
+constexpr char Write[] =
+    "INSERT INTO play_statistics"
+    " (item_pid, origin_uid, play_count, skip_count, last_played_ms, last_skipped_ms)"
+    " VALUES (?1, ?2, ?3, ?4, ?5, ?6)"
+    " ON CONFLICT (item_pid, origin_uid) DO UPDATE SET"
+    " play_count = max(play_count, excluded.play_count),"
+    " skip_count = max(skip_count, excluded.skip_count),"
+    " last_played_ms = max(last_played_ms, excluded.last_played_ms),"
+    " last_skipped_ms = max(last_skipped_ms, excluded.last_skipped_ms)";
+
+// A sum of them stays within 63 bits.
+std::int64_t count(std::uint64_t value) {
+    constexpr std::uint64_t Largest = std::uint64_t{1} << 40;
+    return static_cast<std::int64_t>(std::min(value, Largest));
+}
+
+}  // namespace
+
+void mergeOwnerValues(const qorx::Track& record, IncomingTrack& into) {
+    if (record.has_rating()) {
+        const std::int64_t value = std::min<std::int64_t>(record.rating().value(), LargestRating);
+        const std::int64_t changed = record.rating().changed_ms();
+        if (std::tie(changed, value) > std::tie(into.ratingChangedMs, into.rating)) {
+            into.rating = value;
+            into.ratingChangedMs = changed;
+        }
+    }
+    if (record.has_bookmark()) {
+        const std::int64_t position = columnNumber(record.bookmark().position_ms());
+        const std::int64_t changed = record.bookmark().changed_ms();
+        if (std::tie(changed, position) > std::tie(into.bookmarkChangedMs, into.bookmarkMs)) {
+            into.bookmarkMs = position;
+            into.bookmarkChangedMs = changed;
+        }
+    }
+}
+
+PlayMerge::PlayMerge(common::Database& database, ChangeOrigin& origin)
+    : _origin(origin), _grows(database.prepare(Grows)), _write(database.prepare(Write)) {}
+
+void PlayMerge::merge(std::int64_t pid, const qorx::Track& record) {
+    for (const qorx::PlayStatistics& plays : record.plays()) {
+        if (plays.origin_uid().empty() || plays.origin_uid().size() > LongestUID) {
+            continue;
+        }
+        const auto bind = [&](common::Query& query) {
+            query->bindAllBorrowed(pid, plays.origin_uid(), count(plays.play_count()),
+                                   count(plays.skip_count()), plays.last_played_ms(),
+                                   plays.last_skipped_ms());
+        };
+        bind(_grows);
+        _grows.step();
+        const bool grows = _grows->int64(0) != 0;
+        _grows->reset();
+        if (!grows) {
+            continue;
+        }
+        _origin.aboutToChange();
+        bind(_write);
+        _write.run();
+    }
+}
+
+}  // namespace korvane

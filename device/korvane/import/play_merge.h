@@ -1,0 +1,35 @@
+// Purpose: merges counts and owner's values that came with a record.
+// Calling thread: that of the import, inside its transaction.
+#pragma once
+
+#include <cstdint>
+
+#include "common/sqlite/database.h"
+
+namespace qorx {
+class Track;
+}
+
+namespace korvane {
+
+class ChangeOrigin;
+struct IncomingTrack;
+
+// Rating and bookmark: the later one wins, equal times the larger. What is there already stands in
+// the incoming track.
+void mergeOwnerValues(const qorx::Track& record, IncomingTrack& into);
+
+// Absolute counts per origin: the larger wins.
+class PlayMerge {
+public:
+    PlayMerge(common::Database& database, ChangeOrigin& origin);
+    // Writes only what grows. The track's rows exist.
+    void merge(std::int64_t pid, const qorx::Track& record);
+
+private:
+    ChangeOrigin& _origin;
+    common::Query _grows;
+    common::Query _write;
+};
+
+}  // namespace korvane

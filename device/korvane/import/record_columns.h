@@ -1,0 +1,48 @@
+// Purpose: which columns a track record fills, table by table, and with what. The one list from
+//          which an import's statements and its comparison of old and new are made.
+// Ownership: values are views of the record; they live as long as it does.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "platform/values.h"
+
+namespace qorx {
+class Track;
+}
+
+namespace korvane {
+
+// A record, and what of its row does not come from it alone.
+struct IncomingTrack {
+    const qorx::Track* record = nullptr;
+    std::int64_t globalID = 0;
+    std::int64_t sources = 0;
+    std::int64_t dateAdded = 0;  // seconds since 1970
+    std::int64_t albumPID = 0;
+    std::int64_t albumArtistPID = 0;
+    std::int64_t itemArtistPID = 0;
+    std::int64_t rating = 0;  // 0 to 100
+    std::int64_t ratingChangedMs = 0;
+    std::int64_t bookmarkMs = 0;
+    std::int64_t bookmarkChangedMs = 0;
+};
+
+struct RecordColumn {
+    const char* name;
+    platform::ValueView (*value)(const IncomingTrack&);
+};
+
+struct RecordTable {
+    const char* name;
+    std::span<const RecordColumn> columns;
+};
+
+// item first, as it must be inserted.
+std::span<const RecordTable> recordTables();
+
+// A number of a record as a column holds it: what is beyond 63 bits becomes the largest.
+std::int64_t columnNumber(std::uint64_t value);
+
+}  // namespace korvane

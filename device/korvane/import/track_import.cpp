@@ -1,0 +1,130 @@
+#include "device/korvane/import/track_import.h"
+
+#include "common/qorx/qorx.pb.h"
+#include "device/korvane/import/import_context.h"
+#include "device/korvane/import/record_columns.h"
+
+namespace korvane {
+
+namespace {
+
+// Entries of playlists that came before their tracks, or outlived them.
+constexpr char ResolveWaitingEntries[] =
+    "UPDATE container_item SET item_pid = ifnull("
+    "  (SELECT item_pid FROM item_extra WHERE global_id = foreign_global_id AND global_id <> 0),"
+    "  (SELECT item_pid FROM item_store WHERE sync_id = foreign_sync_id AND sync_id <> 0)),"
+    " foreign_pid = 0, foreign_sync_id = 0, foreign_global_id = 0"
+    " WHERE item_pid = 0 AND ("
+    "  EXISTS (SELECT 1 FROM item_extra WHERE global_id = foreign_global_id AND global_id <> 0)"
+    "  OR EXISTS (SELECT 1 FROM item_store WHERE sync_id = foreign_sync_id AND sync_id <> 0))";
+
+}  // namespace
+
+TrackImport::TrackImport(ImportContext& context)
+    : _context(context),
+      _finder(context.database, EntityKind::Track, context.peerID, &context.namedTracks),
+      _names(context.database, context.newIDs),
+      _statements(context.database),
+      _plays(context.database, context.origin),
+      _removed(context.database) {}
+
+void TrackImport::apply(const qorx::Track& record) {
+    if (_context.unreported.isDeleted(EntityKind::Track, record.sync_id(), record.global_id())) {
+        return;
+    }
+    if (!findRow(record)) {
+        insert(record);
+        return;
+    }
+    update(record);
+}
+
+// Opens the row of the track that the record means.
+bool TrackImport::findRow(const qorx::Track& record) {
+    const RecordIDs ids = RecordIDs::of(record);
+    if (!_context.hadNoTracks) {
+        if (const auto own = _finder.byOwnID(ids.ownID)) {
+            return _statements.openByItemID(own->rowID);
+        }
+    }
+    if (_statements.openBySyncID(ids.syncID)) {
+        return true;
+    }
+    if (_context.hadNoTracks) {
+        return false;
+    }
+    auto found = _finder.byPeersID(ids.persistentID);
+    if (!found) {
+        found = _finder.byGlobalID(ids.globalID);
+    }
+    return found && _statements.openByItemID(found->rowID);
+}
+
+IncomingTrack TrackImport::incoming(const qorx::Track& record) {
+    IncomingTrack track;
+    track.record = &record;
+    track.albumArtistPID = _names.albumArtist(record.album_artist());
+    track.albumPID = _names.album(record.album(), track.albumArtistPID);
+    track.itemArtistPID = _names.itemArtist(record.artist());
+    return track;
+}
+
+void TrackImport::update(const qorx::Track& record) {
+    const std::int64_t itemID = _statements.itemID();
+    const std::int64_t pid = _statements.pid();
+    IncomingTrack track = incoming(record);
+    _statements.readHeld(track);
+    track.sources |= _context.sourceBit;
+    if (record.global_id() != 0) {
+        track.globalID = record.global_id();
+    }
+    if (record.date_added() != 0) {
+        track.dateAdded = record.date_added();
+    }
+    mergeOwnerValues(record, track);
+
+    const RecordTableSet different = _statements.differences(track);
+    const bool isOtherFile = _statements.hasOtherFile(record.content_hash());
+    _statements.close();
+    _context.namedTracks.add(itemID);
+    if (different.any()) {
+        _context.origin.aboutToChange();
+        _context.namesMayBeUnused |= different[ItemTable];
+        _statements.update(itemID, track, different);
+        if (isOtherFile) {
+            _statements.forgetFile(itemID);
+        }
+    }
+    _plays.merge(pid, record);
+}
+
+void TrackImport::insert(const qorx::Track& record) {
+    _context.origin.aboutToChange();
+    IncomingTrack track = incoming(record);
+    track.sources = _context.sourceBit;
+    track.globalID = record.global_id();
+    const auto recalled = _removed.recall(track.globalID, track);
+    if (record.date_added() != 0) {
+        track.dateAdded = record.date_added();
+    } else if (track.dateAdded == 0) {
+        track.dateAdded = _context.nowMs / 1000;
+    }
+    mergeOwnerValues(record, track);
+    const std::int64_t pid = recalled ? *recalled : _context.newIDs.next();
+    _statements.insert(pid, track);
+    _context.namedTracks.add(_statements.lastItemID());
+    if (recalled) {
+        _removed.giveBack(track.globalID, pid);
+    }
+    _plays.merge(pid, record);
+    _hasInserted = true;
+}
+
+void TrackImport::finish() {
+    if (_hasInserted && _context.database.int64(
+                            "SELECT EXISTS (SELECT 1 FROM container_item WHERE item_pid = 0)")) {
+        _context.database.execute(ResolveWaitingEntries);
+    }
+}
+
+}  // namespace korvane

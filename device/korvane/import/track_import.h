@@ -1,0 +1,46 @@
+// Purpose: brings track records into the library: finds the track that a record means, compares,
+//          and writes only what differs; owners' values are merged, never just replaced.
+// Calling thread: that of the import, inside its transaction.
+// Failure: SqliteError.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "common/sqlite/database.h"
+#include "device/korvane/import/entry_finder.h"
+#include "device/korvane/import/names.h"
+#include "device/korvane/import/play_merge.h"
+#include "device/korvane/import/removed_tracks.h"
+#include "device/korvane/import/track_statements.h"
+
+namespace korvane {
+
+struct ImportContext;
+struct IncomingTrack;
+
+class TrackImport {
+public:
+    explicit TrackImport(ImportContext& context);
+
+    // Records come in ascending order of sync id where possible: that is fastest.
+    void apply(const qorx::Track& record);
+    // After the last: entries of playlists that waited for the new tracks are resolved.
+    void finish();
+
+private:
+    bool findRow(const qorx::Track& record);
+    IncomingTrack incoming(const qorx::Track& record);
+    void update(const qorx::Track& record);
+    void insert(const qorx::Track& record);
+
+    ImportContext& _context;
+    EntryFinder _finder;
+    Names _names;
+    TrackStatements _statements;
+    PlayMerge _plays;
+    RemovedTracks _removed;
+    bool _hasInserted = false;
+};
+
+}  // namespace korvane

@@ -1,0 +1,60 @@
+// Purpose: the statements on the five rows of a track, made from the list of columns.
+// Calling thread: that of the import, inside its transaction.
+// Failure: SqliteError.
+#pragma once
+
+#include <bitset>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "common/sqlite/database.h"
+
+namespace korvane {
+
+struct IncomingTrack;
+
+inline constexpr std::size_t RecordTableCount = 5;
+inline constexpr std::size_t ItemTable = 0;
+// The tables whose rows differ from an incoming track.
+using RecordTableSet = std::bitset<RecordTableCount>;
+
+class TrackStatements {
+public:
+    explicit TrackStatements(common::Database& database);
+
+    // Stands on the track's row afterwards, until close; false: there is none.
+    bool openBySyncID(std::int64_t syncID) { return open(_selectBySyncID, syncID); }
+    bool openByItemID(std::int64_t itemID) { return open(_selectByItemID, itemID); }
+    void close();
+
+    // Of the row that is open.
+    std::int64_t itemID() const { return (*_row)->int64(0); }
+    std::int64_t pid() const { return (*_row)->int64(1); }
+    // Fills in what the track has now and a record may leave as it is.
+    void readHeld(IncomingTrack& track) const;
+    // Whether both this row and a record know the file's hash and it is not the same.
+    bool hasOtherFile(std::string_view contentHash) const;
+    RecordTableSet differences(const IncomingTrack& track) const;
+
+    void update(std::int64_t itemID, const IncomingTrack& track, const RecordTableSet& tables);
+    void insert(std::int64_t pid, const IncomingTrack& track);
+    std::int64_t lastItemID() const { return _nextItemID - 1; }
+    // The file that is here is not the one that the track has now: it is to come again.
+    void forgetFile(std::int64_t itemID);
+
+private:
+    bool open(common::Query& query, std::int64_t id);
+
+    common::Database& _database;
+    common::Query _selectBySyncID;
+    common::Query _selectByItemID;
+    std::vector<common::Query> _inserts;
+    std::vector<common::Query> _updates;
+    common::Query* _row = nullptr;  // the select that stands on a row
+    std::vector<int> _heldColumns;  // places in a select of what readHeld reads
+    int _contentHashColumn;
+    std::int64_t _nextItemID;
+};
+
+}  // namespace korvane

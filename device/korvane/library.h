@@ -1,0 +1,104 @@
+// Purpose: the shared media library.
+// Calling thread: any, see platform/media_library.h.
+// Ownership: shared; the daemon's framework holds it for as long as the process lives.
+// Failure: as KV3Korvane says; database errors are logged and answered with false, null or 0.
+//
+// Defined in: library.cpp (opening, properties, transactions), library_tracks.cpp (tracks as a
+// whole: integrity, sources, tombstones, locations), artwork_import.cpp (pictures).
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "device/korvane/artwork_store.h"
+#include "device/korvane/configuration.h"
+#include "device/korvane/connections.h"
+#include "device/korvane/library_log.h"
+#include "platform/media_library.h"
+
+namespace korvane {
+
+class AccountCache;
+class Saver;
+
+class Library final : public KV3Korvane, public std::enable_shared_from_this<Library> {
+public:
+    // Opens the database, or makes an empty one. Null, with an error of LibraryErrorDomain, when
+    // the database is damaged or cannot be opened; nothing is changed then.
+    static std::shared_ptr<Library> open(const Configuration& configuration,
+                                         platform::OptionalError* error);
+    ~Library() override;
+
+    // --- KV3Korvane
+    platform::Value valueForDatabaseProperty(std::string_view key) override;
+    bool setValueForDatabaseProperty(const platform::Value& value, std::string_view key) override;
+    bool performReadOnlyDatabaseTransactionWithBlock(const TransactionBlock& block) override;
+    bool performDatabaseTransactionWithBlock(const TransactionBlock& block) override;
+    void databaseConnectionAllowingWrites(
+        bool allowsWrites, const std::function<void(KV3DatabaseConnection&)>& block) override;
+    void reconnectToDatabase() override;
+    std::int64_t currentRevision() override;
+    void saveTrackMetadataSinceRevision(std::int64_t revision, std::uint32_t torvelID) override;
+    void savePlaylistsSinceRevision(std::int64_t revision, std::uint32_t torvelID) override;
+    void notifyContentsDidChange() override;
+    void notifyDisplayValuesPropertyDidChange() override;
+    void updateTrackIntegrity() override;
+    bool removeSourceFromTracksWithPersistentIDs(
+        std::int64_t source, const std::vector<std::int64_t>& persistentIDs) override;
+    void setSyncGenerationID(std::int64_t generationID) override;
+    void removeTombstonesForDeletedItems() override;
+    bool importExistingOriginalArtworkWithArtworkToken(const std::string& token,
+                                                       std::int64_t artworkType,
+                                                       std::int64_t sourceType,
+                                                       std::uint32_t mediaType) override;
+    bool importOriginalArtworkFromFileURL(const std::string& path, const std::string& token,
+                                          std::int64_t artworkType, std::int64_t sourceType,
+                                          std::uint32_t mediaType) override;
+    KV3AccountCacheDatabase& accountCacheDatabase() override;
+
+    // --- beside the bundles' operations
+    // Names the library whose revisions count here. Stays while the database stays.
+    const std::string& libraryUID() const { return _libraryUID; }
+    // Takes a source off every entry; what then has no claim to stay leaves without being told to
+    // others. Source 2 is change sync alone here. A reset also forgets what was exchanged with
+    // peers.
+    bool removeSource(std::int64_t source);
+    bool deleteDatabaseProperty(std::string_view key);
+
+    // --- for the library's own pieces
+    Connections& connections() { return *_connections; }
+    const LibraryLog& log() const { return _log; }
+    const Configuration& configuration() const { return _configuration; }
+    ArtworkStore& artwork() { return _artwork; }
+    AccountCache& accounts() { return *_accounts; }
+    // Whoever writes saves; borrowed, set before the first session.
+    void setSaver(Saver* saver) { _saver = saver; }
+    // A write transaction (or a part of the one that this thread runs) whose database errors are
+    // logged under the operation's name and answered with false.
+    bool change(std::string_view operation, const Connections::Block& block);
+    // As change, for reading.
+    bool read(std::string_view operation, const Connections::Block& block);
+    // Milliseconds since 1970.
+    std::int64_t nowMilliseconds() const;
+
+private:
+    Library(const Configuration& configuration, LibraryLog log, std::string libraryUID);
+
+    bool guarded(std::string_view operation, const std::function<bool()>& work) const;
+    void writeIdentity(bool closedInOrder, std::int64_t revision);
+
+    const Configuration _configuration;
+    const LibraryLog _log;
+    const std::string _libraryUID;
+    ArtworkStore _artwork;
+    std::unique_ptr<Connections> _connections;
+    std::unique_ptr<AccountCache> _accounts;
+    Saver* _saver = nullptr;
+    // What was answered last, for when the database cannot be asked: revisions never go back.
+    std::atomic<std::int64_t> _lastRevision = 0;
+};
+
+}  // namespace korvane

@@ -1,0 +1,169 @@
+#include "device/korvane/track.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "common/sqlite/database.h"
+#include "device/korvane/library.h"
+#include "device/korvane/predicate_sql.h"
+#include "device/korvane/track_deletion.h"
+#include "device/korvane/track_location.h"
+#include "device/korvane/track_properties.h"
+#include "device/korvane/video_snapshot.h"
+
+namespace korvane {
+
+namespace {
+
+using platform::Value;
+
+bool exists(common::Database& database, std::int64_t pid) {
+    return database.int64("SELECT EXISTS (SELECT 1 FROM item WHERE item_pid = ?)", pid) != 0;
+}
+
+// What a column keeps of a value.
+Value storedValue(const TrackColumn& column, const Value& value) {
+    switch (column.type) {
+        case ColumnType::Integer:
+            return value.int64Value();
+        case ColumnType::NullableInteger:
+            return value.isNull() ? Value() : Value(value.int64Value());
+        case ColumnType::Text:
+            return value.isNull() ? Value("") : Value(value.description());
+        case ColumnType::NullableText:
+            return value.isNull() ? Value() : Value(value.description());
+        case ColumnType::Blob:
+            return value.isData() ? value : Value();
+    }
+    return {};
+}
+
+void setRating(common::Database& database, std::int64_t pid, const Value& value,
+               std::int64_t nowMs) {
+    database.execute(
+        "UPDATE item_stats SET user_rating = ?, rating_changed_ms = ? WHERE item_pid = ?",
+        std::clamp<std::int64_t>(value.int64Value(), 0, 100), nowMs, pid);
+}
+
+void setColumn(common::Database& database, std::int64_t pid, const TrackColumn& column,
+               const Value& value) {
+    database.execute(fmt::format("UPDATE {0} SET {1} = ?2 WHERE item_pid = ?1 AND {1} IS NOT ?2",
+                                 column.table, column.column),
+                     pid, storedValue(column, value));
+}
+
+}  // namespace
+
+bool Track::existsInLibrary() {
+    return _library->read("existsInLibrary", [&](common::Database& database) {
+        return exists(database, _persistentID);
+    });
+}
+
+bool Track::deleteFromLibrary() {
+    return _library->change("deleteFromLibrary", [&](common::Database& database) {
+        return deleteTrack(database, _persistentID, DeletionReach::Everywhere);
+    });
+}
+
+Value Track::valueForProperty(KV3TrackProperty property) {
+    return getValues({&property, 1}).front();
+}
+
+std::vector<Value> Track::getValues(std::span<const KV3TrackProperty> properties) {
+    std::vector<Value> values(properties.size());
+    std::string selection;
+    unsigned joins = 0;
+    for (const KV3TrackProperty property : properties) {
+        const TrackColumn& column = trackColumn(property);
+        selection.append(selection.empty() ? "" : ", ").append(column.expression);
+        joins |= column.joins;
+    }
+    if (properties.empty())
+        return values;
+    _library->read("getValues:forProperties:count:", [&](common::Database& database) {
+        auto row = database.query(
+            "SELECT " + selection + " FROM " + trackTables(joins, false) + " WHERE i.item_pid = ?",
+            _persistentID);
+        if (!row.step())
+            return false;
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            const auto view = row->view(static_cast<int>(i));
+            const bool isAbsent =
+                trackColumn(properties[i]).type == ColumnType::Text && view.string().empty();
+            values[i] = isAbsent ? Value() : view.value();
+        }
+        return true;
+    });
+    return values;
+}
+
+bool Track::setValue(const Value& value, KV3TrackProperty property) {
+    return setValues({&value, 1}, {&property, 1});
+}
+
+bool Track::setValues(std::span<const Value> values, std::span<const KV3TrackProperty> properties) {
+    if (values.size() != properties.size())
+        return false;
+    return _library->change("setValues:forProperties:count:", [&](common::Database& database) {
+        if (!exists(database, _persistentID))
+            return false;
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            const TrackColumn& column = trackColumn(properties[i]);
+            if (!column.table)
+                return false;
+            if (properties[i] == KV3TrackPropertyUserRating)
+                setRating(database, _persistentID, values[i], _library->nowMilliseconds());
+            else
+                setColumn(database, _persistentID, column, values[i]);
+        }
+        return true;
+    });
+}
+
+bool Track::populateLocationPropertiesWithPath(const std::string& path) {
+    return _library->change("populateLocationPropertiesWithPath:", [&](common::Database& database) {
+        return exists(database, _persistentID) &&
+               recordLocation(database, _library->configuration().files, _persistentID, path);
+    });
+}
+
+bool Track::needsVideoSnapshot() {
+    return videoSnapshotNeed(*_library, _persistentID).has_value();
+}
+
+bool Track::createVideoSnapshotAtTime(double seconds) {
+    return createVideoSnapshot(*_library, _persistentID, seconds);
+}
+
+std::string Track::description() const {
+    std::string title;
+    _library->read("description", [&](common::Database& database) {
+        auto row = database.query("SELECT title FROM item_extra WHERE item_pid = ?", _persistentID);
+        if (row.step())
+            title = row->text(0);
+        return true;
+    });
+    return title.empty() ? fmt::format("<KV3Track: {}>", _persistentID)
+                         : fmt::format("<KV3Track: {}, {}>", _persistentID, title);
+}
+
+std::int64_t anyTrackMatching(Library& library, const KV3Predicate& predicate) {
+    const SqlCondition condition = sqlCondition(predicate);
+    std::int64_t pid = 0;
+    library.read("anyInLibrary:predicate:", [&](common::Database& database) {
+        auto query = database.prepare("SELECT i.item_pid FROM " +
+                                      trackTables(condition.joins, !condition.isLookup) +
+                                      " WHERE " + condition.text + " LIMIT 1");
+        int index = 0;
+        for (const Value& value : condition.values)
+            query->bind(++index, value);
+        if (query.step())
+            pid = query->int64(0);
+        return true;
+    });
+    return pid;
+}
+
+}  // namespace korvane

@@ -1,0 +1,107 @@
+#include "device/korvane/track_deletion.h"
+
+#include <vector>
+
+#include "common/sqlite/database.h"
+#include "device/korvane/schema.h"
+#include "device/korvane/track_location.h"
+
+namespace korvane {
+
+namespace {
+
+void keepMemory(common::Database& database, std::int64_t trackPID) {
+    database.execute(
+        "INSERT OR REPLACE INTO removed_memory (global_id, item_pid, user_rating, "
+        "rating_changed_ms, bookmark_ms, bookmark_changed_ms, date_added) SELECT e.global_id, "
+        "i.item_pid, st.user_rating, st.rating_changed_ms, st.bookmark_ms, st.bookmark_changed_ms, "
+        "i.date_added FROM item i JOIN item_extra e ON e.item_id = i.item_id JOIN item_stats st ON "
+        "st.item_id = i.item_id WHERE i.item_pid = ? AND e.global_id <> 0",
+        trackPID);
+    database.execute(
+        "INSERT OR REPLACE INTO removed_play_statistics (global_id, origin_uid, play_count, "
+        "skip_count, last_played_ms, last_skipped_ms) SELECT e.global_id, p.origin_uid, "
+        "p.play_count, p.skip_count, p.last_played_ms, p.last_skipped_ms FROM play_statistics p "
+        "JOIN item_extra e ON e.item_pid = p.item_pid WHERE p.item_pid = ? AND e.global_id <> 0",
+        trackPID);
+}
+
+// Deletions made while this lives are told to others; the triggers read the mark.
+class ToldDeletion {
+public:
+    ToldDeletion(common::Database& database, DeletionReach reach) : _database(database) {
+        if (reach == DeletionReach::Everywhere)
+            _wasSet = database.execute(
+                          "UPDATE change_state SET exports_deletions = 1 WHERE exports_deletions = "
+                          "0") == 0;
+        else
+            _wasSet = true;
+    }
+    // Not in a destructor: an error must roll the transaction back.
+    void end() {
+        if (!_wasSet)
+            _database.execute("UPDATE change_state SET exports_deletions = 0");
+    }
+
+private:
+    common::Database& _database;
+    bool _wasSet = false;  // or need not be
+};
+
+std::vector<std::int64_t> pids(common::Query rows) {
+    std::vector<std::int64_t> found;
+    while (rows.step())
+        found.push_back(rows->int64(0));
+    return found;
+}
+
+bool hasClaim(common::Database& database, std::int64_t trackPID) {
+    return database.int64(
+               "SELECT EXISTS (SELECT 1 FROM item i JOIN item_store s ON s.item_id = i.item_id "
+               "WHERE i.item_pid = ? AND (i.sources <> 0 OR i.needs_restore <> 0 OR "
+               "i.base_location_id >= ? OR ifnull(s.veska_id, 0) <> 0))",
+               trackPID, FirstStoreLocation) != 0;
+}
+
+}  // namespace
+
+bool deleteTrack(common::Database& database, std::int64_t trackPID, DeletionReach reach) {
+    keepMemory(database, trackPID);
+    ToldDeletion told(database, reach);
+    const bool existed = database.execute("DELETE FROM item WHERE item_pid = ?", trackPID) != 0;
+    told.end();
+    return existed;
+}
+
+bool deletePlaylist(common::Database& database, std::int64_t playlistPID, DeletionReach reach) {
+    ToldDeletion told(database, reach);
+    const bool existed =
+        database.execute("DELETE FROM container WHERE container_pid = ?", playlistPID) != 0;
+    told.end();
+    return existed;
+}
+
+void removeTrackSources(common::Database& database, std::int64_t mask,
+                        std::span<const std::int64_t> trackPIDs) {
+    for (const std::int64_t pid : trackPIDs) {
+        database.execute("UPDATE item SET sources = sources & ~?2 WHERE item_pid = ?1", pid, mask);
+        if (!hasClaim(database, pid))
+            deleteTrack(database, pid, DeletionReach::Here);
+    }
+}
+
+void removeSourcesFromAll(common::Database& database, std::int64_t mask) {
+    const auto tracks =
+        pids(database.query("SELECT item_pid FROM item WHERE sources & ? <> 0", mask));
+    removeTrackSources(database, mask, tracks);
+    const auto playlists =
+        pids(database.query("SELECT container_pid FROM container WHERE sources & ? <> 0", mask));
+    for (const std::int64_t pid : playlists) {
+        database.execute("UPDATE container SET sources = sources & ~?2 WHERE container_pid = ?1",
+                         pid, mask);
+        if (database.int64("SELECT sources FROM container WHERE container_pid = ?", pid) == 0)
+            deletePlaylist(database, pid, DeletionReach::Here);
+    }
+}
+
+}  // namespace korvane

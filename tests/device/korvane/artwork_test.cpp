@@ -1,0 +1,66 @@
+#include <cmath>
+#include <regex>
+
+#include "device/korvane/artwork_store.h"
+#include "device/korvane/library.h"
+#include "tests/device/korvane/library_fixture.h"
+
+namespace {
+
+class LibraryArtwork : public test::LibraryTest {
+protected:
+    const std::string _received = "/var/mobile/Media/Stagehold/Media/1";
+};
+
+TEST_F(LibraryArtwork, AnyTokenStaysBelowTheArtworkDirectory) {
+    const std::regex shape("[0-9a-f]{2}/[0-9a-f]{2}/[0-9a-f]{32}");
+    for (const std::string& token :
+         {std::string("token"), std::string("../../etc/passwd"), std::string("/absolute"),
+          std::string("a\0b", 3), std::string(100000, 'x'), std::string("\xff\xfe")}) {
+        EXPECT_TRUE(std::regex_match(korvane::artworkRelativePath(token), shape));
+    }
+    EXPECT_EQ(korvane::artworkRelativePath(""), "");
+    EXPECT_EQ(korvane::artworkRelativePath("a"), korvane::artworkRelativePath("a"));
+    EXPECT_NE(korvane::artworkRelativePath("a"), korvane::artworkRelativePath("b"));
+}
+
+TEST_F(LibraryArtwork, AChaptersTokenNamesTrackAndMillisecond) {
+    EXPECT_EQ(korvane::chapterArtworkToken(5, 12.3456), korvane::chapterArtworkToken(5, 12.346));
+    EXPECT_NE(korvane::chapterArtworkToken(5, 12.3456), korvane::chapterArtworkToken(5, 12.347));
+    EXPECT_NE(korvane::chapterArtworkToken(5, 1), korvane::chapterArtworkToken(6, 1));
+    EXPECT_FALSE(korvane::chapterArtworkToken(5, std::nan("")).empty());
+}
+
+TEST_F(LibraryArtwork, AReceivedPictureMovesToItsPlace) {
+    writeFile(_received, "picture");
+    EXPECT_TRUE(library->importOriginalArtworkFromFileURL(_received, "token", 1, 2, 8));
+    EXPECT_FALSE(files.fileExists(_received));
+    const auto path = korvane::ArtworkStore::originalPath(korvane::artworkRelativePath("token"));
+    EXPECT_TRUE(files.fileExists(path));
+    EXPECT_TRUE(library->artwork().hasOriginal(korvane::artworkRelativePath("token")));
+    EXPECT_EQ(number("SELECT source_type FROM artwork WHERE artwork_token = 'token'"), 2);
+}
+
+TEST_F(LibraryArtwork, WhatIsNoPictureStaysWhereItIs) {
+    writeFile(_received, "no picture");
+    inspector.showable = false;
+    EXPECT_FALSE(library->importOriginalArtworkFromFileURL(_received, "token", 1, 2, 8));
+    EXPECT_TRUE(files.fileExists(_received));
+    inspector.showable = true;
+    EXPECT_FALSE(library->importOriginalArtworkFromFileURL(_received, "", 1, 2, 8));
+    EXPECT_FALSE(
+        library->importOriginalArtworkFromFileURL(_received + "missing", "token", 1, 2, 8));
+    EXPECT_EQ(number("SELECT count(*) FROM artwork"), 0);
+}
+
+TEST_F(LibraryArtwork, APictureOnDiskGetsItsRowBack) {
+    writeFile(_received, "picture");
+    library->importOriginalArtworkFromFileURL(_received, "token", 1, 2, 8);
+    execute("DELETE FROM artwork");
+    EXPECT_TRUE(library->importExistingOriginalArtworkWithArtworkToken("token", 1, 2, 8));
+    EXPECT_EQ(number("SELECT count(*) FROM artwork"), 1);
+    EXPECT_FALSE(library->importExistingOriginalArtworkWithArtworkToken("other", 1, 2, 8));
+    EXPECT_FALSE(library->importExistingOriginalArtworkWithArtworkToken("", 1, 2, 8));
+}
+
+}  // namespace
