@@ -118,6 +118,8 @@ private:
 
     // ---- SyncBundle/KVSyncClient.cpp ----
 
+    // The leeway of _requestTimer, whatever it is set to.
+    static constexpr platform::Nanoseconds KVRequestTimerLeeway = 1'000'000;
     KVSyncClient() = default;
     void setUp();
     void makeRequestTimer();
@@ -126,6 +128,16 @@ private:
 
     // ---- SyncBundle/progress_notifications.cpp ----
 
+    // A named notification's registration, made on first use and kept as long as the process.
+    struct NotificationRegistration {
+        std::mutex mutex;
+        std::optional<int> token;  // guarded by mutex; absent until registered
+    };
+    // Shared by all clients of the process.
+    static NotificationRegistration assetTotalRegistration;
+    static NotificationRegistration currentAssetNumberRegistration;
+    static std::optional<int> registeredToken(NotificationRegistration& registration,
+                                              std::string_view name);
     // _postAssetTotal:
     void _postAssetTotal(std::uint64_t total);
     // _postCurrentAssetNumber:  At most one post a second; the state is set each time.
@@ -186,19 +198,7 @@ private:
     // _adjustRequestQueue  Expires overdue requests and arms the timer for the next; on _queue.
     void _adjustRequestQueue();
 
-    // The leeway of _requestTimer, whatever it is set to.
-    static constexpr platform::Nanoseconds KVRequestTimerLeeway = 1'000'000;
-
-    // A named notification's registration, made on first use and kept as long as the process.
-    struct NotificationRegistration {
-        std::mutex mutex;
-        std::optional<int> token;  // guarded by mutex; absent until registered
-    };
-    // Shared by all clients of the process.
-    static NotificationRegistration assetTotalRegistration;
-    static NotificationRegistration currentAssetNumberRegistration;
-    static std::optional<int> registeredToken(NotificationRegistration& registration,
-                                              std::string_view name);
+    // ---- instance variables ----
 
     // "The session" below: touched only by operations that the daemon calls one after another.
 

@@ -3,8 +3,7 @@
 // Callback thread: a thread of the service's own; it may block, the service has others.
 // Ownership: the service is one shared object of the process; a request is a plain value.
 // Failure: the handler is called exactly once, with an error when the source is no picture, is too
-//          large to decode safely, or the destination cannot be written (nothing is left there
-//          then).
+//   large to decode safely, or the destination cannot be written (nothing is left there then).
 #pragma once
 
 #include <functional>

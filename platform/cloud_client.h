@@ -1,9 +1,10 @@
 // Purpose: the cloud client: whether the device's owner is signed in to the cloud library.
 // Calling thread: any.
 // Callback thread: a job of the queue that the caller names; it may block as long as that queue
-// allows. Ownership: a client is a shared reference; it may be released before its answer comes.
+//   allows.
+// Ownership: a client is a shared reference; it may be released before its answer comes.
 // Failure: none; what cannot be found out is answered with false. The handler is called exactly
-// once.
+//   once.
 #pragma once
 
 #include <functional>

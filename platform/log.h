@@ -1,7 +1,10 @@
 // Purpose: the log call: printf-style formats with "%@" for an object, a category and a syslog
-// level. Calling thread: any. Callback thread: none; a LogService is called on the thread that logs
-// and must not block for long. Ownership: the arguments are borrowed for the call; the record
-// handed to a service owns its text. Failure: logging never fails and never throws into its caller.
+//   level.
+// Calling thread: any.
+// Callback thread: none; a LogService is called on the thread that logs and must not block for
+//   long.
+// Ownership: the arguments are borrowed for the call; the record handed to a service owns its text.
+// Failure: logging never fails and never throws into its caller.
 #pragma once
 
 #include <cstdint>

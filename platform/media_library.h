@@ -1,16 +1,14 @@
 // Purpose: the media library (Korvane): tracks, playlists, database, artwork and the import
-// service. Calling thread: any. A transaction belongs to the thread that began it; one begun inside
-// another on
-//          the same thread is part of it.
+//   service.
+// Calling thread: any. A transaction belongs to the thread that began it; one begun inside another
+//   on the same thread is part of it.
 // Callback thread: enumeration and transaction blocks run on the calling thread, before the call
-//          returns, and may block; import completions run on a thread of the import service's own.
+//   returns, and may block; import completions run on a thread of the import service's own.
 // Ownership: the library, tracks, queries and connections' results are shared or unique references;
-// a
-//          connection and a row are borrowed for the block that they are handed to.
+//   a connection and a row are borrowed for the block that they are handed to.
 // Failure: operations return a boolean or say what absent means; an import answers success without
-// an
-//          error, or failure with one. A block that throws rolls its transaction back and the
-//          exception goes on.
+//   an error, or failure with one. A block that throws rolls its transaction back and the exception
+//   goes on.
 #pragma once
 
 #include <cstdint>

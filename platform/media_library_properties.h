@@ -1,6 +1,5 @@
 // Purpose: the names of the media library: track properties, comparison codes, predicates and
-// ordering
-//          terms, database properties, notifications, sources and media-type bits.
+//   ordering terms, database properties, notifications, sources and media-type bits.
 // Calling thread: any; everything here is a plain value.
 // Callback thread: none.
 // Ownership: a predicate owns its operands.

@@ -1,14 +1,12 @@
 // Purpose: the operating-system services: queues, semaphores, timers, the clock, the file system,
-// the
-//          in-process notification centre, named notifications and property lists.
+//   the in-process notification centre, named notifications and property lists.
 // Calling thread: any, for every operation of this header.
 // Callback thread: jobs and timer handlers run on the queue that they were given to; in-process
-//          notifications run on the posting thread and must not block for long.
+//   notifications run on the posting thread and must not block for long.
 // Ownership: queues, semaphores and timers are shared references; a released queue still runs the
-//          jobs that it has; a released timer no longer fires.
+//   jobs that it has; a released timer no longer fires.
 // Failure: file operations return an Error of POSIXErrorDomain; an unreadable property list gives
-// an
-//          Error; nothing else here fails.
+//   an Error; nothing else here fails.
 #pragma once
 
 #include <cstdint>

@@ -1,8 +1,10 @@
 // Purpose: the one object through which a bundle reaches every service, and the bundle's entry
-// point. Calling thread: install is called once, before any other use; everything else from any
-// thread. Callback thread: none. Ownership: whoever installs the Platform keeps it alive until the
-// process ends or it installs another. Failure: using a service while no Platform is installed is a
-// programming error and aborts.
+//   point.
+// Calling thread: install is called once, before any other use; everything else from any thread.
+// Callback thread: none.
+// Ownership: whoever installs the Platform keeps it alive until the process ends or it installs
+//   another.
+// Failure: using a service while no Platform is installed is a programming error and aborts.
 #pragma once
 
 #include <cstdint>

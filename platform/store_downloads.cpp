@@ -1,6 +1,7 @@
 #include "platform/store_downloads.h"
 
 #include "platform/platform.h"
+#include "platform/sync_daemon.h"
 
 using platform::Platform;
 
@@ -11,4 +12,17 @@ std::shared_ptr<VDDownloadManagerOptions> VDDownloadManagerOptions::make() {
 std::shared_ptr<VDDownloadManager> VDDownloadManager::initWithManagerOptions(
     std::shared_ptr<VDDownloadManagerOptions> options) {
     return Platform::current().storeDownloads().makeManager(std::move(options));
+}
+
+void VDDownloadManagerObserver::downloadManagerDownloadStatesDidChange(
+    VDDownloadManager&, const std::vector<std::shared_ptr<VDDownload>>&) {
+    throw ORUnimplementedOperation("downloadManager:downloadStatesDidChange:");
+}
+
+void VDDownloadManagerObserver::downloadManagerActiveDownloadsDidChange(VDDownloadManager&) {
+    throw ORUnimplementedOperation("downloadManagerActiveDownloadsDidChange:");
+}
+
+void VDDownloadManagerObserver::downloadManagerDownloadsDidChange(VDDownloadManager&) {
+    throw ORUnimplementedOperation("downloadManagerDownloadsDidChange:");
 }

@@ -2,7 +2,8 @@
 // Calling thread: any.
 // Callback thread: observers are called on a thread of the manager's own and must not block.
 // Ownership: managers, options and downloads are shared references; the manager holds observers
-// weakly. Failure: none of these operations fails; an unknown property is null.
+//   weakly.
+// Failure: none of these operations fails; an unknown property is null.
 #pragma once
 
 #include <cstdint>
@@ -26,6 +27,14 @@ inline constexpr std::string_view VDDownloadPropertyBundleIdentifier = "bundleId
 inline constexpr std::string_view VDDownloadPropertyLibraryItemIdentifier = "libraryItemIdentifier";
 inline constexpr std::string_view VDDownloadPropertyDownloadPhase = "downloadPhase";
 
+// The phases of a download. One that is finished or cancelled is a download no longer.
+inline constexpr std::string_view VDDownloadPhaseWaiting = "waiting";
+inline constexpr std::string_view VDDownloadPhaseDownloading = "downloading";
+inline constexpr std::string_view VDDownloadPhasePaused = "paused";
+// Everything is there; only the rename and the library's commit remain.
+inline constexpr std::string_view VDDownloadPhaseInstalling = "installing";
+inline constexpr std::string_view VDDownloadPhaseFailed = "failed";
+
 class VDDownload {
 public:
     virtual ~VDDownload() = default;
@@ -43,11 +52,21 @@ enum class VDDownloadManagerObserverOperation {
     networkUsageDidChange,
 };
 
-// Every operation is optional; the manager asks before it calls.
+// Every operation is optional; the manager asks before it calls. The default bodies throw
+// ORUnimplementedOperation.
 class VDDownloadManagerObserver {
 public:
     virtual ~VDDownloadManagerObserver() = default;
     virtual bool respondsTo(VDDownloadManagerObserverOperation operation) const = 0;
+
+    // downloadManager:downloadStatesDidChange:  In the order of the changes, each download as it
+    // was after its change; one that changed twice stands there twice.
+    virtual void downloadManagerDownloadStatesDidChange(
+        VDDownloadManager& manager, const std::vector<std::shared_ptr<VDDownload>>& downloads);
+    // Which downloads are downloading or installing.
+    virtual void downloadManagerActiveDownloadsDidChange(VDDownloadManager& manager);
+    // Which downloads there are.
+    virtual void downloadManagerDownloadsDidChange(VDDownloadManager& manager);
 };
 
 class VDDownloadManagerOptions {

@@ -1,12 +1,12 @@
 // Purpose: the one value type of property lists, database values and parameters, and its borrowed
-// view. Calling thread: any; a Value is shared between threads only while nobody changes it.
+//   view.
+// Calling thread: any; a Value is shared between threads only while nobody changes it.
 // Callback thread: none.
 // Ownership: a Value owns what it holds; copies of data, arrays and dictionaries share one
-// immutable
-//            body. A ValueView borrows: it lives as long as the row or Value that it was taken
-//            from.
+//   immutable body. A ValueView borrows: it lives as long as the row or Value that it was taken
+//   from.
 // Failure: none throws but for lack of memory; a conversion that makes no sense gives 0, false or
-// "".
+//   "".
 #pragma once
 
 #include <cstdint>

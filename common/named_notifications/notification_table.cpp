@@ -204,6 +204,10 @@ std::optional<NotificationTable::Token> NotificationTable::find(std::string_view
     return std::nullopt;
 }
 
+bool NotificationTable::isToken(std::uint64_t number) const {
+    return number < slotCount && slot(static_cast<Token>(number)).key != 0;
+}
+
 void NotificationTable::setState(Token token, std::uint64_t state) {
     slot(token).state = state;
 }

@@ -42,6 +42,9 @@ public:
     // The token of a name that someone has registered.
     std::optional<Token> find(std::string_view name) const;
 
+    // Whether a number is a token that registerName gives; everything below needs one.
+    bool isToken(std::uint64_t number) const;
+
     void setState(Token token, std::uint64_t state);
     // 0 until someone has set it.
     std::uint64_t state(Token token) const;

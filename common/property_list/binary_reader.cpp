@@ -12,7 +12,7 @@
 #include "common/property_list/binary_format.h"
 #include "common/property_list/formats.h"
 #include "common/property_list/limits.h"
-#include "common/property_list/utf8.h"
+#include "common/utf8.h"
 
 namespace common::property_list {
 namespace {

@@ -14,7 +14,7 @@ inline constexpr int maxDepth = 64;
 // cannot multiply: about 200 MB at the worst.
 inline constexpr std::size_t maxValues = 1'000'000;
 // Bytes of a document, and of all texts and data that are made of it.
-inline constexpr std::size_t maxBytes = 64u << 20;
+inline constexpr std::size_t maxBytes = maxPropertyListBytes;
 
 inline platform::Error malformed(std::string_view reason) {
     return {PropertyListErrorDomain, static_cast<std::int64_t>(PropertyListErrorCode::Malformed),

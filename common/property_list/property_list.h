@@ -5,6 +5,7 @@
 // the later wins; a number that fits is Signed, a larger one Unsigned.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -17,6 +18,9 @@
 namespace common {
 
 inline constexpr std::string_view PropertyListErrorDomain = "PropertyListError";
+
+// Larger documents are refused, and none is written.
+inline constexpr std::size_t maxPropertyListBytes = 64u << 20;
 
 enum class PropertyListErrorCode : std::int64_t {
     Malformed = 1,        // the bytes are no property list

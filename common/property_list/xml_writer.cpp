@@ -5,7 +5,7 @@
 #include "common/property_list/formats.h"
 #include "common/property_list/limits.h"
 #include "common/property_list/scalar_text.h"
-#include "common/property_list/utf8.h"
+#include "common/utf8.h"
 
 namespace common::property_list {
 namespace {

@@ -1,11 +1,12 @@
 #include "device/artwork/picture_files.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <cerrno>
 
-#include "device/artwork/image_check.h"
+#include "device/artwork/frame_grabber.h"
 #include "device/artwork/image_file.h"
 #include "device/system/rooted_file_system.h"
 
@@ -81,6 +82,20 @@ platform::OptionalError writePictures(device::RootedFileSystem& fileSystem,
     }
     pending.takeOver();
     return std::nullopt;
+}
+
+ImageCheck checkPicture(device::RootedFileSystem& fileSystem, const std::string& path) {
+    platform::OptionalError error;
+    const common::UniqueFd file = fileSystem.openFile(path, O_RDONLY, 0, &error);
+    if (!file)
+        return {std::nullopt, fmt::format("The file cannot be opened: {}", error->text()), false};
+    return checkImageFile(file.get());
+}
+
+PictureBytes grabFrame(device::RootedFileSystem& fileSystem, const FrameGrabber& grabber,
+                       const std::string& path, double seconds, platform::OptionalError& error) {
+    const common::UniqueFd film = fileSystem.openFile(path, O_RDONLY, 0, &error);
+    return film ? grabber.grab(film.get(), seconds, error) : PictureBytes();
 }
 
 }  // namespace artwork

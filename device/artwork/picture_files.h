@@ -1,10 +1,11 @@
-// The artwork service's reading and writing of device files.
+// Pictures and films by their device paths. Any thread.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "device/artwork/image_check.h"
 #include "platform/errors.h"
 
 namespace device {
@@ -12,6 +13,8 @@ class RootedFileSystem;
 }
 
 namespace artwork {
+
+class FrameGrabber;
 
 using PictureBytes = std::vector<std::uint8_t>;
 
@@ -24,5 +27,12 @@ PictureBytes readPicture(device::RootedFileSystem& fileSystem, const std::string
 platform::OptionalError writePictures(device::RootedFileSystem& fileSystem,
                                       const std::vector<std::string>& paths,
                                       const std::vector<PictureBytes>& pictures);
+
+// As checkImageFile; what is no regular file of the device is refused too.
+ImageCheck checkPicture(device::RootedFileSystem& fileSystem, const std::string& path);
+
+// As FrameGrabber::grab.
+PictureBytes grabFrame(device::RootedFileSystem& fileSystem, const FrameGrabber& grabber,
+                       const std::string& path, double seconds, platform::OptionalError& error);
 
 }  // namespace artwork

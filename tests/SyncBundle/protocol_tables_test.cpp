@@ -47,8 +47,9 @@ TEST_F(ProtocolTables, TheAnchorProtocol) {
         false,  // disabledAssetTypes
         false,  // installedAssetMetrics
         false,  // installedAssets
+        true,   // _processKenningConfigPlist:, an extension of the daemon
     };
-    EXPECT_EQ(answers(ORClientOperation::installedAssets), expected);
+    EXPECT_EQ(answers(ORClientOperation::_processKenningConfigPlist), expected);
 }
 
 TEST_F(ProtocolTables, TheChangeSyncProtocol) {

@@ -3,12 +3,11 @@
 #include <zlib.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 
-namespace support {
+namespace test {
 
 namespace {
 
@@ -35,8 +34,8 @@ std::string bigEndian(std::uint32_t number) {
 
 std::string pngChunk(const std::string& kind, const std::string& body) {
     const std::string checked = kind + body;
-    const auto sum = crc32(0, reinterpret_cast<const Bytef*>(checked.data()),
-                           static_cast<uInt>(checked.size()));
+    const auto sum =
+        crc32(0, reinterpret_cast<const Bytef*>(checked.data()), static_cast<uInt>(checked.size()));
     return bigEndian(static_cast<std::uint32_t>(body.size())) + checked +
            bigEndian(static_cast<std::uint32_t>(sum));
 }
@@ -53,26 +52,12 @@ std::string deflated(const std::string& bytes) {
 
 }  // namespace
 
-ScratchFolder::ScratchFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "orlith-test-XXXXXX").string();
-    if (!::mkdtemp(pattern.data()))
-        throw std::runtime_error("mkdtemp");
-    _path = std::filesystem::canonical(pattern).string();
-}
-
-ScratchFolder::~ScratchFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(_path, ignored);
-}
-
-std::string ScratchFolder::write(const std::string& relative, const std::string& bytes) const {
-    const std::filesystem::path path = std::filesystem::path(_path) / relative;
-    std::filesystem::create_directories(path.parent_path());
+void writeFile(const std::string& path, const std::string& bytes) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::ofstream out(path, std::ios::binary);
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (!out.flush())
-        throw std::runtime_error("cannot write " + path.string());
-    return path.string();
+        throw std::runtime_error("cannot write " + path);
 }
 
 std::string taggedMp3(const std::vector<std::pair<std::string, std::string>>& frames,
@@ -81,8 +66,8 @@ std::string taggedMp3(const std::vector<std::pair<std::string, std::string>>& fr
     for (const auto& [id, text] : frames)
         tag += id3Frame(id, '\x03' + text);
     if (!jpegCover.empty())
-        tag += id3Frame("APIC", '\x03' + std::string("image/jpeg") + '\0' + '\x03' + '\0' +
-                                    jpegCover);
+        tag +=
+            id3Frame("APIC", '\x03' + std::string("image/jpeg") + '\0' + '\x03' + '\0' + jpegCover);
     std::string bytes = std::string("ID3\x04\0\0", 6) + syncSafe(tag.size()) + tag;
     std::string frame(std::begin(FrameHeader), std::end(FrameHeader));
     frame.resize(FrameSize);
@@ -128,4 +113,4 @@ std::string bytesOfFile(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-}  // namespace support
+}  // namespace test

@@ -28,6 +28,10 @@ std::string normalised(std::string_view path) {
     return result;
 }
 
+bool isDevicePath(std::string_view path) {
+    return path.starts_with('/') && path.find('\0') == std::string_view::npos;
+}
+
 std::string parentOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? std::string() : path.substr(0, slash);
@@ -139,16 +143,16 @@ std::vector<std::string> MemoryFileSystem::subpathsOfDirectory(const std::string
 bool MemoryFileSystem::fileExists(const std::string& path) {
     if (_recorder.fails("FileSystem.fileExists", {path}))
         return false;
-    return contains(path);
+    return isDevicePath(path) && contains(path);
 }
 
 std::optional<platform::FileAttributes> MemoryFileSystem::attributes(const std::string& path,
                                                                      OptionalError* error) {
     const bool isFault = _recorder.fails("FileSystem.attributes", {path});
     const std::lock_guard lock(_mutex);
-    const auto node = _nodes.find(normalised(path));
+    const auto node = isDevicePath(path) ? _nodes.find(normalised(path)) : _nodes.end();
     if (isFault || node == _nodes.end()) {
-        report(isFault ? injectedError : ENOENT, error);
+        report(isFault ? injectedError : isDevicePath(path) ? ENOENT : EINVAL, error);
         return std::nullopt;
     }
     const bool isDirectory = !node->second;
@@ -204,6 +208,10 @@ OptionalError MemoryFileSystem::removeItem(const std::string& path) {
         return Error::posix(injectedError);
     const std::lock_guard lock(_mutex);
     const std::string target = normalised(path);
+    if (!isDevicePath(path))
+        return Error::posix(EINVAL);
+    if (target.empty())
+        return Error::posix(EBUSY);
     if (!_nodes.contains(target))
         return Error::posix(ENOENT);
     for (const std::string& lower : below(target))
@@ -215,6 +223,8 @@ OptionalError MemoryFileSystem::removeItem(const std::string& path) {
 int MemoryFileSystem::unlink(const std::string& path) {
     if (_recorder.fails("FileSystem.unlink", {path}))
         return injectedError;
+    if (!isDevicePath(path))
+        return EINVAL;
     const std::lock_guard lock(_mutex);
     const auto node = _nodes.find(normalised(path));
     if (node == _nodes.end())
@@ -228,7 +238,15 @@ int MemoryFileSystem::unlink(const std::string& path) {
 OptionalError MemoryFileSystem::createDirectory(const std::string& path) {
     if (_recorder.fails("FileSystem.createDirectory", {path}))
         return Error::posix(injectedError);
-    addDirectory(path);
+    if (!isDevicePath(path))
+        return Error::posix(EINVAL);
+    const std::lock_guard lock(_mutex);
+    const std::string target = normalised(path);
+    for (std::string existing = target; !existing.empty(); existing = parentOf(existing)) {
+        if (const auto node = _nodes.find(existing); node != _nodes.end() && node->second)
+            return Error::posix(ENOTDIR);
+    }
+    makeDirectories(target);
     return std::nullopt;
 }
 

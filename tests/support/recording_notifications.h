@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -30,9 +31,13 @@ private:
         platform::Job handler;
     };
 
+    template <typename Condition>
+    void remove(const Condition& condition);
+    bool isRegistered(const std::shared_ptr<Registration>& one) const;
+
     Recorder& _recorder;
     mutable std::mutex _mutex;
-    std::vector<Registration> _registrations;  // guarded by _mutex
+    std::vector<std::shared_ptr<Registration>> _registrations;  // guarded by _mutex
 };
 
 class RecordingNamedNotifications : public platform::NamedNotifications {

@@ -1,5 +1,7 @@
 #include "tests/support/recording_services.h"
 
+#include <stdexcept>
+
 namespace support {
 namespace {
 
@@ -59,6 +61,8 @@ std::shared_ptr<VDDownloadManagerOptions> RecordingStoreDownloads::makeManagerOp
 std::shared_ptr<VDDownloadManager> RecordingStoreDownloads::makeManager(
     std::shared_ptr<VDDownloadManagerOptions>) {
     _recorder.record("VDDownloadManager.initWithManagerOptions");
+    if (makeManagerThrows)
+        throw std::runtime_error("no download manager");
     auto manager = std::make_shared<RecordingDownloadManager>(_recorder);
     _lastManager = manager;
     return manager;
@@ -66,6 +70,8 @@ std::shared_ptr<VDDownloadManager> RecordingStoreDownloads::makeManager(
 
 std::shared_ptr<KLCloudClient> RecordingCloud::makeClient() {
     _recorder.record("KLCloudClient.make");
+    if (makeClientThrows)
+        throw std::runtime_error("no cloud client");
     return std::make_shared<CloudClient>(_recorder, isAuthenticated);
 }
 

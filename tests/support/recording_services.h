@@ -55,6 +55,8 @@ class RecordingStoreDownloads : public StoreDownloadServices {
 public:
     explicit RecordingStoreDownloads(Recorder& recorder) : _recorder(recorder) {}
 
+    // As when memory runs out: a std::runtime_error.
+    bool makeManagerThrows = false;
     // The one made last.
     std::shared_ptr<RecordingDownloadManager> lastManager() const { return _lastManager.lock(); }
 
@@ -72,6 +74,8 @@ public:
     explicit RecordingCloud(Recorder& recorder) : _recorder(recorder) {}
 
     bool isAuthenticated = false;
+    // As when memory runs out: a std::runtime_error.
+    bool makeClientThrows = false;
 
     std::shared_ptr<KLCloudClient> makeClient() override;
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace common::property_list {
+namespace common {
 
 // Takes the first character off a text that is not empty; absent when it is malformed.
 std::optional<char32_t> takeCharacter(std::string_view& text);
@@ -13,4 +13,4 @@ bool isUtf8(std::string_view text);
 // `character` is at most U+10FFFF and no surrogate.
 void appendUtf8(std::string& text, char32_t character);
 
-}  // namespace common::property_list
+}  // namespace common

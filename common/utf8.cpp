@@ -1,8 +1,8 @@
-#include "common/property_list/utf8.h"
+#include "common/utf8.h"
 
 #include <cstdint>
 
-namespace common::property_list {
+namespace common {
 
 std::optional<char32_t> takeCharacter(std::string_view& text) {
     const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
@@ -55,4 +55,4 @@ void appendUtf8(std::string& text, char32_t character) {
     }
 }
 
-}  // namespace common::property_list
+}  // namespace common

@@ -1,0 +1,60 @@
+#include "device/orlith/row_messages.h"
+
+#include <algorithm>
+
+#include "device/orlith/names.h"
+
+namespace orlith {
+namespace {
+
+constexpr std::size_t TracksOfOneRow = 100000;
+
+}  // namespace
+
+void fillRow(const TrackSummary& track, link::TrackRow& row) {
+    row.set_persistent_id(track.persistentID);
+    row.set_sync_id(track.syncID);
+    row.set_global_id(track.globalID);
+    if (track.title)
+        row.set_title(cleanUTF8(*track.title));
+    if (track.artist)
+        row.set_artist(cleanUTF8(*track.artist));
+    if (track.album)
+        row.set_album(cleanUTF8(*track.album));
+    row.set_disc_number(track.discNumber);
+    row.set_track_number(track.trackNumber);
+    row.set_media_type(track.mediaType);
+    if (track.path)
+        row.set_path(cleanUTF8(*track.path));
+    row.set_size(track.size);
+    row.set_artwork(track.hasArtwork);
+    row.set_kenning(track.hasKenning);
+    row.set_chapters(track.chapters);
+    row.set_rating(track.rating);
+    row.set_play_count(track.playCount);
+    row.set_content_hash(track.contentHash);
+    if (track.hostPath)
+        row.set_host_path(*track.hostPath);
+    row.set_from_host(track.fromHost);
+}
+
+void splitPlaylist(const PlaylistSummary& playlist,
+                   const std::function<void(const link::PlaylistRow&)>& callback) {
+    std::size_t done = 0;
+    do {
+        link::PlaylistRow row;
+        row.set_persistent_id(playlist.persistentID);
+        row.set_sync_id(playlist.syncID);
+        row.set_global_id(playlist.globalID);
+        row.set_name(cleanUTF8(playlist.name));
+        row.set_smart(playlist.isSmart);
+        row.set_from_host(playlist.fromHost);
+        row.set_built_in(playlist.isBuiltIn);
+        const std::size_t end = std::min(playlist.tracks.size(), done + TracksOfOneRow);
+        for (; done < end; ++done)
+            row.add_tracks(playlist.tracks[done]);
+        callback(row);
+    } while (done < playlist.tracks.size());
+}
+
+}  // namespace orlith

@@ -1,0 +1,46 @@
+// The daemon's listening socket and the RPC server behind it. The daemon accepts connections
+// itself: it asks the kernel who connects, and takes only its own user and root.
+//
+// serve() runs on one thread; stop() may be called from any, and from a call's own.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "common/unique_fd.h"
+#include "device/orlith/device_service.h"
+#include "platform/log.h"
+
+namespace orlith {
+
+class Server {
+public:
+    enum class Ending { Asked, Idle };
+
+    // `listener` does not block. Throws std::runtime_error when the RPC server cannot start.
+    Server(DeviceService& service, platform::LogService& log, common::UniqueFd listener);
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    // Accepts connections until stop(), until `endWhenReadable` (none: negative) is readable, or
+    // until no call has been answered for so long.
+    Ending serve(int endWhenReadable, std::optional<std::chrono::seconds> idleExit);
+    void stop();
+    // Ends the calls: those that are not over after `grace` are cut off. Waits for all of them.
+    void shutDown(std::chrono::milliseconds grace);
+
+private:
+    void acceptAll();
+    bool isWelcome(int connection) const;
+
+    DeviceService& _service;
+    platform::LogService& _log;
+    common::UniqueFd _listener;
+    common::UniqueFd _wake;
+    std::unique_ptr<grpc::Server> _server;
+};
+
+}  // namespace orlith
