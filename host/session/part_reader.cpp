@@ -61,7 +61,8 @@ PartReader::Piece PartReader::next() {
     Piece piece;
     piece.failure = readPiece(piece.data);
     piece.last = !piece.failure.empty() || _position == _size;
-    if (piece.failure.empty() && piece.last && _fd && !isUnchanged())
+    const bool arrived = piece.failure.empty() && piece.last;
+    if (arrived && ((_fd && !isUnchanged()) || (_part.contentHash && *_part.contentHash != hash())))
         piece.failure = ChangedMeanwhile;
     if (!piece.failure.empty())
         piece.data.clear();
