@@ -13,7 +13,9 @@ struct IncomingTrack;
 
 class RemovedTracks {
 public:
-    explicit RemovedTracks(common::Database& database) : _database(database) {}
+    explicit RemovedTracks(common::Database& database)
+        : _database(database),
+          _remembersAny(database.int64("SELECT EXISTS (SELECT 1 FROM removed_memory)") != 0) {}
 
     // The persistent id that a track with this global id had, with its date, rating and bookmark
     // put into `values`. Absent when none was removed, or when its old id is in use again.
@@ -24,6 +26,7 @@ public:
 
 private:
     common::Database& _database;
+    const bool _remembersAny;
 };
 
 }  // namespace korvane

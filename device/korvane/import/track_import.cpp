@@ -28,15 +28,37 @@ TrackImport::TrackImport(ImportContext& context)
       _plays(context.database, context.origin),
       _removed(context.database) {}
 
-void TrackImport::apply(const qorx::Track& record) {
-    if (_context.unreported.isDeleted(EntityKind::Track, record.sync_id(), record.global_id())) {
+void TrackImport::apply(std::span<const qorx::Record* const> batch) {
+    for (const qorx::Record* entry : batch) {
+        const qorx::Track& record = entry->track();
+        if (_context.unreported.isDeleted(EntityKind::Track, record.sync_id(),
+                                          record.global_id())) {
+            continue;
+        }
+        // A second record of the same track finds what the first has made.
+        if (!_pending.empty() && _pending.back()->sync_id() == record.sync_id()) {
+            insertPending();
+        }
+        if (findRow(record)) {
+            update(record);
+        } else {
+            _pending.push_back(&record);
+        }
+    }
+    insertPending();
+}
+
+void TrackImport::insertPending() {
+    if (_pending.empty()) {
         return;
     }
-    if (!findRow(record)) {
-        insert(record);
-        return;
+    _context.origin.aboutToChange();
+    const std::vector<TrackPlace> places = placesOf(_context.database, _pending);
+    for (std::size_t i = 0; i < _pending.size(); ++i) {
+        insert(*_pending[i], places[i]);
     }
-    update(record);
+    _pending.clear();
+    _hasInserted = true;
 }
 
 // Opens the row of the track that the record means.
@@ -98,8 +120,7 @@ void TrackImport::update(const qorx::Track& record) {
     _plays.merge(pid, record);
 }
 
-void TrackImport::insert(const qorx::Track& record) {
-    _context.origin.aboutToChange();
+void TrackImport::insert(const qorx::Track& record, const TrackPlace& place) {
     IncomingTrack track = incoming(record);
     track.sources = _context.sourceBit;
     track.globalID = record.global_id();
@@ -111,13 +132,12 @@ void TrackImport::insert(const qorx::Track& record) {
     }
     mergeOwnerValues(record, track);
     const std::int64_t pid = recalled ? *recalled : _context.newIDs.next();
-    _statements.insert(pid, track);
+    _statements.insert(pid, track, place);
     _context.namedTracks.add(_statements.lastItemID());
     if (recalled) {
         _removed.giveBack(track.globalID, pid);
     }
     _plays.merge(pid, record);
-    _hasInserted = true;
 }
 
 void TrackImport::finish() {

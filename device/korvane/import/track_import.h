@@ -5,7 +5,8 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
+#include <span>
+#include <vector>
 
 #include "common/sqlite/database.h"
 #include "device/korvane/import/entry_finder.h"
@@ -13,6 +14,11 @@
 #include "device/korvane/import/play_merge.h"
 #include "device/korvane/import/removed_tracks.h"
 #include "device/korvane/import/track_statements.h"
+
+namespace qorx {
+class Record;
+class Track;
+}  // namespace qorx
 
 namespace korvane {
 
@@ -23,8 +29,9 @@ class TrackImport {
 public:
     explicit TrackImport(ImportContext& context);
 
-    // Records come in ascending order of sync id where possible: that is fastest.
-    void apply(const qorx::Track& record);
+    // Ascending by sync id; batches come in that order too where possible, that is fastest. The
+    // records live as long as the call.
+    void apply(std::span<const qorx::Record* const> batch);
     // After the last: entries of playlists that waited for the new tracks are resolved.
     void finish();
 
@@ -32,7 +39,8 @@ private:
     bool findRow(const qorx::Track& record);
     IncomingTrack incoming(const qorx::Track& record);
     void update(const qorx::Track& record);
-    void insert(const qorx::Track& record);
+    void insertPending();
+    void insert(const qorx::Track& record, const TrackPlace& place);
 
     ImportContext& _context;
     EntryFinder _finder;
@@ -40,6 +48,7 @@ private:
     TrackStatements _statements;
     PlayMerge _plays;
     RemovedTracks _removed;
+    std::vector<const qorx::Track*> _pending;  // of the batch: new, not inserted yet
     bool _hasInserted = false;
 };
 
