@@ -28,6 +28,9 @@ Image owned(VipsImage* image) {
     return Image(image);
 }
 
+// A damaged picture is told by its reason; the library would write about it to the terminal too.
+void ignoreWarning(const gchar*, GLogLevelFlags, const gchar*, gpointer) {}
+
 // Only the three loaders named below are ever called; the rest of the library stays shut.
 bool startLibrary() {
     static const bool started = [] {
@@ -35,6 +38,7 @@ bool startLibrary() {
         ::setenv("VIPS_NOVECTOR", "1", 1);
         if (VIPS_INIT("orlith-scan-worker") != 0)
             return false;
+        g_log_set_handler("VIPS", G_LOG_LEVEL_WARNING, ignoreWarning, nullptr);
         vips_block_untrusted_set(TRUE);
         vips_cache_set_max(0);
         vips_concurrency_set(1);
@@ -42,6 +46,14 @@ bool startLibrary() {
     }();
     return started;
 }
+
+// The library gathers error texts; they go with the picture that they are about.
+struct ErrorText {
+    ErrorText() = default;
+    ErrorText(const ErrorText&) = delete;
+    ErrorText& operator=(const ErrorText&) = delete;
+    ~ErrorText() { vips_error_clear(); }
+};
 
 bool startsWith(Bytes bytes, std::string_view text) {
     return bytes.size() >= text.size() &&
@@ -141,7 +153,12 @@ void prepare(Bytes bytes, PreparedImage& prepared) {
         prepared.reason = "it is no picture that the device can show (JPEG, PNG or WebP)";
         return;
     }
-    const Image image = startLibrary() ? openHeader(bytes, format) : nullptr;
+    if (!startLibrary()) {
+        prepared.reason = "the picture library does not start";
+        return;
+    }
+    const ErrorText errors;
+    const Image image = openHeader(bytes, format);
     if (!image) {
         prepared.reason = "the picture is damaged";
         return;
@@ -173,7 +190,6 @@ PreparedImage prepareImage(std::span<const std::uint8_t> picture) {
     prepare(picture, prepared);
     if (!prepared.reason.empty())
         prepared.bytes.clear();
-    vips_error_clear();
     return prepared;
 }
 

@@ -182,10 +182,10 @@ private:
         struct stat status {};
         if (!target || ::stat(target.get(), &status) != 0)
             return skip(std::move(path), fmt::format("the link leads nowhere: {}", errorText()));
-        if (!std::string_view(target.get()).starts_with(_root == "/" ? _root : _root + '/'))
-            return skip(std::move(path), "the link leads out of the folder");
         if (S_ISDIR(status.st_mode))
             return skip(std::move(path), "links to folders are not followed");
+        if (!std::string_view(target.get()).starts_with(_root == "/" ? _root : _root + '/'))
+            return skip(std::move(path), "the link leads out of the folder");
         if (!S_ISREG(status.st_mode))
             return skip(std::move(path), "the link leads to no file");
         if (_listed.contains(Inode(status.st_dev, status.st_ino)))
@@ -234,6 +234,8 @@ platform::OptionalError resolveScanFolder(const std::string& folder, std::string
     }
     if (!S_ISDIR(status.st_mode))
         return failure(ScanErrorNotAFolder, "is no folder");
+    if (!common::UniqueFd(::open(path.get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)))
+        return failure(ScanErrorFolderUnreadable, fmt::format("cannot be read: {}", errorText()));
     resolved = path.get();
     return std::nullopt;
 }

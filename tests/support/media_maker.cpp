@@ -3,12 +3,11 @@
 #include <zlib.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
 
-namespace support {
+namespace test {
 
 namespace {
 
@@ -53,26 +52,12 @@ std::string deflated(const std::string& bytes) {
 
 }  // namespace
 
-ScratchFolder::ScratchFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "orlith-test-XXXXXX").string();
-    if (!::mkdtemp(pattern.data()))
-        throw std::runtime_error("mkdtemp");
-    _path = std::filesystem::canonical(pattern).string();
-}
-
-ScratchFolder::~ScratchFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(_path, ignored);
-}
-
-std::string ScratchFolder::write(const std::string& relative, const std::string& bytes) const {
-    const std::filesystem::path path = std::filesystem::path(_path) / relative;
-    std::filesystem::create_directories(path.parent_path());
+void writeFile(const std::string& path, const std::string& bytes) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::ofstream out(path, std::ios::binary);
     out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     if (!out.flush())
-        throw std::runtime_error("cannot write " + path.string());
-    return path.string();
+        throw std::runtime_error("cannot write " + path);
 }
 
 std::string taggedMp3(const std::vector<std::pair<std::string, std::string>>& frames,
@@ -128,4 +113,4 @@ std::string bytesOfFile(const std::filesystem::path& path) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-}  // namespace support
+}  // namespace test

@@ -9,23 +9,10 @@
 #include <utility>
 #include <vector>
 
-namespace support {
+namespace test {
 
-// A directory of its own under the system's temporary one, removed with the object.
-class ScratchFolder {
-public:
-    ScratchFolder();
-    ~ScratchFolder();
-    ScratchFolder(const ScratchFolder&) = delete;
-    ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-    const std::string& path() const { return _path; }
-    // Writes a file at a relative path (any bytes), with the folders above it; its absolute path.
-    std::string write(const std::string& relative, const std::string& bytes) const;
-
-private:
-    std::string _path;
-};
+// Writes a file, with the folders above it.
+void writeFile(const std::string& path, const std::string& bytes);
 
 // A silent MP3 of about `seconds` with an ID3 tag of the frames given ("TIT2", text). Pictures are
 // cover bytes, "" for none.
@@ -46,4 +33,4 @@ std::string pngBomb(std::uint32_t width, std::uint32_t height);
 // The bytes of a file; "" when it is not there.
 std::string bytesOfFile(const std::filesystem::path& path);
 
-}  // namespace support
+}  // namespace test

@@ -6,7 +6,7 @@
 
 #include "tests/support/media_maker.h"
 
-namespace support {
+namespace test {
 
 namespace {
 
@@ -54,4 +54,4 @@ std::string plainWebp(int width, int height) {
     return encoded(width, height, vips_webpsave_buffer);
 }
 
-}  // namespace support
+}  // namespace test

@@ -1,0 +1,55 @@
+// Purpose: the connection to a device's daemon: questions, edits and the start of a session.
+// Thread: any; gRPC serialises nothing, so calls may run side by side.
+// Ownership: a session keeps the connection's channel alive by itself.
+// Failure: Errors of LinkErrorDomain, or what the device reported.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/errors.h"
+
+namespace grpc {
+class Channel;
+}
+
+namespace orlith::link {
+class EditReply;
+class PlaylistRow;
+class StatusReply;
+class TrackRow;
+}  // namespace orlith::link
+
+namespace host {
+
+class SessionStream;
+
+class DeviceConnection {
+public:
+    // Connects to the daemon of a device directory and starts one when none runs. Null on failure.
+    static std::unique_ptr<DeviceConnection> open(const std::string& deviceDirectory,
+                                                  platform::OptionalError* error);
+    explicit DeviceConnection(std::shared_ptr<grpc::Channel> channel);
+    ~DeviceConnection();
+    DeviceConnection(const DeviceConnection&) = delete;
+    DeviceConnection& operator=(const DeviceConnection&) = delete;
+
+    platform::OptionalError status(orlith::link::StatusReply& reply);
+    platform::OptionalError listTracks(
+        const std::function<void(const orlith::link::TrackRow&)>& row);
+    platform::OptionalError listPlaylists(
+        const std::function<void(const orlith::link::PlaylistRow&)>& row);
+    // `track` is a persistent id, a sync id or a title; `stars` 0 to 5.
+    platform::OptionalError rate(const std::string& track, std::uint32_t stars,
+                                 orlith::link::EditReply& reply);
+    platform::OptionalError played(const std::string& track, orlith::link::EditReply& reply);
+    std::unique_ptr<SessionStream> startSession();
+
+private:
+    struct Impl;
+    std::unique_ptr<Impl> _impl;
+};
+
+}  // namespace host

@@ -1,0 +1,51 @@
+#include "host/session/link_error.h"
+
+#include <grpcpp/support/status.h>
+
+#include <cerrno>
+
+#include "link/orlith.pb.h"
+
+namespace host {
+
+platform::Error errorOfStatus(const grpc::Status& status) {
+    switch (status.error_code()) {
+        case grpc::StatusCode::ABORTED:
+            return platform::Error(LinkErrorDomain, LinkErrorBusy, status.error_message());
+        case grpc::StatusCode::NOT_FOUND:
+            return platform::Error(LinkErrorDomain, LinkErrorNotFound, status.error_message());
+        case grpc::StatusCode::CANCELLED:
+            return cancelledError();
+        case grpc::StatusCode::UNAVAILABLE:
+            return platform::Error(LinkErrorDomain, LinkErrorUnreachable,
+                                   "the device's daemon went away");
+        default:
+            return platform::Error(LinkErrorDomain, LinkErrorProtocol,
+                                   "the device answered: " + status.error_message());
+    }
+}
+
+platform::Error errorOfFailure(const orlith::link::Failure& failure) {
+    const std::string text = failure.text().empty() ? "the device gave no reason" : failure.text();
+    if (failure.domain() == DaemonErrorDomain && failure.code() == DaemonErrorBusy)
+        return platform::Error(LinkErrorDomain, LinkErrorBusy, text);
+    return platform::Error(failure.domain(), failure.code(), text);
+}
+
+platform::Error errorOfFailedSession(const orlith::link::SessionFailed& failed) {
+    if (!failed.owner().empty() &&
+        failed.failure().text().find(failed.owner()) == std::string::npos)
+        return platform::Error(LinkErrorDomain, LinkErrorBusy,
+                               failed.failure().text() + " (" + failed.owner() + ")");
+    return errorOfFailure(failed.failure());
+}
+
+platform::Error cancelledError() {
+    return platform::Error(LinkErrorDomain, LinkErrorCancelled, "interrupted");
+}
+
+bool isNoSpace(const platform::Error& error) {
+    return error.domain == platform::POSIXErrorDomain && error.code == ENOSPC;
+}
+
+}  // namespace host
