@@ -41,10 +41,10 @@ int main(int argc, char** argv) {
                    "What is logged: 3 errors, 4 warnings, 5 notices, 6 details, 7 everything")
         ->check(CLI::Range(0, 7))
         ->capture_default_str();
-    const CLI::Option* idle = app.add_option("--idle-exit", idleExit,
-                                             "Leave when nobody has called for so long")
-                                  ->check(CLI::Range(1, 1000000))
-                                  ->type_name("SECONDS");
+    const CLI::Option* idle =
+        app.add_option("--idle-exit", idleExit, "Leave when nobody has called for so long")
+            ->check(CLI::Range(1, 1000000))
+            ->type_name("SECONDS");
     app.add_option("--startup-report", options.startupReport)->group("");
     try {
         app.parse(argc, argv);

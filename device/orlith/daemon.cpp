@@ -76,8 +76,9 @@ std::string openRoot(const std::string& root) {
     std::error_code status;
     fs::create_directories(fs::path(root) / "var" / "run", status);
     if (status)
-        throw StartupFailure(ExitConfiguration, fmt::format("cannot use {} as a device directory: {}",
-                                                            root, status.message()));
+        throw StartupFailure(
+            ExitConfiguration,
+            fmt::format("cannot use {} as a device directory: {}", root, status.message()));
     return fs::canonical(root, status).string();
 }
 

@@ -3,10 +3,6 @@
 // Any thread.
 #pragma once
 
-#include <optional>
-
-#include "device/korvane/activity_lock.h"
-#include "device/korvane/background_tasks.h"
 #include "device/korvane/import/import_service.h"
 #include "device/korvane/library.h"
 #include "device/orlith/library_access.h"
@@ -18,8 +14,8 @@ class EmbeddedLibrary final : public LibraryAccess {
 public:
     // All of it outlives this.
     EmbeddedLibrary(korvane::Library& library, korvane::ImportService& imports,
-                    korvane::BackgroundTasks& tasks, korvane::ActivityLock& activities,
-                    device::RootedFileSystem& files);
+                    device::RootedFileSystem& files)
+        : _library(library), _imports(imports), _files(files) {}
 
     std::string libraryUID() override;
     std::string anchor() override;
