@@ -2,6 +2,7 @@
 // document that goes beyond the limits.
 #include <expat.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -19,6 +20,8 @@ using platform::Array;
 using platform::Dictionary;
 using platform::Error;
 using platform::Value;
+
+constexpr std::size_t maxPiece = 1u << 20;
 
 class XmlReader {
 public:
@@ -42,8 +45,7 @@ public:
     }
 
     std::optional<Value> read(std::span<const std::uint8_t> bytes, Error& reason) {
-        const auto status = XML_Parse(_parser.get(), reinterpret_cast<const char*>(bytes.data()),
-                                      static_cast<int>(bytes.size()), 1);
+        const XML_Status status = parse(bytes);
         if (_refused) {
             reason = std::move(_reason);
             return std::nullopt;
@@ -71,6 +73,21 @@ private:
     struct ParserDeleter {
         void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
     };
+
+    // Piece by piece, because the parser copies what it is given: of a document that is refused at
+    // its beginning only that is copied.
+    XML_Status parse(std::span<const std::uint8_t> bytes) {
+        for (;;) {
+            const std::span<const std::uint8_t> piece =
+                bytes.first(std::min(bytes.size(), maxPiece));
+            bytes = bytes.subspan(piece.size());
+            const XML_Status status =
+                XML_Parse(_parser.get(), reinterpret_cast<const char*>(piece.data()),
+                          static_cast<int>(piece.size()), bytes.empty());
+            if (status != XML_STATUS_OK || bytes.empty())
+                return status;
+        }
+    }
 
     static XmlReader& of(void* self) { return *static_cast<XmlReader*>(self); }
 

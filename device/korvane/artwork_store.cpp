@@ -1,11 +1,10 @@
 #include "device/korvane/artwork_store.h"
 
 #include <fmt/format.h>
-#define XXH_INLINE_ALL
-#include <xxhash.h>
 
 #include <cmath>
 
+#include "common/hash.h"
 #include "device/system/rooted_file_system.h"
 
 namespace korvane {
@@ -21,8 +20,8 @@ std::string parentOf(const std::string& path) {
 std::string artworkRelativePath(const std::string& token) {
     if (token.empty())
         return {};
-    const XXH128_hash_t hash = XXH3_128bits(token.data(), token.size());
-    const std::string name = fmt::format("{:016x}{:016x}", hash.high64, hash.low64);
+    const std::string name = common::hexText(
+        common::xxh3({reinterpret_cast<const std::uint8_t*>(token.data()), token.size()}));
     return fmt::format("{}/{}/{}", name.substr(0, 2), name.substr(2, 2), name);
 }
 

@@ -56,6 +56,7 @@ inline constexpr std::string_view LibraryErrorDomain = "KV3KorvaneErrorDomain";
 enum LibraryErrorCode : std::int64_t {
     LibraryErrorDamaged = 1,     // the database lost something; it can be set aside
     LibraryErrorCannotOpen = 2,  // not there, not readable, no space, of a newer version
+    LibraryErrorRefused = 3,     // an edit that makes no sense
 };
 
 }  // namespace korvane

@@ -1,24 +1,13 @@
 #include "device/korvane/identifiers.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
-#include <array>
-#include <limits>
-#include <system_error>
-
+#include "common/random_id.h"
 #include "common/sqlite/database.h"
 
 namespace korvane {
 
 namespace {
-
-std::uint64_t randomBits() {
-    std::uint64_t bits = 0;
-    if (::getentropy(&bits, sizeof bits) != 0)
-        throw std::system_error(errno, std::generic_category(), "no random numbers");
-    return bits;
-}
 
 bool isTaken(common::Database& database, std::int64_t id) {
     return database.int64(
@@ -34,24 +23,16 @@ bool isTaken(common::Database& database, std::int64_t id) {
 
 }  // namespace
 
-std::int64_t randomIdentifier() {
-    std::uint64_t bits = 0;
-    while (bits == 0)
-        bits = randomBits();
-    return static_cast<std::int64_t>(bits);
-}
-
 std::int64_t newPersistentID(common::Database& database) {
     for (;;) {
-        const auto id = static_cast<std::int64_t>(
-            randomBits() & static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()));
-        if (id != 0 && !isTaken(database, id))
+        const std::int64_t id = common::randomPositiveId();
+        if (!isTaken(database, id))
             return id;
     }
 }
 
 std::string randomUID() {
-    return fmt::format("{:016X}{:016X}", randomBits(), randomBits());
+    return fmt::format("{:016X}{:016X}", common::randomPositiveId(), common::randomPositiveId());
 }
 
 }  // namespace korvane

@@ -11,8 +11,6 @@ class Database;
 
 namespace korvane {
 
-// Any value but 0.
-std::int64_t randomIdentifier();
 // A persistent id: positive, and not in use on this device as persistent id or sync id, nor kept
 // for something deleted.
 std::int64_t newPersistentID(common::Database& database);

@@ -4,6 +4,7 @@
 
 #include "common/sqlite/sqlite_error.h"
 #include "device/korvane/account_cache.h"
+#include "device/korvane/built_in_playlists.h"
 #include "device/korvane/connection_view.h"
 #include "device/korvane/database_health.h"
 #include "device/korvane/database_properties.h"
@@ -54,6 +55,10 @@ std::shared_ptr<Library> Library::open(const Configuration& configuration,
         const std::string uid = settleLibraryUID(*database, fileIdentity(realPath), beside);
         std::shared_ptr<Library> library(new Library(configuration, log, uid));
         library->writeIdentity(false, revisionCounter(*database));
+        library->change("open", [&](common::Database& writer) {
+            createBuiltInPlaylists(writer, library->nowMilliseconds());
+            return true;
+        });
         return library;
     } catch (const common::SqliteError& failure) {
         return fail(openingError(failure));

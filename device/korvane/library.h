@@ -4,7 +4,8 @@
 // Failure: as KV3Korvane says; database errors are logged and answered with false, null or 0.
 //
 // Defined in: library.cpp (opening, properties, transactions), library_tracks.cpp (tracks as a
-// whole: integrity, sources, tombstones, locations), artwork_import.cpp (pictures).
+// whole: integrity, sources, tombstones), library_playlists.cpp (smart playlists),
+// artwork_import.cpp (pictures).
 #pragma once
 
 #include <atomic>
@@ -67,6 +68,12 @@ public:
     // peers.
     bool removeSource(std::int64_t source);
     bool deleteDatabaseProperty(std::string_view key);
+    // Takes the cloud location off the tracks that have it.
+    bool unlinkRedownloadableAssets(const std::vector<std::int64_t>& persistentIDs);
+    std::vector<std::int64_t> autoCreatedBuiltInSmartPlaylistsPIDs();
+    // Fills the smart playlists; makes the built-in ones first if asked to and they are due.
+    bool populateDynamicContainers(bool createsBuiltIns);
+    bool deleteAutoCreatedBuiltInSmartPlaylists(const std::vector<std::int64_t>& persistentIDs);
 
     // --- for the library's own pieces
     Connections& connections() { return *_connections; }

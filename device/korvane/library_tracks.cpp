@@ -40,6 +40,23 @@ bool Library::removeSource(std::int64_t source) {
     });
 }
 
+bool Library::unlinkRedownloadableAssets(const std::vector<std::int64_t>& persistentIDs) {
+    return change(
+        "unlinkRedownloadableAssetsFromLibrary:persistentIDs:", [&](common::Database& database) {
+            for (const std::int64_t pid : persistentIDs) {
+                const bool wasLinked =
+                    database.execute(
+                        "UPDATE item SET base_location_id = 0 WHERE item_pid = ? AND "
+                        "base_location_id = ?",
+                        pid, CloudAssetsLocation) != 0;
+                if (wasLinked)
+                    database.execute(
+                        "UPDATE item_extra SET location_file_name = '' WHERE item_pid = ?", pid);
+            }
+            return true;
+        });
+}
+
 void Library::setSyncGenerationID(std::int64_t generationID) {
     setValueForDatabaseProperty(generationID, SyncGenerationProperty);
 }

@@ -125,6 +125,7 @@ CREATE INDEX item_store_sync_id ON item_store (sync_id) WHERE sync_id <> 0;
 CREATE INDEX item_extra_global_id ON item_extra (global_id) WHERE global_id <> 0;
 CREATE INDEX item_extra_kenning_id ON item_extra (kenning_id) WHERE kenning_id IS NOT NULL;
 CREATE INDEX item_unplaced ON item (item_id) WHERE album_order = 0;
+CREATE INDEX item_without_file ON item (item_id) WHERE base_location_id = 0;
 CREATE INDEX item_needs_restore ON item (item_id) WHERE needs_restore <> 0;
 )sql";
 

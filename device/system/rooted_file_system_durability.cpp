@@ -1,16 +1,15 @@
 // What the device's own services need beside the platform's operations: descriptors, replacing
 // renames and durable writes.
 #include <fcntl.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
 #include <fmt/format.h>
 
+#include "common/random_id.h"
 #include "device/system/posix_errors.h"
 #include "device/system/rooted_file_system.h"
 
@@ -55,12 +54,7 @@ common::UniqueFd RootedFileSystem::openFile(const std::string& path, int flags, 
 
 common::UniqueFd RootedFileSystem::openTemporary(const std::string& directory, std::string& path,
                                                  OptionalError* error) {
-    std::uint64_t random[2] = {};
-    if (::getrandom(random, sizeof random, 0) != sizeof random) {
-        storePosixError(errno, error);
-        return {};
-    }
-    path = fmt::format("{}/{}{:016x}{:016x}", directory, TemporaryPrefix, random[0], random[1]);
+    path = fmt::format("{}/{}{:016x}", directory, TemporaryPrefix, common::randomPositiveId());
     return openFile(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, fileMode, error);
 }
 

@@ -105,7 +105,8 @@ private:
             (*handler)();
     }
 
-    // The next point of the rhythm that lies ahead: firings that were missed are merged.
+    // The next point of the rhythm that lies ahead: firings that were missed are merged. An
+    // interval of 0 gives no rhythm.
     Nanoseconds nextStart() const {
         if (_interval == Never || _interval == 0)
             return Never;

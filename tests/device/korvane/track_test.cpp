@@ -186,7 +186,7 @@ TEST_F(LibraryTrack, ResettingChangeSyncTakesOnlyWhatItBroughtIn) {
     EXPECT_FALSE(track(1).existsInLibrary());
     EXPECT_TRUE(track(2).existsInLibrary());
     EXPECT_TRUE(track(3).existsInLibrary());
-    EXPECT_EQ(number("SELECT count(*) FROM container"), 1);
+    EXPECT_EQ(number("SELECT count(*) FROM container WHERE auto_created = 0"), 1);
     EXPECT_EQ(number("SELECT received_revision FROM peer"), 0);
     EXPECT_EQ(number("SELECT count(*) FROM entity_revision WHERE deleted <> 0"), 0);
 }

@@ -1,0 +1,163 @@
+// The client between real threads, for the thread sanitizer above all: what the daemon does not
+// serialise must not race, and no wait may get stuck.
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <semaphore>
+#include <thread>
+
+#include "tests/SyncBundle/sync_client_test.h"
+
+namespace sync_bundle_tests {
+namespace {
+
+// Runs its jobs on threads of its own: one for a serial queue.
+class ThreadedQueue : public platform::WorkQueue {
+public:
+    ThreadedQueue(std::string label, std::size_t threadCount) : _label(std::move(label)) {
+        for (std::size_t i = 0; i < threadCount; ++i)
+            _threads.emplace_back([this] { run(); });
+    }
+    ~ThreadedQueue() override {
+        {
+            const std::lock_guard lock(_mutex);
+            _isStopping = true;
+        }
+        _changed.notify_all();
+        for (std::thread& thread : _threads)
+            thread.join();
+    }
+
+    const std::string& label() const override { return _label; }
+    void async(platform::Job job) override {
+        {
+            const std::lock_guard lock(_mutex);
+            _jobs.push_back(std::move(job));
+        }
+        _changed.notify_one();
+    }
+    void asyncAfter(platform::Nanoseconds, platform::Job job) override { async(std::move(job)); }
+    bool isCurrent() const override { return false; }
+
+private:
+    // What is queued still runs when the queue stops.
+    void run() {
+        while (true) {
+            platform::Job job;
+            {
+                std::unique_lock lock(_mutex);
+                _changed.wait(lock, [this] { return _isStopping || !_jobs.empty(); });
+                if (_jobs.empty())
+                    return;
+                job = std::move(_jobs.front());
+                _jobs.pop_front();
+            }
+            job();
+        }
+    }
+
+    const std::string _label;
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    std::deque<platform::Job> _jobs;  // guarded by _mutex
+    bool _isStopping = false;         // guarded by _mutex
+    std::vector<std::thread> _threads;
+};
+
+class RealSemaphore : public platform::Semaphore {
+public:
+    void signal() override { _semaphore.release(); }
+    void wait() override { _semaphore.acquire(); }
+
+private:
+    std::counting_semaphore<> _semaphore{0};
+};
+
+class ThreadedSystem : public support::VirtualOperatingSystem {
+public:
+    explicit ThreadedSystem(support::Recorder& recorder)
+        : VirtualOperatingSystem(recorder),
+          _serialQueue(std::make_shared<ThreadedQueue>("serial", 1)),
+          _globalQueue(std::make_shared<ThreadedQueue>("global", 4)) {}
+
+    // One client, one serial queue; it outlives the client, whose end may come in one of its jobs.
+    std::shared_ptr<platform::WorkQueue> makeSerialQueue(std::string_view) override {
+        return _serialQueue;
+    }
+    std::shared_ptr<platform::WorkQueue> globalQueue(platform::QueuePriority) override {
+        return _globalQueue;
+    }
+    std::shared_ptr<platform::Semaphore> makeSemaphore(std::int64_t) override {
+        return std::make_shared<RealSemaphore>();
+    }
+
+private:
+    const std::shared_ptr<platform::WorkQueue> _serialQueue;
+    const std::shared_ptr<platform::WorkQueue> _globalQueue;
+};
+
+// The services' own thread answers while this lives.
+class ThreadedPlatform : public support::RecordingPlatform {
+public:
+    ThreadedPlatform() : _system(recorder()) {
+        KVSyncClientInspector::forgetNotificationRegistrations();
+        _services = std::thread([this] {
+            while (!_isStopping) {
+                scheduler().runDueJobs();
+                std::this_thread::yield();
+            }
+        });
+    }
+    ~ThreadedPlatform() override {
+        _isStopping = true;
+        _services.join();
+    }
+    ThreadedSystem& operatingSystem() override { return _system; }
+
+private:
+    ThreadedSystem _system;
+    std::atomic<bool> _isStopping = false;
+    std::thread _services;
+};
+
+constexpr int rounds = 20;
+
+TEST(SyncClientThreads, ASyncMayBeCancelledFromAnotherThreadAtAnyTime) {
+    ThreadedPlatform platform;
+    const auto client = KVSyncClient::init();
+    std::thread session([&client] {
+        for (int i = 0; i < rounds; ++i)
+            EXPECT_TRUE(client->reconcileSync(2, "anchor", {}, nullptr));
+    });
+    for (int i = 0; i < rounds; ++i)
+        client->cancelSyncOperations();
+    session.join();
+}
+
+TEST(SyncClientThreads, ObservationDelegateAndNotificationsMayMeet) {
+    ThreadedPlatform platform;
+    const auto delegate = std::make_shared<support::RecordingDelegate>();
+    auto client = KVSyncClient::init();
+    std::thread poster([&platform] {
+        for (int i = 0; i < rounds; ++i) {
+            platform.operatingSystem().defaultNotificationCenter().post(
+                KV3KorvaneContentsDidChangeNotification);
+        }
+    });
+    std::thread observer([client] {
+        for (int i = 0; i < rounds; ++i) {
+            client->_pauseObservingChangeNotifications();
+            client->_resumeObservingChangeNotifications();
+        }
+    });
+    for (int i = 0; i < rounds; ++i) {
+        client->setDelegate(i % 2 == 0 ? delegate : nullptr);
+        client->_handleSyncPrefsChangedNotification();
+    }
+    client.reset();
+    poster.join();
+    observer.join();
+}
+
+}  // namespace
+}  // namespace sync_bundle_tests
