@@ -79,8 +79,8 @@ public:
     // What the host's data import reads, until it is unregistered.
     virtual void registerHostData(const std::string& devicePath) = 0;
     virtual void unregisterHostData() = 0;
-    // What the last preparation saved, and the revision that it covers.
-    virtual std::vector<SavedChanges> savedChanges() = 0;
+    // What the preparation with this session id saved, and the revision that it covers.
+    virtual std::vector<SavedChanges> savedChanges(std::uint32_t torvelID) = 0;
     virtual std::int64_t coveredRevision() = 0;
     // Absolute paths of the media files of tracks that only the host's data keeps in the library.
     virtual std::vector<std::string> filesHeldByHostAlone() = 0;

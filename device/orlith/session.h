@@ -93,7 +93,7 @@ private:
     // ---- session_opening.cpp: opening, preparation, session files
     void open(const link::OpenSession& message);
     void prepare(const link::Prepare& message);
-    void sendSavedChanges();
+    void sendSavedChanges(std::uint32_t torvelID);
     void beginSessionFile(const link::SessionFile& message);
     void finishSessionFile(Reception reception);
     void removeHostData();

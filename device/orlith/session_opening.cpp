@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <random>
 
 #include "device/orlith/daemon_log.h"
 #include "device/orlith/names.h"
@@ -28,6 +29,13 @@ std::string bounded(const std::string& text, std::size_t longest, const char* wh
     return text;
 }
 
+// Never 0, which stands for none.
+std::uint32_t randomSessionID() {
+    std::uniform_int_distribution<std::uint32_t> id(1, UINT32_MAX);
+    std::random_device source;
+    return id(source);
+}
+
 }  // namespace
 
 void Session::open(const link::OpenSession& message) {
@@ -46,7 +54,7 @@ void Session::open(const link::OpenSession& message) {
         return fail(Error(OrlithErrorDomain, OrlithErrorBusy, "the device is busy with " + holder),
                     holder);
     _step = Step::Opened;
-    _torvelID = message.process_id() != 0 ? message.process_id() : 1;
+    _torvelID = randomSessionID();
     log(LogLevel::Info, "a session began: " + _owner.description());
     post([this] {
         _services.library.sessionBegan();
@@ -85,13 +93,13 @@ void Session::prepare(const link::Prepare& message) {
         link::FromDevice answer;
         answer.mutable_prepared()->set_covered_revision(_services.library.coveredRevision());
         send(answer);
-        sendSavedChanges();
+        sendSavedChanges(torvelID);
     });
 }
 
 // Every stream that preparation saved, in chunks; then an empty chunk that is the last.
-void Session::sendSavedChanges() {
-    for (const SavedChanges& saved : _services.library.savedChanges()) {
+void Session::sendSavedChanges(std::uint32_t torvelID) {
+    for (const SavedChanges& saved : _services.library.savedChanges(torvelID)) {
         link::FromDevice answer;
         link::SavedChunk& chunk = *answer.mutable_saved();
         chunk.set_kind(saved.isPlaylists ? link::SavedChunk::PLAYLISTS

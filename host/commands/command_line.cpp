@@ -12,6 +12,7 @@ namespace {
 struct Request {
     CommonOptions common;
     SyncOptions sync;
+    bool withoutRecommendations = false;
     bool playlists = false;
     std::string track;
     std::uint32_t stars = 0;
@@ -71,6 +72,7 @@ void addCommands(CLI::App& program, Request& request) {
 ExitCode runRequest(const std::string& command, Request& request) {
     if (command == "sync") {
         request.sync.deviceDirectory = request.common.deviceDirectory;
+        request.sync.withRecommendations = !request.withoutRecommendations;
         return runSync(request.sync, request.common);
     }
     if (command == "list")

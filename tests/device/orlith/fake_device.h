@@ -139,7 +139,7 @@ public:
     void sessionEnded() override {}
     void registerHostData(const std::string& path) override { registered = path; }
     void unregisterHostData() override { registered.clear(); }
-    std::vector<SavedChanges> savedChanges() override { return saved; }
+    std::vector<SavedChanges> savedChanges(std::uint32_t) override { return saved; }
     std::int64_t coveredRevision() override { return 5; }
     std::vector<std::string> filesHeldByHostAlone() override;
     LibraryStatistics statistics() override { return {3, 2, 1, false}; }

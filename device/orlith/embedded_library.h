@@ -1,0 +1,42 @@
+// The embedded library as the daemon sees it.
+//
+// Any thread.
+#pragma once
+
+#include "device/korvane/import/import_service.h"
+#include "device/korvane/library.h"
+#include "device/orlith/library_access.h"
+#include "device/system/rooted_file_system.h"
+
+namespace orlith {
+
+class EmbeddedLibrary final : public LibraryAccess {
+public:
+    // All of it outlives this.
+    EmbeddedLibrary(korvane::Library& library, korvane::ImportService& imports,
+                    device::RootedFileSystem& files)
+        : _library(library), _imports(imports), _files(files) {}
+
+    std::string libraryUID() override;
+    std::string anchor() override;
+    std::int64_t revision() override;
+    void sessionBegan() override;
+    void sessionEnded() override;
+    void registerHostData(const std::string& devicePath) override;
+    void unregisterHostData() override;
+    std::vector<SavedChanges> savedChanges(std::uint32_t torvelID) override;
+    std::int64_t coveredRevision() override;
+    std::vector<std::string> filesHeldByHostAlone() override;
+    LibraryStatistics statistics() override;
+    void forEachTrack(const std::function<bool(const TrackSummary&)>& callback) override;
+    void forEachPlaylist(const std::function<bool(const PlaylistSummary&)>& callback) override;
+    EditOutcome rate(const std::string& track, std::uint32_t stars) override;
+    EditOutcome recordPlay(const std::string& track) override;
+
+private:
+    korvane::Library& _library;
+    korvane::ImportService& _imports;
+    device::RootedFileSystem& _files;
+};
+
+}  // namespace orlith

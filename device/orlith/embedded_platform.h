@@ -1,0 +1,51 @@
+// The embedded device's services, assembled: what a bundle reaches through the Platform, and what
+// the daemon itself needs of them.
+//
+// Made and released on the daemon's main thread; the services are used from any.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "device/orlith/daemon_services.h"
+#include "device/orlith/library_access.h"
+#include "device/orlith/notices.h"
+#include "device/system/system_services.h"
+#include "platform/platform.h"
+
+namespace orlith {
+
+class EmbeddedPlatform final : public platform::Platform {
+public:
+    // Opens the device in a directory of the real disk. A damaged library is set aside, which
+    // becomes a notice; media files stay where they are. Null, with an error, when the device
+    // cannot be opened. `log` and `notices` outlive the platform.
+    static std::unique_ptr<EmbeddedPlatform> open(const std::string& root,
+                                                  platform::LogService& log, Notices& notices,
+                                                  platform::OptionalError& error);
+    ~EmbeddedPlatform() override;
+
+    // platform::Platform
+    platform::LogService& logService() override;
+    device::SystemServices& operatingSystem() override;
+    DaemonServices& syncDaemon() override;
+    MediaLibraryFramework& mediaLibrary() override;
+    StoreDownloadServices& storeDownloads() override;
+    CloudServices& cloud() override;
+    PXVArtworkService& artworkService() override;
+
+    LibraryAccess& libraryAccess();
+    VDDownloadManager* downloadManager();
+
+    // Ends the services' jobs. False when some did not end in time; the process should then end
+    // without releasing anything.
+    bool shutDown();
+
+private:
+    struct Services;
+    explicit EmbeddedPlatform(std::unique_ptr<Services> services);
+
+    std::unique_ptr<Services> _services;
+};
+
+}  // namespace orlith
