@@ -242,7 +242,8 @@ CREATE TABLE change_state (
     id INTEGER PRIMARY KEY CHECK (id = 0),
     origin TEXT NOT NULL DEFAULT '',              -- whose change: '' the owner, else a peer's uid
     exports_deletions INTEGER NOT NULL DEFAULT 0, -- whether a deletion is told to others
-    base_revision INTEGER NOT NULL DEFAULT 0      -- the counter when the transaction began
+    base_revision INTEGER NOT NULL DEFAULT 0,     -- the counter when the transaction began
+    inserts_in_bulk INTEGER NOT NULL DEFAULT 0    -- whoever inserts tracks gives their revisions
 );
 INSERT INTO change_state (id) VALUES (0);
 CREATE TABLE tombstone (

@@ -36,6 +36,7 @@ void RemovedTracks::giveBack(std::int64_t globalID, std::int64_t pid) {
         pid, globalID);
     _database.execute("DELETE FROM removed_play_statistics WHERE global_id = ?", globalID);
     _database.execute("DELETE FROM removed_memory WHERE global_id = ?", globalID);
+    _database.execute("DELETE FROM entity_revision WHERE entity_kind = 0 AND pid = ?", pid);
     _database.execute("DELETE FROM tombstone WHERE entity_kind = 0 AND pid = ?", pid);
 }
 

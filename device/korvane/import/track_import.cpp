@@ -24,6 +24,7 @@ TrackImport::TrackImport(ImportContext& context)
     : _context(context),
       _finder(context.database, EntityKind::Track, context.peerID, &context.namedTracks),
       _names(context.database, context.newIDs),
+      _places(context.database),
       _statements(context.database),
       _plays(context.database, context.origin),
       _removed(context.database) {}
@@ -53,9 +54,17 @@ void TrackImport::insertPending() {
         return;
     }
     _context.origin.aboutToChange();
-    const std::vector<TrackPlace> places = placesOf(_context.database, _pending);
+    const std::vector<TrackPlace> places = _places.of(_pending);
+    std::vector<std::int64_t> pids;
+    pids.reserve(_pending.size());
     for (std::size_t i = 0; i < _pending.size(); ++i) {
-        insert(*_pending[i], places[i]);
+        pids.push_back(insert(*_pending[i], places[i]));
+    }
+    const std::int64_t last = _statements.lastItemID();
+    _context.origin.giveRevisionsToNewTracks(last - static_cast<std::int64_t>(_pending.size()) + 1,
+                                             last);
+    for (std::size_t i = 0; i < _pending.size(); ++i) {
+        _plays.merge(pids[i], *_pending[i]);
     }
     _pending.clear();
     _hasInserted = true;
@@ -120,7 +129,8 @@ void TrackImport::update(const qorx::Track& record) {
     _plays.merge(pid, record);
 }
 
-void TrackImport::insert(const qorx::Track& record, const TrackPlace& place) {
+// Returns the new track's persistent id.
+std::int64_t TrackImport::insert(const qorx::Track& record, const TrackPlace& place) {
     IncomingTrack track = incoming(record);
     track.sources = _context.sourceBit;
     track.globalID = record.global_id();
@@ -137,7 +147,7 @@ void TrackImport::insert(const qorx::Track& record, const TrackPlace& place) {
     if (recalled) {
         _removed.giveBack(track.globalID, pid);
     }
-    _plays.merge(pid, record);
+    return pid;
 }
 
 void TrackImport::finish() {

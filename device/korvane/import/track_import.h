@@ -13,6 +13,7 @@
 #include "device/korvane/import/names.h"
 #include "device/korvane/import/play_merge.h"
 #include "device/korvane/import/removed_tracks.h"
+#include "device/korvane/import/track_places.h"
 #include "device/korvane/import/track_statements.h"
 
 namespace qorx {
@@ -40,11 +41,12 @@ private:
     IncomingTrack incoming(const qorx::Track& record);
     void update(const qorx::Track& record);
     void insertPending();
-    void insert(const qorx::Track& record, const TrackPlace& place);
+    std::int64_t insert(const qorx::Track& record, const TrackPlace& place);
 
     ImportContext& _context;
     EntryFinder _finder;
     Names _names;
+    TrackPlaces _places;
     TrackStatements _statements;
     PlayMerge _plays;
     RemovedTracks _removed;

@@ -1,9 +1,6 @@
 #include "device/korvane/import/track_places.h"
 
 #include <initializer_list>
-#include <string>
-#include <string_view>
-#include <unordered_map>
 
 #include "common/qorx/qorx.pb.h"
 #include "device/korvane/sort_orders.h"
@@ -11,6 +8,9 @@
 namespace korvane {
 
 namespace {
+
+// Names are looked up again when there are more: memory stays bounded whatever a host sends.
+constexpr std::size_t NamesKept = 200'000;
 
 std::string_view firstOf(std::initializer_list<std::string_view> names) {
     for (const std::string_view name : names) {
@@ -32,28 +32,46 @@ std::string_view albumName(const qorx::Track& track) {
 
 }  // namespace
 
-std::vector<TrackPlace> placesOf(common::Database& database,
-                                 std::span<const qorx::Track* const> tracks) {
-    // Many tracks have few names: each is folded and looked up once.
-    std::unordered_map<std::string_view, std::int64_t> orders;
-    for (const qorx::Track* track : tracks) {
-        orders.emplace(albumArtistName(*track), 0);
-        orders.emplace(albumName(*track), 0);
+void TrackPlaces::note(std::string_view name) {
+    if (_orders.find(name) == _orders.end()) {
+        _unknown.push_back(&*_orders.emplace(name, 0).first);
     }
+}
+
+void TrackPlaces::placeUnknown() {
     std::vector<std::string> keys;
-    keys.reserve(orders.size());
-    for (const auto& [name, order] : orders) {
-        keys.push_back(sortKey(name));
+    keys.reserve(_unknown.size());
+    for (const auto* entry : _unknown) {
+        keys.push_back(sortKey(entry->first));
     }
-    ensureSortOrders(database, keys);
-    std::size_t index = 0;
-    for (auto& [name, order] : orders) {
-        order = sortOrder(database, keys[index++]);
+    if (ensureSortOrders(_database, keys)) {
+        for (auto& [name, order] : _orders) {
+            order = sortOrder(_database, sortKey(name));
+        }
+    } else {
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            _unknown[i]->second = sortOrder(_database, keys[i]);
+        }
+    }
+    _unknown.clear();
+}
+
+std::vector<TrackPlace> TrackPlaces::of(std::span<const qorx::Track* const> tracks) {
+    if (_orders.size() > NamesKept) {
+        _orders.clear();
+    }
+    for (const qorx::Track* track : tracks) {
+        note(albumArtistName(*track));
+        note(albumName(*track));
+    }
+    if (!_unknown.empty()) {
+        placeUnknown();
     }
     std::vector<TrackPlace> places;
     places.reserve(tracks.size());
     for (const qorx::Track* track : tracks) {
-        places.push_back({orders[albumArtistName(*track)], orders[albumName(*track)]});
+        places.push_back({_orders.find(albumArtistName(*track))->second,
+                          _orders.find(albumName(*track))->second});
     }
     return places;
 }
