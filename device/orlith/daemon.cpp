@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <memory>
 #include <system_error>
+#include <thread>
 
 #include "common/unique_fd.h"
 #include "device/orlith/bundle.h"
@@ -149,8 +150,10 @@ void serve(Device& device, common::UniqueFd listener, const DaemonOptions& optio
             ending == Server::Ending::Idle ? "leaving: nobody calls" : "leaving: asked to");
     tellStopping();
     releaseSignals(signals);
-    device.slot.stop("the device's daemon is stopping");
+    // A host that does not read keeps whoever tells it waiting, until the server cuts it off.
+    std::thread telling([&device] { device.slot.stop("the device's daemon is stopping"); });
     server.shutDown(StopGrace);
+    telling.join();
 }
 
 // Everything that may still use the device ends before it is released.
