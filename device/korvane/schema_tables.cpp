@@ -168,6 +168,7 @@ CREATE TABLE artwork (
     source_type INTEGER NOT NULL,                 -- 1 companion, 2 host, 3 made here from a film
     picture_media_type INTEGER NOT NULL           -- bundles need media_type to stand in item alone
 ) WITHOUT ROWID;
+CREATE INDEX artwork_path ON artwork (relative_path);
 )sql";
 
 constexpr char KenningTables[] = R"sql(

@@ -1,0 +1,143 @@
+#include "device/korvane/orphan_sweep.h"
+
+#include <cstring>
+#include <unordered_set>
+
+#include "common/chapters/chapters.h"
+#include "common/sqlite/database.h"
+#include "device/korvane/activity_lock.h"
+#include "device/korvane/database_properties.h"
+#include "device/korvane/library.h"
+#include "device/korvane/track_location.h"
+#include "device/system/rooted_file_system.h"
+
+namespace korvane {
+
+namespace {
+
+using Names = std::unordered_set<std::string>;
+
+// The schema's music folders; other locations' files are left alone.
+constexpr std::int64_t FirstMusicLocation = 200;
+
+struct Folder {
+    std::int64_t id = 0;
+    std::string path;  // absolute, with a slash at its end
+};
+
+std::vector<Folder> musicFolders(common::Database& database) {
+    std::vector<Folder> folders;
+    auto rows = database.query(
+        "SELECT base_location_id, path FROM base_location WHERE base_location_id BETWEEN ? AND ?",
+        FirstMusicLocation, FirstStoreLocation - 1);
+    while (rows.step())
+        folders.push_back({rows->int64(0), MediaDirectory + std::string(rows->text(1)) + "/"});
+    return folders;
+}
+
+Names filesOf(common::Database& database, std::int64_t baseLocationID) {
+    Names names;
+    auto rows = database.query(
+        "SELECT e.location_file_name FROM item i NOT INDEXED CROSS JOIN item_extra e ON e.item_id "
+        "= "
+        "i.item_id WHERE i.base_location_id = ?",
+        baseLocationID);
+    while (rows.step())
+        names.emplace(rows->text(0));
+    return names;
+}
+
+// The relative path of every picture that a track can ask for.
+Names wantedPictures(common::Database& database) {
+    Names paths;
+    auto tokens = database.query(
+        "SELECT sync_artwork_token, cloud_artwork_token, store_artwork_token, "
+        "purchase_history_artwork_token FROM item_artwork");
+    while (tokens.step())
+        for (int column = 0; column < 4; ++column)
+            if (!tokens->text(column).empty())
+                paths.insert(artworkRelativePath(std::string(tokens->text(column))));
+    auto chapters = database.query(
+        "SELECT item_pid, chapter_data FROM item_extra WHERE chapter_data IS NOT NULL");
+    while (chapters.step())
+        for (const auto& chapter :
+             common::decodeChapters(chapters->blob(1)).value_or(std::vector<common::Chapter>())) {
+            paths.insert(artworkRelativePath(chapterArtworkToken(
+                chapters->int64(0), static_cast<double>(chapter.startMs) / 1000.0)));
+            if (!chapter.artworkCacheID.empty())
+                paths.insert(artworkRelativePath(chapter.artworkCacheID));
+        }
+    return paths;
+}
+
+}  // namespace
+
+bool OrphanSweep::run(const std::function<bool()>& mayGoOn) {
+    return !isSafe() || (sweepMusic(mayGoOn) && sweepArtwork(mayGoOn));
+}
+
+bool OrphanSweep::isSafe() {
+    return _library.read("sweep", [](common::Database& database) {
+        return !databaseProperty(database, SyncAnchorProperty).isNull() &&
+               database.int64("SELECT items FROM row_count") > 0;
+    });
+}
+
+bool OrphanSweep::sweepMusic(const std::function<bool()>& mayGoOn) {
+    const auto folders = _library.connections().reading<std::vector<Folder>>(musicFolders);
+    for (const Folder& folder : folders) {
+        const ActivityLock::Hold hold = mayGoOn() ? _lock.tryHoldForSweep() : ActivityLock::Hold();
+        if (!hold)
+            return false;
+        // Listed before the library is asked: what is not known then is an orphan.
+        const auto present = _library.configuration().files.subpathsOfDirectory(folder.path);
+        const auto known = _library.connections().reading<Names>(
+            [&](common::Database& database) { return filesOf(database, folder.id); });
+        std::vector<std::string> orphans;
+        for (const std::string& name : present)
+            if (!known.contains(name))
+                orphans.push_back(folder.path + name);
+        removeFiles(orphans);
+    }
+    return true;
+}
+
+bool OrphanSweep::sweepArtwork(const std::function<bool()>& mayGoOn) {
+    const ActivityLock::Hold hold = mayGoOn() ? _lock.tryHoldForSweep() : ActivityLock::Hold();
+    if (!hold)
+        return false;
+    const auto present =
+        _library.configuration().files.subpathsOfDirectory(ArtworkOriginalsDirectory);
+    const auto wanted = _library.connections().reading<Names>(wantedPictures);
+    std::vector<std::string> orphans, paths;
+    for (const std::string& path : present)
+        if (!wanted.contains(path)) {
+            orphans.push_back(path);
+            paths.push_back(ArtworkStore::originalPath(path));
+        }
+    // The rows first: one without its picture would be believed.
+    const bool areForgotten = _library.change("sweep", [&](common::Database& database) {
+        auto row = database.prepare("DELETE FROM artwork WHERE relative_path = ?");
+        for (const std::string& orphan : orphans) {
+            row->bindAllBorrowed(orphan);
+            row.run();
+        }
+        return true;
+    });
+    if (areForgotten)
+        removeFiles(paths);
+    return areForgotten;
+}
+
+void OrphanSweep::removeFiles(const std::vector<std::string>& paths) {
+    device::RootedFileSystem& files = _library.configuration().files;
+    for (const std::string& path : paths) {
+        const auto attributes = files.attributes(path, nullptr);
+        if (!attributes || !attributes->isRegularFile)
+            continue;
+        if (const int error = files.unlink(path))
+            _library.log().warning("sweep", path + ": " + std::strerror(error));
+    }
+}
+
+}  // namespace korvane
