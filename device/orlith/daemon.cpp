@@ -116,6 +116,7 @@ void openDevice(Device& device, const DaemonOptions& options, const std::string&
     EmbeddedPlatform& platform = *device.platform;
     recoverLeftovers(platform.operatingSystem().fileSystem(), platform.syncDaemon().stagehold(),
                      platform.libraryAccess(), device.notices);
+    platform.startBackgroundTasks();
     error = openBundle(options.bundlePath.empty() ? defaultBundlePath() : options.bundlePath,
                        platform, device.clients);
     if (error)
