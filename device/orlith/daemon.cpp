@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <memory>
 #include <system_error>
+#include <thread>
 
 #include "common/unique_fd.h"
 #include "device/orlith/bundle.h"
@@ -115,6 +116,7 @@ void openDevice(Device& device, const DaemonOptions& options, const std::string&
     EmbeddedPlatform& platform = *device.platform;
     recoverLeftovers(platform.operatingSystem().fileSystem(), platform.syncDaemon().stagehold(),
                      platform.libraryAccess(), device.notices);
+    platform.startBackgroundTasks();
     error = openBundle(options.bundlePath.empty() ? defaultBundlePath() : options.bundlePath,
                        platform, device.clients);
     if (error)
@@ -149,8 +151,10 @@ void serve(Device& device, common::UniqueFd listener, const DaemonOptions& optio
             ending == Server::Ending::Idle ? "leaving: nobody calls" : "leaving: asked to");
     tellStopping();
     releaseSignals(signals);
-    device.slot.stop("the device's daemon is stopping");
+    // A host that does not read keeps whoever tells it waiting, until the server cuts it off.
+    std::thread telling([&device] { device.slot.stop("the device's daemon is stopping"); });
     server.shutDown(StopGrace);
+    telling.join();
 }
 
 // Everything that may still use the device ends before it is released.

@@ -59,11 +59,15 @@ std::int64_t EmbeddedLibrary::revision() {
 }
 
 void EmbeddedLibrary::sessionBegan() {
+    _session = _activities.holdForFiles();
     _imports.resetCancel();
 }
 
 void EmbeddedLibrary::sessionEnded() {
     _imports.resetCancel();
+    _session.release();
+    // What was held back while the session had the lock.
+    _tasks.schedule();
 }
 
 void EmbeddedLibrary::registerHostData(const std::string& devicePath) {
@@ -93,7 +97,7 @@ std::vector<std::string> EmbeddedLibrary::filesHeldByHostAlone() {
 
 LibraryStatistics EmbeddedLibrary::statistics() {
     const korvane::LibraryCounts counts = korvane::libraryCounts(_library);
-    return {counts.tracks, counts.playlists, counts.missingFiles, false};
+    return {counts.tracks, counts.playlists, counts.missingFiles, _tasks.isSuppressed()};
 }
 
 void EmbeddedLibrary::forEachTrack(const std::function<bool(const TrackSummary&)>& callback) {

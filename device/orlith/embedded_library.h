@@ -3,6 +3,8 @@
 // Any thread.
 #pragma once
 
+#include "device/korvane/activity_lock.h"
+#include "device/korvane/background_tasks.h"
 #include "device/korvane/import/import_service.h"
 #include "device/korvane/library.h"
 #include "device/orlith/library_access.h"
@@ -14,8 +16,13 @@ class EmbeddedLibrary final : public LibraryAccess {
 public:
     // All of it outlives this.
     EmbeddedLibrary(korvane::Library& library, korvane::ImportService& imports,
+                    korvane::BackgroundTasks& tasks, korvane::ActivityLock& activities,
                     device::RootedFileSystem& files)
-        : _library(library), _imports(imports), _files(files) {}
+        : _library(library),
+          _imports(imports),
+          _tasks(tasks),
+          _activities(activities),
+          _files(files) {}
 
     std::string libraryUID() override;
     std::string anchor() override;
@@ -36,7 +43,10 @@ public:
 private:
     korvane::Library& _library;
     korvane::ImportService& _imports;
+    korvane::BackgroundTasks& _tasks;
+    korvane::ActivityLock& _activities;
     device::RootedFileSystem& _files;
+    korvane::ActivityLock::Hold _session;  // the session's threads, one at a time
 };
 
 }  // namespace orlith

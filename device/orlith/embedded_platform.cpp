@@ -7,6 +7,8 @@
 #include "device/artwork/artwork_service.h"
 #include "device/cloud/cloud_service.h"
 #include "device/downloads/download_service.h"
+#include "device/korvane/activity_lock.h"
+#include "device/korvane/background_tasks.h"
 #include "device/korvane/database_health.h"
 #include "device/korvane/framework.h"
 #include "device/korvane/import/import_service.h"
@@ -54,13 +56,16 @@ struct EmbeddedPlatform::Services {
     Services(const std::string& root, platform::LogService& logService)
         : log(logService),
           system(root),
+          pluginSystem(system),
           daemon(system.fileSystem()),
           frames(system.fileSystem(), frameGrabberProgram()),
           pictures(system.fileSystem()) {}
 
     void makeLibrary(std::shared_ptr<korvane::Library> opened) {
         auto importService = std::make_unique<korvane::ImportService>(opened);
-        access.emplace(*opened, *importService, system.fileSystem());
+        tasks.emplace(*opened, activities, pluginSystem.namedNotifications(),
+                      system.makeSerialQueue("orlith.background"));
+        access.emplace(*opened, *importService, *tasks, activities, system.fileSystem());
         framework.emplace(std::move(opened),
                           korvane::FrameworkParts{std::move(importService),
                                                   std::make_unique<korvane::HostSaver>()});
@@ -78,10 +83,13 @@ struct EmbeddedPlatform::Services {
 
     platform::LogService& log;
     device::SystemServices system;
+    DaemonOperatingSystem pluginSystem;
     DaemonServices daemon;
     FilmFrames frames;
     PictureInspector pictures;
     std::optional<korvane::Framework> framework;
+    korvane::ActivityLock activities;
+    std::optional<korvane::BackgroundTasks> tasks;
     std::optional<EmbeddedLibrary> access;
     std::optional<downloads::DownloadService> downloads;
     std::shared_ptr<VDDownloadManager> downloadManager;
@@ -115,8 +123,8 @@ EmbeddedPlatform::~EmbeddedPlatform() = default;
 platform::LogService& EmbeddedPlatform::logService() {
     return _services->log;
 }
-device::SystemServices& EmbeddedPlatform::operatingSystem() {
-    return _services->system;
+DaemonOperatingSystem& EmbeddedPlatform::operatingSystem() {
+    return _services->pluginSystem;
 }
 DaemonServices& EmbeddedPlatform::syncDaemon() {
     return _services->daemon;
@@ -140,7 +148,13 @@ VDDownloadManager* EmbeddedPlatform::downloadManager() {
     return _services->downloadManager.get();
 }
 
+void EmbeddedPlatform::startBackgroundTasks() {
+    _services->tasks->schedule();
+}
+
 bool EmbeddedPlatform::shutDown() {
+    _services->access.reset();
+    _services->tasks.reset();
     return _services->system.shutdown(ShutDownDeadline);
 }
 

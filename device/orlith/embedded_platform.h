@@ -7,10 +7,10 @@
 #include <memory>
 #include <string>
 
+#include "device/orlith/daemon_operating_system.h"
 #include "device/orlith/daemon_services.h"
 #include "device/orlith/library_access.h"
 #include "device/orlith/notices.h"
-#include "device/system/system_services.h"
 #include "platform/platform.h"
 
 namespace orlith {
@@ -27,7 +27,7 @@ public:
 
     // platform::Platform
     platform::LogService& logService() override;
-    device::SystemServices& operatingSystem() override;
+    DaemonOperatingSystem& operatingSystem() override;
     DaemonServices& syncDaemon() override;
     MediaLibraryFramework& mediaLibrary() override;
     StoreDownloadServices& storeDownloads() override;
@@ -36,6 +36,10 @@ public:
 
     LibraryAccess& libraryAccess();
     VDDownloadManager* downloadManager();
+
+    // From here on the library's background tasks run, when nobody holds them. To be called once
+    // recovery has put back what interrupted sessions left.
+    void startBackgroundTasks();
 
     // Ends the services' jobs. False when some did not end in time; the process should then end
     // without releasing anything.

@@ -3,11 +3,31 @@
 #include <algorithm>
 
 #include "device/orlith/names.h"
+#include "platform/media_library_properties.h"
 
 namespace orlith {
 namespace {
 
 constexpr std::size_t TracksOfOneRow = 100000;
+
+// What a track is to people: the first of these whose bits it has, else music.
+const char* kindOf(std::uint32_t mediaType) {
+    struct Kind {
+        std::uint32_t bits;
+        const char* name;
+    };
+    static constexpr Kind Kinds[] = {
+        {KV3MediaTypeTesselU, "TesselU"},           {KV3MediaTypeTesselUVideo, "TesselUVideo"},
+        {KV3MediaTypeAudiobook, "Audiobook"},       {KV3MediaTypeMovie, "Movie"},
+        {KV3MediaTypeHomeVideo, "HomeVideo"},       {KV3MediaTypeMusicVideo, "MusicVideo"},
+        {KV3MediaTypePodcast, "Podcast"},           {KV3MediaTypeTVEpisode, "TVEpisode"},
+        {KV3MediaTypeVideoPodcast, "VideoPodcast"},
+    };
+    for (const Kind& kind : Kinds)
+        if ((mediaType & kind.bits) != 0)
+            return kind.name;
+    return "Music";
+}
 
 }  // namespace
 
@@ -24,6 +44,7 @@ void fillRow(const TrackSummary& track, link::TrackRow& row) {
     row.set_disc_number(track.discNumber);
     row.set_track_number(track.trackNumber);
     row.set_media_type(track.mediaType);
+    row.set_asset_type(kindOf(track.mediaType));
     if (track.path)
         row.set_path(cleanUTF8(*track.path));
     row.set_size(track.size);

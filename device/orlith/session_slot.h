@@ -24,8 +24,8 @@ struct SessionOwner {
 class SessionSlot {
 public:
     // True when it was free; otherwise `holder` tells who has it. `stop` is called when the daemon
-    // wants the session to end, with the reason in plain words; it must not block. A slot that was
-    // stopped takes nobody.
+    // wants the session to end, with the reason in plain words. A slot that was stopped takes
+    // nobody.
     bool acquire(const SessionOwner& owner, std::function<void(const std::string&)> stop,
                  std::string& holder);
     // After it returns, `stop` is neither running nor called again.
@@ -34,6 +34,7 @@ public:
     std::string ownerDescription();
     // True when a session runs.
     bool isTaken();
+    // Returns when the session has been told, which takes as long as its host does not read.
     void stop(const std::string& reason);
 
 private:

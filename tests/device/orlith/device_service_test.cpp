@@ -39,6 +39,7 @@ TEST_F(DeviceQuestions, TracksComeInBatchesAndAlwaysAsValidText) {
         rows += batch.tracks_size();
         ++batches;
         EXPECT_EQ(batch.tracks(0).title(), "t?itle");
+        EXPECT_EQ(batch.tracks(0).asset_type(), "TVEpisode");
     }
     EXPECT_TRUE(reader->Finish().ok());
     EXPECT_EQ(rows, 5000);

@@ -302,6 +302,7 @@ void FakeLibraryAccess::forEachTrack(const std::function<bool(const TrackSummary
         summary.persistentID = track.persistentID;
         summary.syncID = track.syncID;
         summary.title = "t\xffitle";
+        summary.mediaType = KV3MediaTypeTVEpisode | KV3MediaTypeMusic;
         if (!callback(summary))
             return;
     }

@@ -1,0 +1,369 @@
+// The daemon as a process, with the real plug-in and library: whole syncs, and killed at any point
+// of one.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <map>
+#include <random>
+#include <thread>
+
+#include "common/qorx/writer.h"
+#include "link/start_daemon.h"
+#include "tests/device/orlith/test_host.h"
+
+namespace orlith::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+class DaemonProcess : public ::testing::Test {
+protected:
+    DaemonProcess() {
+        std::string name = fs::temp_directory_path() / "orlith-daemon-XXXXXX";
+        root = ::mkdtemp(name.data());
+    }
+    ~DaemonProcess() override {
+        if (pid > 0)
+            end(SIGKILL);
+        std::error_code ignored;
+        fs::remove_all(root, ignored);
+    }
+
+    void start() {
+        link::DaemonStart settings;
+        settings.root = root;
+        settings.program = ORLITHD_PROGRAM;
+        settings.idleExit = std::chrono::seconds(0);
+        settings.timeout = std::chrono::seconds(60);
+        const platform::OptionalError error = link::startDaemon(settings);
+        ASSERT_FALSE(error) << error->description();
+        std::ifstream(root + "/var/run/orlithd.lock") >> pid;
+        ASSERT_GT(pid, 0);
+        stub = connectTo(root);
+    }
+    // The exit code, or minus the signal.
+    int end(int signal) {
+        stub.reset();
+        ::kill(pid, signal);
+        int status = 0;
+        while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        }
+        pid = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+    static std::string bytesOf(int track) {
+        std::string bytes(300000 + static_cast<std::size_t>(track), '\0');
+        std::mt19937 random(static_cast<unsigned>(track));
+        std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
+        return bytes;
+    }
+    static std::string hostData(int tracks) {
+        std::string bytes;
+        common::QorxWriter writer([&](std::span<const std::uint8_t> piece) {
+            bytes.append(piece.begin(), piece.end());
+            return platform::OptionalError();
+        });
+        qorx::Header header;
+        header.set_purpose(qorx::Header::HOST_DATA);
+        header.set_exporter_uid("host");
+        header.set_complete(true);
+        EXPECT_FALSE(writer.begin(header));
+        for (int i = 1; i <= tracks; ++i) {
+            qorx::Track track;
+            track.set_sync_id(1000 + i);
+            track.set_global_id(2000 + i);
+            track.set_media_type(8);
+            track.set_title("Title " + std::to_string(i));
+            track.set_artist("Artist");
+            track.set_total_size(bytesOf(i).size());
+            track.set_file_extension("mp3");
+            track.set_content_hash(hashOf(bytesOf(i)));
+            EXPECT_FALSE(writer.write(track));
+        }
+        EXPECT_FALSE(writer.end());
+        return bytes;
+    }
+
+    // A session up to a step of it; `stop` is asked after each and true ends it there, the host
+    // silent. The identifiers acknowledged.
+    std::vector<std::string> runSession(int tracks, const std::function<bool(int step)>& stop,
+                                        std::uint32_t type = 1) {
+        std::vector<std::string> acknowledged;
+        int step = 0;
+        const auto stopsHere = [&] { return stop(step++); };
+        Host host(*stub);
+        if (stopsHere())
+            return acknowledged;
+        host.prepare();
+        if (stopsHere())
+            return acknowledged;
+        EXPECT_TRUE(
+            host.sendFile(link::SessionFile::HOST_DATA, "", hostData(tracks)).has_file_received());
+        if (stopsHere())
+            return acknowledged;
+        const link::FromDevice reconciled = host.reconcile(type);
+        EXPECT_TRUE(reconciled.reconciled().success()) << reconciled.ShortDebugString();
+        if (stopsHere())
+            return acknowledged;
+        const std::vector<link::Asset> assets = host.outstanding();
+        if (stopsHere())
+            return acknowledged;
+        for (const link::Asset& asset : assets) {
+            EXPECT_EQ(asset.parts(), PartFile);
+            const std::string bytes = bytesOf(std::stoi(asset.identifier()) - 1000);
+            host.send(Host::announce(asset.identifier(), link::Transfer::FILE, bytes));
+            if (stopsHere())
+                return acknowledged;
+            host.sendChunks(bytes, 100000);
+            const link::FromDevice answer = host.receive();
+            EXPECT_TRUE(answer.asset_result().success()) << answer.ShortDebugString();
+            acknowledged.push_back(asset.identifier());
+            if (stopsHere())
+                return acknowledged;
+        }
+        EXPECT_TRUE(host.end().has_ended());
+        stopsHere();
+        return acknowledged;
+    }
+    static bool never(int) { return false; }
+
+    std::map<std::int64_t, link::TrackRow> tracks() {
+        grpc::ClientContext context;
+        const auto reader = stub->ListTracks(&context, link::ListRequest());
+        std::map<std::int64_t, link::TrackRow> rows;
+        link::TrackBatch batch;
+        while (reader->Read(&batch))
+            for (const link::TrackRow& row : batch.tracks())
+                rows[row.sync_id()] = row;
+        EXPECT_TRUE(reader->Finish().ok());
+        return rows;
+    }
+    std::string read(const std::string& devicePath) {
+        std::ifstream file(root + devicePath, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    }
+    std::size_t filesBelow(const std::string& devicePath) {
+        std::size_t count = 0;
+        if (fs::exists(root + devicePath))
+            for (const auto& entry : fs::recursive_directory_iterator(root + devicePath))
+                count += entry.is_regular_file();
+        return count;
+    }
+    // Every track has its own file, whole, and nothing else lies about.
+    void expectComplete(int count) {
+        const auto rows = tracks();
+        EXPECT_EQ(rows.size(), static_cast<std::size_t>(count));
+        for (const auto& [syncID, row] : rows)
+            EXPECT_TRUE(read(row.path()) == bytesOf(static_cast<int>(syncID - 1000)))
+                << syncID << " " << row.path();
+        EXPECT_EQ(filesBelow("/var/mobile/Media/Stagehold"), 0u);
+    }
+
+    std::string root;
+    pid_t pid = -1;
+    std::unique_ptr<link::Device::Stub> stub;
+};
+
+TEST_F(DaemonProcess, AWholeSyncIsThereAfterARestart) {
+    start();
+    EXPECT_EQ(runSession(3, never).size(), 3u);
+    expectComplete(3);
+    EXPECT_EQ(end(SIGTERM), 0);
+    start();
+    expectComplete(3);
+    EXPECT_EQ(runSession(3, never).size(), 0u);
+    EXPECT_EQ(filesBelow("/var/mobile/Media/Tessel_Control/Music"), 3u);
+}
+
+TEST_F(DaemonProcess, KilledAfterAnyStepTheNextSyncCompletesAndSendsNothingTwice) {
+    constexpr int Steps = 5 + 2 * 3 + 1;
+    for (int killAt = 0; killAt < Steps; ++killAt) {
+        SCOPED_TRACE(killAt);
+        start();
+        const auto acknowledged = runSession(3, [&](int step) {
+            if (step == killAt)
+                end(SIGKILL);
+            return step == killAt;
+        });
+        ASSERT_EQ(pid, -1);
+        start();
+        EXPECT_EQ(runSession(3, never).size(), 3u - acknowledged.size());
+        expectComplete(3);
+        EXPECT_EQ(filesBelow("/var/mobile/Media/Tessel_Control/Music"), 3u);
+        EXPECT_EQ(end(SIGTERM), 0);
+        fs::remove_all(root);
+        fs::create_directory(root);
+    }
+}
+
+TEST_F(DaemonProcess, KilledAtAnyMomentNothingAcknowledgedIsLost) {
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    for (int round = 0; round < 5; ++round) {
+        start();
+        // The kill comes while a file is on its way.
+        std::thread killer;
+        const int killAt = 6 + 2 * static_cast<int>(random() % 10);
+        const std::chrono::microseconds delay(random() % 4000);
+        std::vector<std::string> acknowledged;
+        {
+            Host host(*stub);
+            host.prepare();
+            host.sendFile(link::SessionFile::HOST_DATA, "", hostData(10));
+            host.reconcile();
+            const auto assets = host.outstanding();
+            int step = 0;
+            for (const link::Asset& asset : assets) {
+                if (++step == killAt / 2)
+                    killer = std::thread([this, delay] {
+                        std::this_thread::sleep_for(delay);
+                        ::kill(pid, SIGKILL);
+                    });
+                const link::FromDevice answer = host.transferFile(
+                    asset.identifier(), bytesOf(std::stoi(asset.identifier()) - 1000));
+                if (!answer.asset_result().success())
+                    break;
+                acknowledged.push_back(asset.identifier());
+            }
+        }
+        if (killer.joinable())
+            killer.join();
+        end(SIGKILL);
+        start();
+        const auto rows = tracks();
+        for (const std::string& identifier : acknowledged) {
+            const auto row = rows.find(std::stoll(identifier));
+            ASSERT_NE(row, rows.end());
+            EXPECT_TRUE(read(row->second.path()) == bytesOf(std::stoi(identifier) - 1000));
+        }
+        runSession(10, never);
+        expectComplete(10);
+        EXPECT_EQ(end(SIGTERM), 0);
+        fs::remove_all(root);
+        fs::create_directory(root);
+    }
+}
+
+TEST_F(DaemonProcess, AResetSyncSendsEverythingAgainAndAFailedOneNothing) {
+    start();
+    runSession(3, never);
+    const auto before = tracks();
+    {
+        Host host(*stub);
+        host.prepare();
+        EXPECT_TRUE(host.sendFile(link::SessionFile::HOST_DATA, "", "damaged").has_file_received());
+        const link::FromDevice answer = host.reconcile(2);
+        EXPECT_FALSE(answer.reconciled().success());
+        EXPECT_TRUE(host.end(false).has_ended());
+    }
+    const auto after = tracks();
+    ASSERT_EQ(after.size(), before.size());
+    for (const auto& [syncID, row] : before)
+        EXPECT_EQ(after.at(syncID).path(), row.path());
+    expectComplete(3);
+    EXPECT_EQ(runSession(3, never, 2).size(), 3u);
+    expectComplete(3);
+    EXPECT_EQ(filesBelow("/var/mobile/Media/Tessel_Control/Music"), 3u);
+}
+
+TEST_F(DaemonProcess, ADamagedLibraryIsSetAsideAndFilledAgain) {
+    start();
+    runSession(3, never);
+    end(SIGKILL);
+    const std::string database =
+        root + "/var/mobile/Media/Tessel_Control/Tessel/MediaLibrary.sqlitedb";
+    fs::remove(database + "-wal");
+    fs::remove(database + "-shm");
+    std::ofstream(database, std::ios::binary) << std::string(40000, 'x');
+    start();
+    {
+        Host host(*stub);
+        const link::FromDevice opened = host.open();
+        ASSERT_EQ(opened.opened().notices_size(), 1);
+        EXPECT_NE(opened.opened().notices(0).find("set aside"), std::string::npos);
+        EXPECT_EQ(opened.opened().anchor(), "0");
+    }
+    EXPECT_EQ(filesBelow("/var/mobile/Media/Tessel_Control/Music"), 3u);
+    runSession(3, never);
+    expectComplete(3);
+}
+
+TEST_F(DaemonProcess, TheOwnersEditsAreSavedForTheHost) {
+    start();
+    runSession(2, never);
+    link::RateRequest rate;
+    rate.set_track("Title 2");
+    rate.set_stars(4);
+    link::EditReply reply;
+    {
+        grpc::ClientContext context;
+        ASSERT_TRUE(stub->Rate(&context, rate, &reply).ok());
+        EXPECT_TRUE(reply.success()) << reply.ShortDebugString();
+        EXPECT_EQ(reply.title(), "Title 2");
+    }
+    Host host(*stub);
+    ASSERT_TRUE(host.open().has_opened());
+    link::FromHost message;
+    message.mutable_prepare();
+    host.send(message);
+    EXPECT_EQ(host.receive().prepared().covered_revision(), reply.revision());
+    std::string saved;
+    for (link::FromDevice answer = host.receive(); answer.has_saved() && !answer.saved().last();
+         answer = host.receive())
+        if (answer.saved().kind() == link::SavedChunk::METADATA)
+            saved += answer.saved().data();
+    EXPECT_NE(saved.find("Title 2"), std::string::npos);
+}
+
+TEST_F(DaemonProcess, AFullDeviceTellsSoKeepsItsTracksAndGoesOn) {
+    if (::geteuid() != 0 || ::mount("none", root.c_str(), "tmpfs", 0, "size=6m") != 0)
+        GTEST_SKIP() << "a small file system can only be mounted by root";
+    struct Unmount {
+        std::string path;
+        ~Unmount() { ::umount2(path.c_str(), MNT_DETACH); }
+    } unmount{root};
+    start();
+    {
+        Host host(*stub);
+        host.prepare();
+        ASSERT_TRUE(
+            host.sendFile(link::SessionFile::HOST_DATA, "", hostData(40)).has_file_received());
+        ASSERT_TRUE(host.reconcile().reconciled().success());
+        const auto assets = host.outstanding();
+        ASSERT_EQ(assets.size(), 40u);
+        int full = 0;
+        for (const link::Asset& asset : assets) {
+            const link::FromDevice answer = host.transferFile(
+                asset.identifier(), bytesOf(std::stoi(asset.identifier()) - 1000));
+            ASSERT_TRUE(answer.has_asset_result()) << answer.ShortDebugString();
+            if (answer.asset_result().success())
+                continue;
+            EXPECT_EQ(answer.asset_result().failure().code(), ENOSPC);
+            ++full;
+        }
+        EXPECT_GT(full, 0);
+        EXPECT_LT(full, 40);
+        EXPECT_TRUE(host.end().has_ended());
+    }
+    for (const auto& [syncID, row] : tracks())
+        EXPECT_TRUE(!row.has_path() ||
+                    read(row.path()) == bytesOf(static_cast<int>(syncID - 1000)));
+    ASSERT_EQ(::mount("none", root.c_str(), "tmpfs", MS_REMOUNT, "size=64m"), 0);
+    runSession(40, never);
+    expectComplete(40);
+    end(SIGTERM);
+}
+
+}  // namespace
+}  // namespace orlith::testing
