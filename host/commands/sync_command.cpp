@@ -21,8 +21,7 @@ ExitCode runSync(const SyncOptions& options, const CommonOptions& common) {
         error = run.run();
     }
     progress.finish();
-    if (!error || !options.dryRun)
-        report.summary(run.summary());
+    report.summary(run.summary(), options.dryRun);
     if (error) {
         output.error(*error);
         return exitCodeOf(*error);
