@@ -102,7 +102,7 @@ void SyncReport::notice(const std::string& text) {
     _progress.message(text);
 }
 
-void SyncReport::summary(const SyncSummary& summary, bool dryRun) {
+void SyncReport::summary(const SyncSummary& summary, bool nothingDone) {
     _progress.finish();
     if (!_failures.empty()) {
         writeTo(2, fmt::format("{} that cannot be synced:\n", plural(_failures.size(), "item")));
@@ -112,7 +112,7 @@ void SyncReport::summary(const SyncSummary& summary, bool dryRun) {
     }
     if (_output.isJson())
         return _output.object(jsonOf(summary));
-    if (dryRun)
+    if (nothingDone)
         return;
     _output.line(fmt::format(
         "sent {} ({}), {} unchanged, {} removed, {}{}{}", plural(summary.sent, "file"),
