@@ -1,6 +1,5 @@
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <functional>
 #include <nlohmann/json.hpp>
 
@@ -27,7 +26,7 @@ ExitCode edit(const CommonOptions& common, const std::string& done,
     const auto connection = DeviceConnection::open(common.deviceDirectory, &error);
     if (connection) {
         error = change(*connection, reply);
-        if (error && error->domain == platform::POSIXErrorDomain && error->code == ENOENT)
+        if (error && error->domain == LibraryErrorDomain && error->code == LibraryErrorRefused)
             error = platform::Error(LinkErrorDomain, LinkErrorNotFound, error->text());
     }
     if (error) {

@@ -28,6 +28,25 @@ Json optionalText(bool has, const std::string& text) {
     return has ? Json(text) : Json(nullptr);
 }
 
+// The kind of a track as assets name it; the first that fits decides, in the order of assets.
+std::string assetTypeOf(const link::TrackRow& row) {
+    struct Kind {
+        std::uint32_t mask;
+        const char* name;
+    };
+    static constexpr Kind kinds[] = {
+        {0x20, "TesselU"}, {0x1000, "TesselUVideo"}, {0x2, "Audiobook"},
+        {0x800, "Movie"},  {0x2000, "HomeVideo"},    {0x400, "MusicVideo"},
+        {0x24, "Podcast"}, {0x200, "TVEpisode"},     {0x1100, "VideoPodcast"},
+    };
+    if (!row.asset_type().empty())
+        return row.asset_type();
+    for (const Kind& kind : kinds)
+        if ((row.media_type() & kind.mask) != 0)
+            return kind.name;
+    return "Music";
+}
+
 struct Character {
     std::size_t bytes = 0;
     std::size_t columns = 0;
@@ -85,7 +104,7 @@ Json jsonOf(const link::TrackRow& row) {
             {"disc_number", row.disc_number()},
             {"track_number", row.track_number()},
             {"media_type", row.media_type()},
-            {"asset_type", row.asset_type()},
+            {"asset_type", assetTypeOf(row)},
             {"path", optionalText(row.has_path(), row.path())},
             {"size", row.size()},
             {"artwork", row.artwork()},
@@ -142,7 +161,7 @@ std::vector<std::string> trackTable(const std::vector<link::TrackRow>& rows) {
         bytes += row.has_path() ? row.size() : 0;
         lines.push_back(trackLine(
             displayText(row.title()), displayText(row.artist()), displayText(row.album()),
-            row.asset_type(), row.has_path() ? formatBytes(row.size()) : "no file",
+            assetTypeOf(row), row.has_path() ? formatBytes(row.size()) : "no file",
             std::to_string(row.play_count()), stars(row.rating()), idText(row.persistent_id())));
     }
     std::string total = fmt::format("{} tracks, {}", rows.size(), formatBytes(bytes));
@@ -154,8 +173,9 @@ std::vector<std::string> trackTable(const std::vector<link::TrackRow>& rows) {
 
 std::vector<std::string> statusLines(const link::StatusReply& status) {
     std::vector<std::string> lines;
-    lines.push_back(fmt::format("{} tracks and {} playlists; {} free", status.tracks(),
-                                status.playlists(), formatBytes(status.free_bytes())));
+    lines.push_back(fmt::format(
+        "{} track{} and {} playlist{}; {} free", status.tracks(), status.tracks() == 1 ? "" : "s",
+        status.playlists(), status.playlists() == 1 ? "" : "s", formatBytes(status.free_bytes())));
     if (status.anchor() == "0")
         lines.emplace_back("no host has synced this device yet");
     else if (status.missing_files() == 0)

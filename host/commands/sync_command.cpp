@@ -6,6 +6,15 @@
 
 namespace host {
 
+namespace {
+
+bool isEmpty(const SyncSummary& summary) {
+    return summary.sent + summary.removed + summary.uploaded + summary.failed + summary.playlists ==
+           0;
+}
+
+}  // namespace
+
 ExitCode runSync(const SyncOptions& options, const CommonOptions& common) {
     const Output output(common.json);
     Progress progress(progressStyleFor(STDERR_FILENO),
@@ -21,12 +30,11 @@ ExitCode runSync(const SyncOptions& options, const CommonOptions& common) {
         error = run.run();
     }
     progress.finish();
-    if (!error || !options.dryRun)
-        report.summary(run.summary());
-    if (error) {
+    if (error)
         output.error(*error);
+    report.summary(run.summary(), options.dryRun || (error && isEmpty(run.summary())));
+    if (error)
         return exitCodeOf(*error);
-    }
     return run.summary().failed > 0 ? ExitCode::PartlyDone : ExitCode::Done;
 }
 

@@ -102,16 +102,18 @@ void SyncReport::notice(const std::string& text) {
     _progress.message(text);
 }
 
-void SyncReport::summary(const SyncSummary& summary) {
+void SyncReport::summary(const SyncSummary& summary, bool nothingDone) {
     _progress.finish();
     if (!_failures.empty()) {
-        writeTo(2, fmt::format("{} failed:\n", plural(_failures.size(), "item")));
+        writeTo(2, fmt::format("{} that cannot be synced:\n", plural(_failures.size(), "item")));
         for (const ItemFailure& failure : _failures)
             writeTo(2, fmt::format("  {}: {}\n", displayText(failure.path),
                                    displayText(failure.reason)));
     }
     if (_output.isJson())
         return _output.object(jsonOf(summary));
+    if (nothingDone)
+        return;
     _output.line(fmt::format(
         "sent {} ({}), {} unchanged, {} removed, {}{}{}", plural(summary.sent, "file"),
         formatBytes(summary.bytes), summary.unchanged, summary.removed,

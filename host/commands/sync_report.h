@@ -22,8 +22,8 @@ public:
     void deviceChange(const std::string& text) override;
     void notice(const std::string& text) override;
 
-    // The failures again, together, and what was done.
-    void summary(const SyncSummary& summary);
+    // The failures together and what was done; in words only where something was.
+    void summary(const SyncSummary& summary, bool nothingDone);
 
 private:
     const Output& _output;

@@ -2,6 +2,8 @@
 
 #include <set>
 
+#include "common/chapters/chapters.h"
+#include "host/scan/file_names.h"
 #include "platform/media_library.h"
 
 namespace host {
@@ -28,6 +30,7 @@ public:
             return error;
         if (auto error = makeChapters())
             return error;
+        makeChapterTables();
         nameSnapshots();
         if (_input.withRecommendations)
             makeRecommendations();
@@ -110,6 +113,28 @@ private:
                  {prepared[i].path, prepared[i].size}});
         }
         return std::nullopt;
+    }
+
+    // Companions find a chapter's picture by a name that is the same on every device.
+    static std::string chapterArtworkName(const Chapter& chapter) {
+        return chapter.picture ? hexOfContentHash(*chapter.picture) : std::string();
+    }
+
+    void makeChapterTables() {
+        for (std::size_t i = 0; i < _files.size(); ++i) {
+            const std::vector<Chapter>& chapters = _files[i].media.chapters;
+            if (_files[i].presence != Presence::Present || chapters.empty())
+                continue;
+            std::vector<common::Chapter> table;
+            for (const Chapter& chapter : chapters)
+                table.push_back({static_cast<std::uint64_t>(chapter.startMilliseconds),
+                                 displayText(chapter.title), chapterArtworkName(chapter)});
+            if (const auto bytes = common::encodeChapters(std::move(table)))
+                _materials.tracks[i].chapterData.assign(bytes->begin(), bytes->end());
+            else
+                _materials.failures.push_back(
+                    {_files[i].media.stamp.path, "its chapters are too many for the device"});
+        }
     }
 
     // Episodes and home videos without a cover get one from the film itself, on the device.

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <string>
 
 #include "host/scan/scanner.h"
@@ -29,22 +28,5 @@ inline KnownFile knownFile(std::int64_t syncId, const std::string& path,
     file.contentHash = ContentHash{1, static_cast<std::uint64_t>(syncId)};
     return file;
 }
-
-// A fresh directory, removed with all it holds.
-class TemporaryDirectory {
-public:
-    TemporaryDirectory() {
-        std::string name = std::filesystem::temp_directory_path() / "orlith-host-XXXXXX";
-        _path = ::mkdtemp(name.data());
-    }
-    ~TemporaryDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(_path, ignored);
-    }
-    const std::string& path() const { return _path; }
-
-private:
-    std::string _path;
-};
 
 }  // namespace host::test

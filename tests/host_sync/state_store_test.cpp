@@ -7,12 +7,13 @@
 #include "common/sqlite/database.h"
 #include "host/state/schema.h"
 #include "tests/host_sync/folder_maker.h"
+#include "tests/support/temporary_directory.h"
 
 namespace host {
 namespace {
 
 using test::knownFile;
-using test::TemporaryDirectory;
+using ::test::TemporaryDirectory;
 
 class State : public testing::Test {
 protected:

@@ -12,12 +12,13 @@
 #include "host/state/hash_bytes.h"
 #include "tests/host_sync/fake_device.h"
 #include "tests/host_sync/folder_maker.h"
+#include "tests/support/temporary_directory.h"
 
 namespace host {
 namespace {
 
 using test::FakeDevice;
-using test::TemporaryDirectory;
+using ::test::TemporaryDirectory;
 namespace link = ::orlith::link;
 
 // Serves each asset from a file named like its identifier.
@@ -94,8 +95,9 @@ protected:
 
     void finishAsset(const link::Chunk& last, FakeDevice::Stream& stream) {
         const bool whole = arriving.size() + transfer.offset() == transfer.size();
-        if (whole && transfer.offset() == 0)
+        if (whole && transfer.offset() == 0) {
             EXPECT_EQ(contentHashOfBytes(last.content_hash()), contentHashOfText(arriving));
+        }
         const bool success = whole && failures[transfer.identifier()] == 0;
         if (success)
             stored[transfer.identifier()] = arriving;
