@@ -6,13 +6,14 @@ import os
 from flow import DONE, Flow, main
 
 
+def digest(path):
+    with open(path, "rb") as file:
+        return hashlib.sha256(file.read()).hexdigest()
+
+
 def digests(folder):
-    found = set()
-    for where, _, names in os.walk(folder):
-        for name in names:
-            with open(os.path.join(where, name), "rb") as file:
-                found.add(hashlib.sha256(file.read()).hexdigest())
-    return found
+    return {digest(os.path.join(where, name))
+            for where, _, names in os.walk(folder) for name in names}
 
 
 class Uploads(Flow):
@@ -20,7 +21,7 @@ class Uploads(Flow):
         path = self.song("a.mp3", title="A")
         self.song("b.mp3", title="B")
         self.sync()
-        wanted = hashlib.sha256(open(path, "rb").read()).hexdigest()
+        wanted = digest(path)
         track = next(t for t in self.tracks() if t["title"] == "A")
         os.unlink(path)
         summary = self.sync("--upload", track["persistent_id"])[-1]
@@ -32,7 +33,7 @@ class Uploads(Flow):
         self.song("b.mp3", title="B")
         self.sync()
         track = next(t for t in self.tracks() if t["title"] == "A")
-        wanted = hashlib.sha256(open(path, "rb").read()).hexdigest()
+        wanted = digest(path)
         os.unlink(path)
         self.sync("--upload", track["sync_id"], "--delete-after-upload")
         self.assertIn(wanted, digests(self.media))
