@@ -23,7 +23,7 @@ qorx::Playlist& HostData::addPlaylist(std::int64_t syncID, const std::string& na
                                       const std::vector<std::int64_t>& trackSyncIDs) {
     qorx::Playlist& playlist = playlists.emplace_back();
     playlist.set_sync_id(syncID);
-    playlist.set_global_id(syncID + 200'000);
+    playlist.set_global_id(syncID / 2 + 200'000);
     playlist.set_name(name);
     for (const std::int64_t id : trackSyncIDs) {
         playlist.add_items()->set_sync_id(id);
