@@ -15,8 +15,9 @@ target_compile_options(orlith_options INTERFACE
     -Wall -Wextra -Wpedantic $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow> -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
     -Wcast-qual -Wformat=2 -fno-omit-frame-pointer)
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-    # GCC 12 reports the unused alternatives of a std::variant that it has inlined.
-    target_compile_options(orlith_options INTERFACE -Wno-maybe-uninitialized)
+    # GCC 12 reports the unused alternatives of a std::variant, and impossible lengths of a vector,
+    # that it has inlined.
+    target_compile_options(orlith_options INTERFACE -Wno-maybe-uninitialized -Wno-stringop-overread)
 endif()
 if(ORLITH_WERROR)
     target_compile_options(orlith_options INTERFACE -Werror)

@@ -101,7 +101,7 @@ for number in 1 2; do
         -metadata podcast=1 -metadata TGID="field-notes-$number"
 done
 
-# A book with chapters and a cover.
+# A book with a cover, and chapters with pictures.
 cat >"$work/chapters" <<'CHAPTERS'
 ;FFMETADATA1
 title=The Lantern Keeper
@@ -126,10 +126,17 @@ END=6000
 title=III. The Lämp
 CHAPTERS
 mkdir -p Audiobooks
-ff -f lavfi -i "sine=frequency=150:duration=6:sample_rate=44100" -i "$work/lantern.jpg" \
-    -f ffmetadata -i "$work/chapters" -map 0:a -map 1:v -map_metadata 2 -map_chapters 2 \
-    -c:a aac -b:a 32k -ac 1 -c:v copy -disposition:v attached_pic \
-    -fflags +bitexact -flags:a +bitexact -f ipod "Audiobooks/The Lantern Keeper.m4b"
+# The pictures are a film of three frames, one where each chapter begins. The encoder marks only the
+# titles (track 4) as the sound's chapters; the pictures (track 2) take their place there, and the
+# titles are still read from the list of chapters that the file has besides.
+ff -f lavfi -i "sine=frequency=150:duration=6:sample_rate=44100" \
+    -f lavfi -i "testsrc2=size=96x96:rate=2:duration=6" -i "$work/lantern.jpg" \
+    -f ffmetadata -i "$work/chapters" -map 0:a -map 1:v -map 2:v -map_metadata 3 -map_chapters 3 \
+    -c:a aac -b:a 32k -ac 1 -filter:v:0 "select=eq(n\,0)+eq(n\,4)+eq(n\,9)" -fps_mode:v:0 vfr \
+    -c:v:0 mjpeg -pix_fmt:v:0 yuvj420p -q:v:0 6 -c:v:1 copy -disposition:v:1 attached_pic \
+    -fflags +bitexact -flags:a +bitexact -flags:v +bitexact -f mp4 "$work/book.m4b"
+LC_ALL=C sed 's/chap\x00\x00\x00\x04/chap\x00\x00\x00\x02/g' "$work/book.m4b" \
+    >"Audiobooks/The Lantern Keeper.m4b"
 
 # Films of every kind. None has a cover.
 film "Movies/Paper Boats.mp4" 200 5 -metadata title="Paper Boats" -metadata date=2020 \

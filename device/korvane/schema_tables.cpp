@@ -24,8 +24,7 @@ CREATE TABLE item (
     item_artist_pid INTEGER NOT NULL DEFAULT 0,
     album_artist_order INTEGER NOT NULL DEFAULT 0,  -- places among all sort keys: sort_map;
     album_order INTEGER NOT NULL DEFAULT 0,         -- 0 until the transaction's end places the item
-    date_added INTEGER NOT NULL DEFAULT 0,        -- seconds since 1970
-    sync_generation INTEGER NOT NULL DEFAULT 0    -- of the last import that named the track
+    date_added INTEGER NOT NULL DEFAULT 0         -- seconds since 1970
 );
 CREATE TABLE item_extra (
     item_id INTEGER PRIMARY KEY,
@@ -202,8 +201,7 @@ CREATE TABLE container (
     sync_id INTEGER NOT NULL DEFAULT 0,
     global_id INTEGER NOT NULL DEFAULT 0,
     sources INTEGER NOT NULL DEFAULT 0,
-    changed_ms INTEGER NOT NULL DEFAULT 0,        -- milliseconds since 1970
-    sync_generation INTEGER NOT NULL DEFAULT 0
+    changed_ms INTEGER NOT NULL DEFAULT 0         -- milliseconds since 1970
 );
 CREATE INDEX container_sync_id ON container (sync_id) WHERE sync_id <> 0;
 CREATE INDEX container_global_id ON container (global_id) WHERE global_id <> 0;
@@ -244,7 +242,8 @@ CREATE TABLE change_state (
     id INTEGER PRIMARY KEY CHECK (id = 0),
     origin TEXT NOT NULL DEFAULT '',              -- whose change: '' the owner, else a peer's uid
     exports_deletions INTEGER NOT NULL DEFAULT 0, -- whether a deletion is told to others
-    base_revision INTEGER NOT NULL DEFAULT 0      -- the counter when the transaction began
+    base_revision INTEGER NOT NULL DEFAULT 0,     -- the counter when the transaction began
+    inserts_in_bulk INTEGER NOT NULL DEFAULT 0    -- whoever inserts tracks gives their revisions
 );
 INSERT INTO change_state (id) VALUES (0);
 CREATE TABLE tombstone (

@@ -107,7 +107,8 @@ std::string playStatistics() {
 
 // A new track gets its revision from the row of item; the other rows follow it.
 std::string trackLife() {
-    return "CREATE TRIGGER item_new AFTER INSERT ON item BEGIN\n" +
+    return "CREATE TRIGGER item_new AFTER INSERT ON item\n"
+           "WHEN (SELECT inserts_in_bulk FROM change_state) = 0 BEGIN\n" +
            giveRevision(EntityKind::Track, "NEW.item_pid") +
            R"sql(UPDATE row_count SET items = items + 1;
 END;

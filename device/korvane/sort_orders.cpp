@@ -125,9 +125,10 @@ std::string sortKey(std::string_view name) {
     return {reinterpret_cast<const char*>(folded.get()), static_cast<std::size_t>(length)};
 }
 
-void ensureSortOrders(common::Database& database, std::vector<std::string> keys) {
+bool ensureSortOrders(common::Database& database, std::vector<std::string> keys) {
     std::ranges::sort(keys);
     keys.erase(std::ranges::unique(keys).begin(), keys.end());
+    bool wasRenumbered = false;
     for (std::size_t first = 0; first < keys.size();) {
         const Neighbours around = neighboursOf(database, keys[first]);
         // As many as fall between the same two.
@@ -142,12 +143,14 @@ void ensureSortOrders(common::Database& database, std::vector<std::string> keys)
             (around.above - around.below) / (static_cast<std::int64_t>(end - first) + 1);
         if (step == 0) {
             renumber(database);
+            wasRenumbered = true;
             continue;
         }
         for (std::int64_t order = around.below; first < end; ++first)
             database.execute("INSERT INTO sort_map (sort_key, sort_order) VALUES (?, ?)",
                              keys[first], order += step);
     }
+    return wasRenumbered;
 }
 
 std::int64_t sortOrder(common::Database& database, const std::string& key) {

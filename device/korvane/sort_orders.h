@@ -18,8 +18,9 @@ namespace korvane {
 std::string sortKey(std::string_view name);
 
 // Gives each key that has none a place between its neighbours, above 0. Where there is no gap left,
-// every key and track is renumbered. `keys` may repeat and come in any order.
-void ensureSortOrders(common::Database& database, std::vector<std::string> keys);
+// every key and track is renumbered. `keys` may repeat and come in any order. Whether it was:
+// places that the caller knows hold no more.
+bool ensureSortOrders(common::Database& database, std::vector<std::string> keys);
 // 0 for a key that has no place.
 std::int64_t sortOrder(common::Database& database, const std::string& key);
 

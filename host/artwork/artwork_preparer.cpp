@@ -100,7 +100,7 @@ platform::OptionalError ArtworkPreparer::prepare(std::span<const ArtworkCandidat
                                                  const std::stop_token& stop) {
     prepared.assign(candidates.size(), refusal("the preparing was stopped"));
     std::map<ContentHash, std::vector<std::size_t>> placesByHash;
-    for (std::size_t place = 0; place < candidates.size(); ++place) {
+    for (std::size_t place = 0; place < candidates.size() && !stop.stop_requested(); ++place) {
         ContentHash hash;
         std::string reason = _impl->hashOf(candidates[place], hash);
         if (reason.empty())

@@ -20,6 +20,7 @@ public:
         _before = &before;
         _now.libraryUid = before.libraryUid;
         _now.anchor = before.anchor;
+        _now.playlists = before.playlists;
         std::vector<const DeviceTrack*> strangers;
         for (const DeviceTrack& track : _input.tracks)
             if (track.fromHost && track.syncId != 0 && !takeKnown(track))
@@ -30,7 +31,6 @@ public:
         std::erase_if(strangers, [this](const DeviceTrack* t) { return takeByContents(*t); });
         for (const DeviceTrack* track : strangers)
             rememberOrphan(*track);
-        adoptPlaylists();
         return std::move(_now);
     }
 
@@ -142,46 +142,6 @@ private:
         record(added, track);
     }
 
-    void adoptPlaylists() {
-        for (const DevicePlaylist& row : _input.playlists) {
-            if (!row.fromHost || row.syncId == 0)
-                continue;
-            KnownPlaylist* known = _state.playlistWithSyncId(row.syncId);
-            if (known == nullptr)
-                known = freePlaylistNamed(row.name);
-            if (known == nullptr) {
-                KnownPlaylist orphan;
-                orphan.syncId = row.syncId;
-                orphan.globalId = row.globalId;
-                orphan.name = row.name;
-                orphan.changed = true;
-                _state.playlists.push_back(orphan);
-                known = &_state.playlists.back();
-            } else if (known->syncId != row.syncId) {
-                known->syncId = row.syncId;
-                known->globalId = row.globalId != 0 ? row.globalId : known->globalId;
-                known->changed = true;
-            }
-            const auto before = _before->playlists.find(row.syncId);
-            _now.playlists[row.syncId] =
-                before == _before->playlists.end() ? ContentHash{} : before->second;
-        }
-    }
-
-    KnownPlaylist* freePlaylistNamed(const std::string& name) {
-        const auto found = std::ranges::find_if(_state.playlists, [&](const KnownPlaylist& p) {
-            return p.present && p.name == name && !isSentAnywhere(p.syncId);
-        });
-        return found == _state.playlists.end() ? nullptr : &*found;
-    }
-
-    bool isSentAnywhere(std::int64_t syncId) const {
-        return _now.playlists.contains(syncId) ||
-               std::ranges::any_of(_state.devices, [&](const auto& entry) {
-                   return entry.second.playlists.contains(syncId);
-               });
-    }
-
     const AdoptionInput& _input;
     FolderState& _state;
     const DeviceState* _before = nullptr;
@@ -190,17 +150,60 @@ private:
     std::multimap<std::int64_t, std::size_t> _freeBySize;
 };
 
+bool isSentAnywhere(std::int64_t syncId, const FolderState& state) {
+    return std::ranges::any_of(
+        state.devices, [&](const auto& entry) { return entry.second.playlists.contains(syncId); });
+}
+
+// A playlist of the folder that no device has been sent, so that its identity is free.
+KnownPlaylist* freePlaylistNamed(const std::string& name, FolderState& state) {
+    const auto found = std::ranges::find_if(state.playlists, [&](const KnownPlaylist& playlist) {
+        return playlist.present && playlist.name == name && !isSentAnywhere(playlist.syncId, state);
+    });
+    return found == state.playlists.end() ? nullptr : &*found;
+}
+
+KnownPlaylist& rememberOrphan(const DevicePlaylist& row, FolderState& state) {
+    KnownPlaylist orphan;
+    orphan.syncId = row.syncId;
+    orphan.globalId = row.globalId;
+    orphan.name = row.name;
+    orphan.changed = true;
+    state.playlists.push_back(std::move(orphan));
+    return state.playlists.back();
+}
+
 }  // namespace
 
-DeviceState& adoptDevice(const std::string& libraryUid, const AdoptionInput& input,
+DeviceState& adoptTracks(const std::string& libraryUid, const AdoptionInput& input,
                          FolderState& state) {
     DeviceState before = state.devices[libraryUid];
     before.libraryUid = libraryUid;
     DeviceState now = Adoption(input, state).rebuild(before);
-    now.digest = {};
     DeviceState& device = state.devices[libraryUid];
     device = std::move(now);
     return device;
+}
+
+void adoptPlaylists(const std::vector<DevicePlaylist>& playlists, FolderState& state,
+                    DeviceState& device) {
+    const std::unordered_map<std::int64_t, ContentHash> before = std::move(device.playlists);
+    device.playlists.clear();
+    for (const DevicePlaylist& row : playlists) {
+        if (!row.fromHost || row.syncId == 0)
+            continue;
+        KnownPlaylist* known = state.playlistWithSyncId(row.syncId);
+        if (known == nullptr && (known = freePlaylistNamed(row.name, state)) != nullptr) {
+            known->syncId = row.syncId;
+            if (row.globalId != 0)
+                known->globalId = row.globalId;
+            known->changed = true;
+        }
+        if (known == nullptr)
+            known = &rememberOrphan(row, state);
+        const auto sent = before.find(row.syncId);
+        device.playlists[known->syncId] = sent == before.end() ? ContentHash{} : sent->second;
+    }
 }
 
 }  // namespace host

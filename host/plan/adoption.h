@@ -40,14 +40,16 @@ struct DevicePlaylist {
 
 struct AdoptionInput {
     const std::vector<DeviceTrack>& tracks;
-    const std::vector<DevicePlaylist>& playlists;
     // As in ScanMergeInput.
     std::function<std::optional<ContentHash>(const FileStamp&)> hashFile;
 };
 
-// Replaces what `state` holds of the device with this uid. Files that no device was sent yet take
-// over the identity under which the device has them; call it after mergeScan.
-DeviceState& adoptDevice(const std::string& libraryUid, const AdoptionInput& input,
+// Replaces what `state` holds of the tracks of the device with this uid. Files that no device was
+// sent yet take over the identity under which the device has them; call it after mergeScan.
+DeviceState& adoptTracks(const std::string& libraryUid, const AdoptionInput& input,
                          FolderState& state);
+// The same for playlists; call it after mergePlaylists.
+void adoptPlaylists(const std::vector<DevicePlaylist>& playlists, FolderState& state,
+                    DeviceState& device);
 
 }  // namespace host

@@ -67,8 +67,10 @@ AvInput::~AvInput() {
 std::string AvInput::open(const std::string& path) {
     _fd.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
-    if (!_fd || ::fstat(_fd.get(), &status) != 0)
+    if (!_fd || ::fstat(_fd.get(), &status) != 0) {
+        _mayOpenLater = true;
         return std::string("it cannot be opened: ") + std::strerror(errno);
+    }
     if (!S_ISREG(status.st_mode))
         return "it is no file";
     _size = status.st_size;
@@ -95,8 +97,10 @@ std::string AvInput::open(const std::string& path) {
     options.set("formatprobesize", "262144");
     options.set("analyzeduration", "2000000");  // microseconds
     const int error = avformat_open_input(&format, "", nullptr, options.get());
-    if (error < 0)
+    if (error < 0) {
+        _mayOpenLater = error == AVERROR(ENOMEM) || error == AVERROR(EIO);
         return mediaErrorText(error);
+    }
     _format = format;
     return {};
 }

@@ -24,6 +24,8 @@ public:
 
     // "" when the file is open, else why not. `path` is any bytes.
     std::string open(const std::string& path);
+    // Whether an open() that failed may yet succeed, though the file stays as it is.
+    bool mayOpenLater() const { return _mayOpenLater; }
     // Has the reader look into the content for what the headers did not tell.
     void analyze();
 
@@ -35,6 +37,7 @@ private:
     static std::int64_t seek(void* self, std::int64_t offset, int whence);
 
     common::UniqueFd _fd;
+    bool _mayOpenLater = false;
     std::int64_t _size = 0;
     std::int64_t _position = 0;
     std::int64_t _bytesRead = 0;

@@ -209,6 +209,7 @@ MediaFile readMediaFile(const std::string& path) {
     MediaFile file;
     AvInput input;
     file.reason = input.open(path);
+    file.readAgain = input.mayOpenLater();
     if (!file.readable())
         return file;
     AVFormatContext& format = input.context();

@@ -95,6 +95,9 @@ struct MediaFile {
     FileStamp stamp;
     // Why it cannot be synced, in plain words; empty when it can. Then only `stamp` has meaning.
     std::string reason;
+    // The reason may pass (no memory, a time limit, a failing disk): the next scan tries again
+    // although the file has not changed.
+    bool readAgain = false;
 
     Tags tags;                       // with the rule file's overrides
     std::optional<Tags> tagsInFile;  // what the file says, present only where a rule overrides it

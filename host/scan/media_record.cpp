@@ -65,7 +65,7 @@ void visit(Codec& codec, T& t) {
         codec.fields(t.hash, t.size);
     } else {
         static_assert(std::is_same_v<Record, MediaFile>);
-        codec.fields(t.stamp, t.reason, t.tags, t.tagsInFile, t.mediaType, t.isRental,
+        codec.fields(t.stamp, t.reason, t.readAgain, t.tags, t.tagsInFile, t.mediaType, t.isRental,
                      t.durationMilliseconds, t.bitRate, t.sampleRate, t.channels, t.width, t.height,
                      t.hasVideo, t.container, t.audioCodec, t.videoCodec, t.chapters, t.artwork,
                      t.contentHash);

@@ -74,7 +74,7 @@ private:
         if (!found.reason.empty()) {
             file.reason = std::move(found.reason);
         } else if (const MediaFile* known = _options.known ? _options.known(found.stamp) : nullptr;
-                   known && known->stamp.size == found.stamp.size &&
+                   known && !known->readAgain && known->stamp.size == found.stamp.size &&
                    known->stamp.modifiedNanoseconds == found.stamp.modifiedNanoseconds) {
             file = *known;
         } else {
@@ -110,6 +110,7 @@ private:
         file = read ? std::move(*read) : MediaFile();
         if (!read)
             file.reason = answer.reason.empty() ? "the file confused the reader" : answer.reason;
+        file.readAgain = file.readAgain || !answer.reason.empty();
         file.stamp = std::move(stamp);
     }
 

@@ -101,6 +101,8 @@ bool AssetFeeder::feedPart(const OutstandingAsset& asset, const AssetPart& part,
     transfer.set_part(linkPart(part.kind));
     transfer.set_size(reader.size());
     transfer.set_offset(offset);
+    if (part.contentHash)
+        transfer.set_content_hash(bytesOfContentHash(*part.contentHash));
     transfer.set_file_extension(part.extension);
     transfer.set_kenning_id(part.kenningId);
     transfer.set_chapter_ms(part.chapterMilliseconds);

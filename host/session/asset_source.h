@@ -4,8 +4,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "host/scan/content_hash.h"
 
 namespace host {
 
@@ -32,6 +35,8 @@ struct AssetPart {
     // Of a file with a path: what it must still have when it is opened and when it was read.
     std::int64_t size = 0;
     std::int64_t modifiedNanoseconds = -1;  // -1: not checked
+    // What its bytes must hash to, where that is known before they are read.
+    std::optional<ContentHash> contentHash;
     std::string extension;                  // of File
     std::string kenningId;                  // of Kenning
     std::uint64_t chapterMilliseconds = 0;  // of ChapterArtwork

@@ -52,24 +52,25 @@ std::string PartReader::open(std::uint64_t offset) {
         return "the file changed after the folder was read";
     std::string skipped;
     while (_position < offset)
-        if (std::string failure = readPiece(skipped); !failure.empty())
+        if (std::string failure = readPiece(offset, skipped); !failure.empty())
             return failure;
     return {};
 }
 
 PartReader::Piece PartReader::next() {
     Piece piece;
-    piece.failure = readPiece(piece.data);
+    piece.failure = readPiece(_size, piece.data);
     piece.last = !piece.failure.empty() || _position == _size;
-    if (piece.failure.empty() && piece.last && _fd && !isUnchanged())
+    const bool arrived = piece.failure.empty() && piece.last;
+    if (arrived && ((_fd && !isUnchanged()) || (_part.contentHash && *_part.contentHash != hash())))
         piece.failure = ChangedMeanwhile;
     if (!piece.failure.empty())
         piece.data.clear();
     return piece;
 }
 
-std::string PartReader::readPiece(std::string& data) {
-    const std::size_t wanted = std::min(PieceSize, _size - _position);
+std::string PartReader::readPiece(std::uint64_t end, std::string& data) {
+    const std::size_t wanted = std::min(PieceSize, end - _position);
     if (_fd) {
         data.resize(wanted);
         if (!readFully(_fd.get(), data))

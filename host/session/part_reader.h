@@ -33,7 +33,8 @@ public:
     ContentHash hash() const { return _hasher.digest(); }
 
 private:
-    std::string readPiece(std::string& data);
+    // Up to `end` at the most.
+    std::string readPiece(std::uint64_t end, std::string& data);
     bool isUnchanged() const;
 
     const AssetPart& _part;

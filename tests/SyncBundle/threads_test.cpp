@@ -18,7 +18,9 @@ public:
         for (std::size_t i = 0; i < threadCount; ++i)
             _threads.emplace_back([this] { run(); });
     }
-    ~ThreadedQueue() override {
+    // Runs what is queued and ends the threads. To be called while the platform still stands: the
+    // last job may be the end of a client.
+    void stop() {
         {
             const std::lock_guard lock(_mutex);
             _isStopping = true;
@@ -40,7 +42,6 @@ public:
     bool isCurrent() const override { return false; }
 
 private:
-    // What is queued still runs when the queue stops.
     void run() {
         while (true) {
             platform::Job job;
@@ -79,6 +80,10 @@ public:
         : VirtualOperatingSystem(recorder),
           _serialQueue(std::make_shared<ThreadedQueue>("serial", 1)),
           _globalQueue(std::make_shared<ThreadedQueue>("global", 4)) {}
+    void stop() {
+        _globalQueue->stop();
+        _serialQueue->stop();
+    }
 
     // One client, one serial queue; it outlives the client, whose end may come in one of its jobs.
     std::shared_ptr<platform::WorkQueue> makeSerialQueue(std::string_view) override {
@@ -92,8 +97,8 @@ public:
     }
 
 private:
-    const std::shared_ptr<platform::WorkQueue> _serialQueue;
-    const std::shared_ptr<platform::WorkQueue> _globalQueue;
+    const std::shared_ptr<ThreadedQueue> _serialQueue;
+    const std::shared_ptr<ThreadedQueue> _globalQueue;
 };
 
 // The services' own thread answers while this lives.
@@ -109,6 +114,7 @@ public:
         });
     }
     ~ThreadedPlatform() override {
+        _system.stop();
         _isStopping = true;
         _services.join();
     }

@@ -3,8 +3,7 @@
 import struct
 import zlib
 
-import collection
-from flow import PARTLY, Flow, main
+from flow import PARTLY, Flow, collection, main
 
 LIMIT = 10_485_760
 

@@ -5,8 +5,7 @@ import shutil
 import subprocess
 import unittest
 
-from device import Device
-from flow import BUILD, DONE, NOT_FOUND, Flow, main
+from flow import BUILD, DONE, NOT_FOUND, Device, Flow, main
 
 
 class BadFolders(Flow):

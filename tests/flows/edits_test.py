@@ -1,7 +1,6 @@
 """Changes made on the device come back to the host and are not overwritten."""
 
-import collection
-from flow import DONE, NOT_FOUND, USAGE, Flow, main
+from flow import DONE, NOT_FOUND, USAGE, Flow, collection, main
 
 
 class Edits(Flow):

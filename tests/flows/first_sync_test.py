@@ -3,8 +3,7 @@
 import os
 import shutil
 
-import collection
-from flow import DONE, SOURCE, USAGE, Flow, main
+from flow import DONE, SOURCE, USAGE, Flow, collection, main
 
 
 class FirstSync(Flow):

@@ -119,6 +119,25 @@ TEST_F(Artwork, ASecondRunDecodesNothing) {
     }
 }
 
+TEST_F(Artwork, EachChapterHasThePictureThatItBeginsWith) {
+    write("book.m4b",
+          test::bytesOfFile(ORLITH_SOURCE_DIR "/examples/media/Audiobooks/The Lantern Keeper.m4b"));
+    const auto covers = prepareBest();
+    ASSERT_EQ(covers.size(), 1u);
+    EXPECT_EQ(covers[0].width, 300);
+    const auto candidates = chapterArtworkCandidates(scan.files[0]);
+    ASSERT_EQ(candidates.size(), 3u);
+    ArtworkPreparer preparer(folder.path(), cache.path(), workers);
+    std::vector<PreparedArtwork> pictures;
+    ASSERT_FALSE(preparer.prepare(candidates, pictures));
+    for (const PreparedArtwork& picture : pictures) {
+        EXPECT_EQ(picture.reason, "");
+        EXPECT_EQ(picture.width, 96);
+    }
+    EXPECT_NE(pictures[0].token, pictures[1].token);
+    EXPECT_NE(pictures[1].token, pictures[2].token);
+}
+
 TEST_F(Artwork, AnImageThatLeftTheCacheIsPreparedAgain) {
     write("A/1.mp3", test::taggedMp3({}, 1, test::plainJpeg(5, 5)));
     const auto first = prepareBest();

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <ctime>
 
 #include "host/artwork/artwork.h"
 #include "host/artwork/prepared_image.h"
@@ -68,11 +68,11 @@ TEST(ImagePreparation, ABombIsRefusedByItsHeader) {
     const std::string bomb = test::pngBomb(20'000, 20'000);
     EXPECT_LT(bomb.size(), 1'000'000u);
     prepare(test::plainPng(4, 4));  // the library starts once
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock();
     const PreparedImage image = prepare(bomb);
-    const auto took = std::chrono::steady_clock::now() - start;
+    const double seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
     EXPECT_THAT(image.reason, HasSubstr("20000 x 20000 pixels"));
-    EXPECT_LT(took, std::chrono::milliseconds(200));
+    EXPECT_LT(seconds, 0.1);
 }
 
 TEST(ImagePreparation, WhatIsNoPictureIsRefused) {

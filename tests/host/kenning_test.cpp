@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
+#include <ctime>
 #include <random>
 
 #include "host/kenning/kenning_blobs.h"
@@ -104,9 +104,9 @@ TEST_F(Kenning, AGenreThatEverybodySharesCostsNoSquare) {
     const auto timeFor = [this](std::size_t count) {
         while (files.size() < count)
             add("Artist " + std::to_string(files.size() / 30), "", "Rock", 2000);
-        const auto start = std::chrono::steady_clock::now();
+        const std::clock_t start = std::clock();  // processor time: others may be busy too
         EXPECT_EQ(records().size(), count);
-        return std::chrono::steady_clock::now() - start;
+        return std::clock() - start;
     };
     const auto small = timeFor(1'000);
     EXPECT_LT(timeFor(8'000), small * 40) << "8 times the tracks would take 64 times as long";

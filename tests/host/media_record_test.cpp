@@ -18,6 +18,7 @@ MediaFile fullFile() {
     file.tagsInFile->title = "";
     file.mediaType = 8;
     file.isRental = true;
+    file.readAgain = true;
     file.durationMilliseconds = 1234;
     file.hasVideo = true;
     file.container = "mp4";

@@ -122,6 +122,7 @@ TEST_F(Scanner, ChaptersAreReadInOrder) {
     EXPECT_EQ(book.chapters[1].startMilliseconds, 2000);
     EXPECT_EQ(book.chapters[2].title, "III. The Lämp");
     EXPECT_TRUE(book.artwork);
+    EXPECT_FALSE(book.hasVideo) << "the chapters' pictures are no film";
 }
 
 TEST_F(Scanner, EachSampleIsOfItsKind) {
@@ -278,6 +279,24 @@ TEST_F(Scanner, AKnownFileIsNotOpenedAgain) {
     second = scan(options);
     EXPECT_EQ(second.filesRead, 1);
     EXPECT_EQ(file(second, "b.mp3").tags.title, "Changed");
+}
+
+TEST_F(Scanner, AFileThatFailedForAPassingReasonIsTriedAgain) {
+    write("bad.mp3", std::string(500, 'x'));
+    write("hang.mp3", "x");
+    MediaWorkerOptions faulty;
+    faulty.executable = ORLITH_BINARY_DIR "/faulty-scan-worker";
+    faulty.fileTimeout = std::chrono::milliseconds(50);
+    MediaWorkers faultyWorkers(faulty);
+    ScanOptions options;
+    options.folder = folder.path();
+    ScanResult first;
+    ASSERT_FALSE(scanFolder(options, faultyWorkers, first));
+    EXPECT_TRUE(file(first, "hang.mp3").readAgain);
+    options.known = [&](const FileStamp& stamp) -> const MediaFile* {
+        return &file(first, stamp.path);
+    };
+    EXPECT_EQ(scan(options).filesRead, 1);
 }
 
 TEST_F(Scanner, RulesAreAppliedAnewToKnownFiles) {

@@ -79,9 +79,7 @@ private:
         _stream.forEachBatch(qorx::Record::kTrack, [&](HostStream::Batch& batch) {
             std::ranges::stable_sort(
                 batch, {}, [](const qorx::Record* record) { return record->track().sync_id(); });
-            for (const qorx::Record* record : batch) {
-                tracks.apply(record->track());
-            }
+            tracks.apply(batch);
         });
         tracks.finish();
     }

@@ -8,8 +8,10 @@ namespace korvane {
 
 namespace {
 
-// Enough for the sort to pay, little enough to keep in memory.
-constexpr std::size_t RecordsPerBatch = 10'000;
+// A batch fits into the arena's first block, which is kept from batch to batch; large records take
+// memory of their own.
+constexpr std::size_t RecordsPerBatch = 5'000;
+constexpr std::size_t FirstBlock = 8u << 20;
 constexpr std::uint64_t ArenaBytesPerBatch = 32u << 20;
 constexpr std::size_t LongestUID = 256;
 
@@ -22,6 +24,24 @@ common::QorxSource sourceOf(std::shared_ptr<platform::InputStream> stream) {
         return piece.size();
     };
 }
+
+// The memory of the records of a batch.
+class RecordArena {
+public:
+    google::protobuf::Arena& operator*() { return _arena; }
+    google::protobuf::Arena* operator->() { return &_arena; }
+
+private:
+    static google::protobuf::ArenaOptions options(char* block) {
+        google::protobuf::ArenaOptions options;
+        options.initial_block = block;
+        options.initial_block_size = FirstBlock;
+        return options;
+    }
+
+    std::unique_ptr<char[]> _block = std::make_unique_for_overwrite<char[]>(FirstBlock);
+    google::protobuf::Arena _arena{options(_block.get())};
+};
 
 [[noreturn]] void refuse(std::string_view text) {
     throw ImportFailure(KVMediaLibraryServiceErrorDamagedData, text);
@@ -64,8 +84,9 @@ HostStreamContents HostStream::verify() {
         requireHostData(*header);
         contents.header = *header;
     }
-    google::protobuf::Arena arena;
-    while (const qorx::Record* record = stream->next(arena)) {
+    RecordArena arena;
+    std::size_t held = 0;
+    while (const qorx::Record* record = stream->next(*arena)) {
         if (record->has_track()) {
             if (record->track().sync_id() == 0) {
                 refuse("a track has no sync id");
@@ -75,9 +96,10 @@ HostStreamContents HostStream::verify() {
                    record->playlist().global_id() == 0) {
             refuse("a playlist has no id");
         }
-        if (arena.SpaceUsed() > ArenaBytesPerBatch / 8) {
+        if (++held == RecordsPerBatch || arena->SpaceUsed() > ArenaBytesPerBatch) {
             _checkCancelled();
-            arena.Reset();
+            arena->Reset();
+            held = 0;
         }
     }
     throwIfFailed(*stream);
@@ -90,17 +112,17 @@ void HostStream::forEachBatch(qorx::Record::KindCase kind,
                               const std::function<void(Batch&)>& block) {
     const auto stream = reader();
     stream->handOutOnly(kind);
-    google::protobuf::Arena arena;
+    RecordArena arena;
     Batch batch;
     const auto hand = [&] {
         _checkCancelled();
         block(batch);
         batch.clear();
-        arena.Reset();
+        arena->Reset();
     };
-    while (const qorx::Record* record = stream->next(arena)) {
+    while (const qorx::Record* record = stream->next(*arena)) {
         batch.push_back(record);
-        if (batch.size() >= RecordsPerBatch || arena.SpaceUsed() > ArenaBytesPerBatch) {
+        if (batch.size() >= RecordsPerBatch || arena->SpaceUsed() > ArenaBytesPerBatch) {
             hand();
         }
     }

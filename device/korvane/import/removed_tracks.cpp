@@ -5,9 +5,12 @@
 namespace korvane {
 
 std::optional<std::int64_t> RemovedTracks::recall(std::int64_t globalID, IncomingTrack& values) {
+    if (!_remembersAny || globalID == 0) {
+        return std::nullopt;
+    }
     common::Query row = _database.query(
         "SELECT item_pid, user_rating, rating_changed_ms, bookmark_ms, bookmark_changed_ms,"
-        " date_added FROM removed_memory WHERE global_id = ?1 AND ?1 <> 0"
+        " date_added FROM removed_memory WHERE global_id = ?"
         " AND item_pid NOT IN (SELECT item_pid FROM item)"
         " AND item_pid NOT IN (SELECT container_pid FROM container)"
         " AND NOT EXISTS (SELECT 1 FROM item_store"
@@ -33,6 +36,7 @@ void RemovedTracks::giveBack(std::int64_t globalID, std::int64_t pid) {
         pid, globalID);
     _database.execute("DELETE FROM removed_play_statistics WHERE global_id = ?", globalID);
     _database.execute("DELETE FROM removed_memory WHERE global_id = ?", globalID);
+    _database.execute("DELETE FROM entity_revision WHERE entity_kind = 0 AND pid = ?", pid);
     _database.execute("DELETE FROM tombstone WHERE entity_kind = 0 AND pid = ?", pid);
 }
 

@@ -13,17 +13,20 @@ struct IncomingTrack;
 
 class RemovedTracks {
 public:
-    explicit RemovedTracks(common::Database& database) : _database(database) {}
+    explicit RemovedTracks(common::Database& database)
+        : _database(database),
+          _remembersAny(database.int64("SELECT EXISTS (SELECT 1 FROM removed_memory)") != 0) {}
 
     // The persistent id that a track with this global id had, with its date, rating and bookmark
     // put into `values`. Absent when none was removed, or when its old id is in use again.
     std::optional<std::int64_t> recall(std::int64_t globalID, IncomingTrack& values);
-    // Once the recalled track's rows exist: its counts. (Its places in playlists wait under its
-    // global id.)
+    // Once the recalled track's rows exist, before it gets a revision: its counts. Nothing says any
+    // more that it was deleted. (Its places in playlists wait under its global id.)
     void giveBack(std::int64_t globalID, std::int64_t pid);
 
 private:
     common::Database& _database;
+    const bool _remembersAny;
 };
 
 }  // namespace korvane

@@ -24,19 +24,50 @@ TrackImport::TrackImport(ImportContext& context)
     : _context(context),
       _finder(context.database, EntityKind::Track, context.peerID, &context.namedTracks),
       _names(context.database, context.newIDs),
+      _places(context.database),
       _statements(context.database),
       _plays(context.database, context.origin),
       _removed(context.database) {}
 
-void TrackImport::apply(const qorx::Track& record) {
-    if (_context.unreported.isDeleted(EntityKind::Track, record.sync_id(), record.global_id())) {
+void TrackImport::apply(std::span<const qorx::Record* const> batch) {
+    for (const qorx::Record* entry : batch) {
+        const qorx::Track& record = entry->track();
+        if (_context.unreported.isDeleted(EntityKind::Track, record.sync_id(),
+                                          record.global_id())) {
+            continue;
+        }
+        // A second record of the same track finds what the first has made.
+        if (!_pending.empty() && _pending.back()->sync_id() == record.sync_id()) {
+            insertPending();
+        }
+        if (findRow(record)) {
+            update(record);
+        } else {
+            _pending.push_back(&record);
+        }
+    }
+    insertPending();
+}
+
+void TrackImport::insertPending() {
+    if (_pending.empty()) {
         return;
     }
-    if (!findRow(record)) {
-        insert(record);
-        return;
+    _context.origin.aboutToChange();
+    const std::vector<TrackPlace> places = _places.of(_pending);
+    std::vector<std::int64_t> pids;
+    pids.reserve(_pending.size());
+    for (std::size_t i = 0; i < _pending.size(); ++i) {
+        pids.push_back(insert(*_pending[i], places[i]));
     }
-    update(record);
+    const std::int64_t last = _statements.lastItemID();
+    _context.origin.giveRevisionsToNewTracks(last - static_cast<std::int64_t>(_pending.size()) + 1,
+                                             last);
+    for (std::size_t i = 0; i < _pending.size(); ++i) {
+        _plays.merge(pids[i], *_pending[i]);
+    }
+    _pending.clear();
+    _hasInserted = true;
 }
 
 // Opens the row of the track that the record means.
@@ -98,8 +129,8 @@ void TrackImport::update(const qorx::Track& record) {
     _plays.merge(pid, record);
 }
 
-void TrackImport::insert(const qorx::Track& record) {
-    _context.origin.aboutToChange();
+// Returns the new track's persistent id.
+std::int64_t TrackImport::insert(const qorx::Track& record, const TrackPlace& place) {
     IncomingTrack track = incoming(record);
     track.sources = _context.sourceBit;
     track.globalID = record.global_id();
@@ -111,13 +142,12 @@ void TrackImport::insert(const qorx::Track& record) {
     }
     mergeOwnerValues(record, track);
     const std::int64_t pid = recalled ? *recalled : _context.newIDs.next();
-    _statements.insert(pid, track);
+    _statements.insert(pid, track, place);
     _context.namedTracks.add(_statements.lastItemID());
     if (recalled) {
         _removed.giveBack(track.globalID, pid);
     }
-    _plays.merge(pid, record);
-    _hasInserted = true;
+    return pid;
 }
 
 void TrackImport::finish() {

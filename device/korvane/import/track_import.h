@@ -5,14 +5,21 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
+#include <span>
+#include <vector>
 
 #include "common/sqlite/database.h"
 #include "device/korvane/import/entry_finder.h"
 #include "device/korvane/import/names.h"
 #include "device/korvane/import/play_merge.h"
 #include "device/korvane/import/removed_tracks.h"
+#include "device/korvane/import/track_places.h"
 #include "device/korvane/import/track_statements.h"
+
+namespace qorx {
+class Record;
+class Track;
+}  // namespace qorx
 
 namespace korvane {
 
@@ -23,8 +30,9 @@ class TrackImport {
 public:
     explicit TrackImport(ImportContext& context);
 
-    // Records come in ascending order of sync id where possible: that is fastest.
-    void apply(const qorx::Track& record);
+    // Ascending by sync id; batches come in that order too where possible, that is fastest. The
+    // records live as long as the call.
+    void apply(std::span<const qorx::Record* const> batch);
     // After the last: entries of playlists that waited for the new tracks are resolved.
     void finish();
 
@@ -32,14 +40,17 @@ private:
     bool findRow(const qorx::Track& record);
     IncomingTrack incoming(const qorx::Track& record);
     void update(const qorx::Track& record);
-    void insert(const qorx::Track& record);
+    void insertPending();
+    std::int64_t insert(const qorx::Track& record, const TrackPlace& place);
 
     ImportContext& _context;
     EntryFinder _finder;
     Names _names;
+    TrackPlaces _places;
     TrackStatements _statements;
     PlayMerge _plays;
     RemovedTracks _removed;
+    std::vector<const qorx::Track*> _pending;  // of the batch: new, not inserted yet
     bool _hasInserted = false;
 };
 

@@ -62,8 +62,18 @@ std::string selectStatement(std::string_view from, std::string_view where) {
                        where);
 }
 
+// A new row of item comes with its place among the others; the triggers take the place of a changed
+// one away, and the end of the transaction gives it another.
+constexpr const char* PlaceColumns[] = {"album_artist_order", "album_order"};
+
 std::string insertStatement(const RecordTable& table) {
     std::string names, marks;
+    if (&table == &recordTables()[ItemTable]) {
+        for (const char* column : PlaceColumns) {
+            names += fmt::format(", {}", column);
+            marks += ", ?";
+        }
+    }
     for (const RecordColumn& column : table.columns) {
         names += fmt::format(", {}", column.name);
         marks += ", ?";
@@ -187,13 +197,19 @@ void TrackStatements::update(std::int64_t itemID, const IncomingTrack& track,
     }
 }
 
-void TrackStatements::insert(std::int64_t pid, const IncomingTrack& track) {
+void TrackStatements::insert(std::int64_t pid, const IncomingTrack& track,
+                             const TrackPlace& place) {
     const std::int64_t itemID = _nextItemID++;
     for (std::size_t table = 0; table < RecordTableCount; ++table) {
         common::Query& query = _inserts[table];
         query->bind(1, itemID);
         query->bind(2, pid);
-        bindValues(*query, 3, recordTables()[table], track);
+        int index = 3;
+        if (table == ItemTable) {
+            query->bind(index++, place.albumArtistOrder);
+            query->bind(index++, place.albumOrder);
+        }
+        bindValues(*query, index, recordTables()[table], track);
         query.run();
     }
 }

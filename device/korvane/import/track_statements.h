@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/sqlite/database.h"
+#include "device/korvane/import/track_places.h"
 
 namespace korvane {
 
@@ -38,7 +39,7 @@ public:
     RecordTableSet differences(const IncomingTrack& track) const;
 
     void update(std::int64_t itemID, const IncomingTrack& track, const RecordTableSet& tables);
-    void insert(std::int64_t pid, const IncomingTrack& track);
+    void insert(std::int64_t pid, const IncomingTrack& track, const TrackPlace& place);
     std::int64_t lastItemID() const { return _nextItemID - 1; }
     // The file that is here is not the one that the track has now: it is to come again.
     void forgetFile(std::int64_t itemID);

@@ -32,7 +32,7 @@ Data written(const Value& value) {
 
 void append(Data& bytes, std::uint64_t number, int size) {
     for (int shift = size * 8 - 8; shift >= 0; shift -= 8)
-        bytes.push_back(static_cast<std::uint8_t>(number >> shift));
+        bytes.push_back(static_cast<std::uint8_t>(shift < 64 ? number >> shift : 0));
 }
 
 // A document of hand-made objects, with the fields of its trailer open to lies.

@@ -1,0 +1,96 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "host/commands/commands.h"
+#include "host/commands/list_rows.h"
+#include "host/commands/output.h"
+#include "host/progress/progress.h"
+#include "host/scan/file_names.h"
+#include "host/session/device_connection.h"
+#include "link/orlith.pb.h"
+
+namespace host {
+
+namespace link = ::orlith::link;
+
+namespace {
+
+using platform::OptionalError;
+
+// Opens the device and asks; says what went wrong.
+ExitCode ask(const CommonOptions& common, const Output& output,
+             const std::function<OptionalError(DeviceConnection&)>& question) {
+    OptionalError error;
+    const auto connection = DeviceConnection::open(common.deviceDirectory, &error);
+    if (connection)
+        error = question(*connection);
+    if (!error)
+        return ExitCode::Done;
+    output.error(*error);
+    return exitCodeOf(*error);
+}
+
+}  // namespace
+
+ExitCode runListTracks(const CommonOptions& common) {
+    const Output output(common.json);
+    std::vector<link::TrackRow> rows;
+    const ExitCode code = ask(common, output, [&](DeviceConnection& device) {
+        return device.listTracks([&](const link::TrackRow& row) {
+            if (common.json)
+                output.object(jsonOf(row));
+            else
+                rows.push_back(row);
+        });
+    });
+    if (code == ExitCode::Done && !common.json)
+        for (const std::string& line : trackTable(rows))
+            output.line(line);
+    return code;
+}
+
+ExitCode runListPlaylists(const CommonOptions& common) {
+    const Output output(common.json);
+    // A long playlist comes in several rows, one after another.
+    std::vector<link::PlaylistRow> playlists;
+    const ExitCode code = ask(common, output, [&](DeviceConnection& device) {
+        return device.listPlaylists([&](const link::PlaylistRow& row) {
+            if (!playlists.empty() && playlists.back().persistent_id() == row.persistent_id())
+                playlists.back().mutable_tracks()->MergeFrom(row.tracks());
+            else
+                playlists.push_back(row);
+        });
+    });
+    if (code != ExitCode::Done)
+        return code;
+    for (const link::PlaylistRow& playlist : playlists) {
+        if (common.json)
+            output.object(jsonOf(playlist));
+        else
+            output.line(fmt::format("{:>6} tracks  {}{}", playlist.tracks_size(),
+                                    displayText(playlist.name()),
+                                    playlist.smart() ? "  (smart)" : ""));
+    }
+    if (!common.json && playlists.empty())
+        output.line("no playlists");
+    return code;
+}
+
+ExitCode runStatus(const CommonOptions& common) {
+    const Output output(common.json);
+    return ask(common, output, [&](DeviceConnection& device) -> OptionalError {
+        link::StatusReply status;
+        if (auto error = device.status(status))
+            return error;
+        if (common.json)
+            output.object(jsonOf(status));
+        else
+            for (const std::string& line : statusLines(status))
+                output.line(line);
+        return std::nullopt;
+    });
+}
+
+}  // namespace host

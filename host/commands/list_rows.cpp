@@ -1,0 +1,199 @@
+#include "host/commands/list_rows.h"
+
+#include <fmt/format.h>
+#include <utf8proc.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "host/progress/progress.h"
+#include "host/scan/file_names.h"
+#include "link/orlith.pb.h"
+
+namespace host {
+
+namespace link = ::orlith::link;
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// 64-bit ids are strings, because many readers of JSON keep 53 bits of a number.
+std::string idText(std::int64_t id) {
+    return std::to_string(id);
+}
+
+Json optionalText(bool has, const std::string& text) {
+    return has ? Json(text) : Json(nullptr);
+}
+
+// The kind of a track as assets name it; the first that fits decides, in the order of assets.
+std::string assetTypeOf(const link::TrackRow& row) {
+    struct Kind {
+        std::uint32_t mask;
+        const char* name;
+    };
+    static constexpr Kind kinds[] = {
+        {0x20, "TesselU"}, {0x1000, "TesselUVideo"}, {0x2, "Audiobook"},
+        {0x800, "Movie"},  {0x2000, "HomeVideo"},    {0x400, "MusicVideo"},
+        {0x24, "Podcast"}, {0x200, "TVEpisode"},     {0x1100, "VideoPodcast"},
+    };
+    if (!row.asset_type().empty())
+        return row.asset_type();
+    for (const Kind& kind : kinds)
+        if ((row.media_type() & kind.mask) != 0)
+            return kind.name;
+    return "Music";
+}
+
+struct Character {
+    std::size_t bytes = 0;
+    std::size_t columns = 0;
+};
+
+Character characterAt(const std::string& text, std::size_t place) {
+    utf8proc_int32_t codepoint = 0;
+    const auto used =
+        utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(text.data()) + place,
+                         static_cast<utf8proc_ssize_t>(text.size() - place), &codepoint);
+    if (used <= 0)
+        return {1, 1};
+    return {static_cast<std::size_t>(used),
+            static_cast<std::size_t>(std::max(0, utf8proc_charwidth(codepoint)))};
+}
+
+std::size_t columnsOf(const std::string& text) {
+    std::size_t columns = 0;
+    for (std::size_t i = 0; i < text.size();) {
+        const Character character = characterAt(text, i);
+        columns += character.columns;
+        i += character.bytes;
+    }
+    return columns;
+}
+
+std::string stars(std::uint32_t rating) {
+    std::string text;
+    for (std::uint32_t i = 0; i < (rating + 10) / 20; ++i)
+        text += "*";
+    return text;
+}
+
+constexpr std::size_t TitleColumns = 30;
+constexpr std::size_t ArtistColumns = 20;
+constexpr std::size_t AlbumColumns = 22;
+
+std::string trackLine(const std::string& title, const std::string& artist, const std::string& album,
+                      const std::string& kind, const std::string& size, const std::string& plays,
+                      const std::string& rating, const std::string& id) {
+    return fmt::format("{} {} {} {} {:>10} {:>5} {:<5} {}", fitted(title, TitleColumns),
+                       fitted(artist, ArtistColumns), fitted(album, AlbumColumns), fitted(kind, 12),
+                       size, plays, rating, id);
+}
+
+}  // namespace
+
+Json jsonOf(const link::TrackRow& row) {
+    return {{"type", "track"},
+            {"persistent_id", idText(row.persistent_id())},
+            {"sync_id", idText(row.sync_id())},
+            {"title", optionalText(row.has_title(), row.title())},
+            {"artist", optionalText(row.has_artist(), row.artist())},
+            {"album", optionalText(row.has_album(), row.album())},
+            {"disc_number", row.disc_number()},
+            {"track_number", row.track_number()},
+            {"media_type", row.media_type()},
+            {"asset_type", assetTypeOf(row)},
+            {"path", optionalText(row.has_path(), row.path())},
+            {"size", row.size()},
+            {"artwork", row.artwork()},
+            {"kenning", row.kenning()},
+            {"chapters", row.chapters()},
+            {"rating", row.rating()},
+            {"play_count", row.play_count()}};
+}
+
+Json jsonOf(const link::PlaylistRow& row) {
+    Json tracks = Json::array();
+    for (const std::int64_t track : row.tracks())
+        tracks.push_back(idText(track));
+    return {{"type", "playlist"}, {"name", row.name()}, {"smart", row.smart()}, {"tracks", tracks}};
+}
+
+Json jsonOf(const link::StatusReply& status) {
+    return {{"type", "status"},
+            {"library_uid", status.library_uid()},
+            {"revision", status.revision()},
+            {"anchor", status.anchor()},
+            {"tracks", status.tracks()},
+            {"playlists", status.playlists()},
+            {"missing_files", status.missing_files()},
+            {"background_suppressed", status.background_suppressed()}};
+}
+
+std::string fitted(const std::string& text, std::size_t columns) {
+    const std::size_t width = columnsOf(text);
+    if (width <= columns)
+        return text + std::string(columns - width, ' ');
+    std::string cut;
+    std::size_t used = 0;
+    for (std::size_t i = 0; i < text.size();) {
+        const Character character = characterAt(text, i);
+        if (used + character.columns > columns - 1)
+            break;
+        cut += text.substr(i, character.bytes);
+        used += character.columns;
+        i += character.bytes;
+    }
+    return cut + "…" + std::string(columns - 1 - used, ' ');
+}
+
+std::vector<std::string> trackTable(const std::vector<link::TrackRow>& rows) {
+    if (rows.empty())
+        return {"no tracks"};
+    std::vector<std::string> lines{
+        trackLine("TITLE", "ARTIST", "ALBUM", "KIND", "SIZE", "PLAYS", "STARS", "ID")};
+    std::uint64_t bytes = 0;
+    std::size_t missing = 0;
+    for (const link::TrackRow& row : rows) {
+        missing += !row.has_path();
+        bytes += row.has_path() ? row.size() : 0;
+        lines.push_back(trackLine(
+            displayText(row.title()), displayText(row.artist()), displayText(row.album()),
+            assetTypeOf(row), row.has_path() ? formatBytes(row.size()) : "no file",
+            std::to_string(row.play_count()), stars(row.rating()), idText(row.persistent_id())));
+    }
+    std::string total = fmt::format("{} tracks, {}", rows.size(), formatBytes(bytes));
+    if (missing > 0)
+        total += fmt::format(", {} without their file", missing);
+    lines.push_back(std::move(total));
+    return lines;
+}
+
+std::vector<std::string> statusLines(const link::StatusReply& status) {
+    std::vector<std::string> lines;
+    lines.push_back(fmt::format(
+        "{} track{} and {} playlist{}; {} free", status.tracks(), status.tracks() == 1 ? "" : "s",
+        status.playlists(), status.playlists() == 1 ? "" : "s", formatBytes(status.free_bytes())));
+    if (status.anchor() == "0")
+        lines.emplace_back("no host has synced this device yet");
+    else if (status.missing_files() == 0)
+        lines.emplace_back("complete: every track of the host has its file");
+    else
+        lines.push_back(fmt::format("incomplete: {} files are still to come; sync again",
+                                    status.missing_files()));
+    if (!status.session_owner().empty())
+        lines.push_back("a sync is running: " + displayText(status.session_owner()));
+    else if (status.background_suppressed())
+        lines.emplace_back("background tasks are on hold");
+    if (!status.last_result().empty())
+        lines.push_back("last sync: " + displayText(status.last_result()));
+    for (const std::string& notice : status.notices())
+        lines.push_back("note: " + displayText(notice));
+    lines.push_back(fmt::format("library {}, revision {}, anchor {}", status.library_uid(),
+                                status.revision(), status.anchor()));
+    return lines;
+}
+
+}  // namespace host

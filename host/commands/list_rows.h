@@ -1,0 +1,29 @@
+// Purpose: the forms of a device's answers: JSON objects, table lines, plain words.
+// Thread: any.
+// Failure: none.
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+namespace orlith::link {
+class PlaylistRow;
+class StatusReply;
+class TrackRow;
+}  // namespace orlith::link
+
+namespace host {
+
+nlohmann::ordered_json jsonOf(const orlith::link::TrackRow& row);
+nlohmann::ordered_json jsonOf(const orlith::link::PlaylistRow& row);
+nlohmann::ordered_json jsonOf(const orlith::link::StatusReply& status);
+
+// A heading and one line a track, columns aligned, and a line with the total.
+std::vector<std::string> trackTable(const std::vector<orlith::link::TrackRow>& rows);
+std::vector<std::string> statusLines(const orlith::link::StatusReply& status);
+
+// `text` cut or filled up to a number of terminal columns.
+std::string fitted(const std::string& text, std::size_t columns);
+
+}  // namespace host
