@@ -10,6 +10,7 @@
 
 #include "common/property_list/property_list.h"
 #include "device/orlith/names.h"
+#include "tests/device/orlith/hand_off.h"
 
 namespace orlith::testing {
 namespace {
@@ -56,6 +57,7 @@ public:
         return values;
     }
     bool setValue(const Value& value, KV3TrackProperty property) override {
+        const HandOverAtEnd handOverAtEnd;
         const std::scoped_lock lock(_tracks.mutex);
         FakeTrack* track = _tracks.byPersistentID(_persistentID);
         if (track && property == KV3TrackPropertyNeedsRestore)
@@ -66,6 +68,7 @@ public:
         return false;
     }
     bool populateLocationPropertiesWithPath(const std::string& path) override {
+        const HandOverAtEnd handOverAtEnd;
         const std::scoped_lock lock(_tracks.mutex);
         FakeTrack* track = _tracks.byPersistentID(_persistentID);
         if (track)
@@ -184,6 +187,7 @@ std::vector<std::string> FakeClient::calls() {
 }
 
 void FakeClient::record(const std::string& call) {
+    const HandOverAtEnd handOverAtEnd;
     {
         const std::scoped_lock lock(_mutex);
         _calls.push_back(call);
@@ -256,6 +260,7 @@ void FakeClient::assetTransferSucceeded(const std::shared_ptr<ORAsset>& asset, b
 }
 
 void FakeClient::file(ORAsset& asset) {
+    const HandOverAtEnd handOverAtEnd;
     _daemon.stagehold().processCompletedAsset(asset);
     asset.setPath("/var/mobile/Media/" + asset.path().value_or(""));
     const std::string identifier = asset.identifier();
@@ -329,6 +334,7 @@ platform::NotificationCenter& FakeOperatingSystem::defaultNotificationCenter() {
 
 std::uint32_t FakeOperatingSystem::post(std::string_view name) {
     posted.emplace_back(name);
+    handOver();
     return 0;
 }
 

@@ -17,6 +17,7 @@
 #include "device/system/rooted_file_system.h"
 #include "platform/media_library.h"
 #include "platform/operating_system.h"
+#include "tests/device/orlith/hand_off.h"
 
 namespace orlith::testing {
 
@@ -137,8 +138,14 @@ public:
     std::int64_t revision() override { return 7; }
     void sessionBegan() override {}
     void sessionEnded() override {}
-    void registerHostData(const std::string& path) override { registered = path; }
-    void unregisterHostData() override { registered.clear(); }
+    void registerHostData(const std::string& path) override {
+        registered = path;
+        handOver();
+    }
+    void unregisterHostData() override {
+        registered.clear();
+        handOver();
+    }
     std::vector<SavedChanges> savedChanges(std::uint32_t) override { return saved; }
     std::int64_t coveredRevision() override { return 5; }
     std::vector<std::string> filesHeldByHostAlone() override;

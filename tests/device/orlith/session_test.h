@@ -45,6 +45,7 @@ protected:
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (device.slot.isTaken() && std::chrono::steady_clock::now() < deadline)
             std::this_thread::yield();
+        takeOver();
         ASSERT_FALSE(device.slot.isTaken());
     }
 

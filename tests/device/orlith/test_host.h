@@ -15,6 +15,7 @@
 #include "device/orlith/incoming_file.h"
 #include "link/address.h"
 #include "link/orlith.grpc.pb.h"
+#include "tests/device/orlith/hand_off.h"
 
 namespace orlith::testing {
 
@@ -38,6 +39,7 @@ public:
         link::FromDevice message;
         if (!_stream->Read(&message))
             message.Clear();
+        takeOver();
         return message;
     }
     // As when the host's process is killed.
