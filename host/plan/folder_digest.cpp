@@ -1,7 +1,10 @@
 #include "host/plan/folder_digest.h"
 
+#include <algorithm>
+#include <map>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "host/plan/track_record.h"
 #include "host/scan/media_record.h"
@@ -41,6 +44,14 @@ private:
     ContentHasher _hasher;
 };
 
+// Files stand in the order in which they were found or loaded; the number must not depend on it.
+std::vector<std::pair<std::int64_t, std::size_t>> inOrder(
+    const std::unordered_map<std::int64_t, std::size_t>& bySyncId) {
+    std::vector<std::pair<std::int64_t, std::size_t>> order(bySyncId.begin(), bySyncId.end());
+    std::ranges::sort(order);
+    return order;
+}
+
 }  // namespace
 
 ContentHash folderDigest(const FolderState& state, const std::vector<FileStamp>& playlists,
@@ -48,7 +59,8 @@ ContentHash folderDigest(const FolderState& state, const std::vector<FileStamp>&
     Digest digest;
     digest.add(DigestVersion);
     digest.add(withRecommendations ? 1u : 0u);
-    for (const KnownFile& file : state.files) {
+    for (const auto& [syncId, place] : inOrder(state.bySyncId)) {
+        const KnownFile& file = state.files[place];
         digest.add(static_cast<std::uint64_t>(file.syncId));
         digest.add(static_cast<std::uint64_t>(file.presence));
         digest.add(file.removedByOwner ? 1u : 0u);
@@ -57,7 +69,11 @@ ContentHash folderDigest(const FolderState& state, const std::vector<FileStamp>&
         if (file.presence == Presence::Present)
             digest.add(encodeMediaFile(file.media));
     }
-    for (const KnownPlaylist& playlist : state.playlists) {
+    std::map<std::int64_t, const KnownPlaylist*> playlistsInOrder;
+    for (const KnownPlaylist& playlist : state.playlists)
+        playlistsInOrder.emplace(playlist.syncId, &playlist);
+    for (const auto& [syncId, known] : playlistsInOrder) {
+        const KnownPlaylist& playlist = *known;
         digest.add(static_cast<std::uint64_t>(playlist.syncId));
         digest.add(playlist.removedByOwner ? 1u : 0u);
         if (playlist.path.empty())

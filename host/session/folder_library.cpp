@@ -108,7 +108,8 @@ OptionalError FolderLibrary::makeMaterials(bool withRecommendations) {
     return std::nullopt;
 }
 
-OptionalError FolderLibrary::hashNewFiles() {
+OptionalError FolderLibrary::hashNewFiles(bool& someFailed) {
+    someFailed = false;
     std::vector<KnownFile*> files;
     std::vector<const FileStamp*> stamps;
     for (KnownFile& file : _state.files) {
@@ -132,6 +133,7 @@ OptionalError FolderLibrary::hashNewFiles() {
         if (hashed[i].hash)
             continue;
         files[i]->presence = Presence::Unreadable;
+        someFailed = true;
         _hashFailures.push_back({files[i]->media.stamp.path, hashed[i].failure});
     }
     return std::nullopt;

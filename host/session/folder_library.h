@@ -41,7 +41,8 @@ public:
     // Makes pictures and recommendation data.
     platform::OptionalError makeMaterials(bool withRecommendations);
     // Hashes the files that have no content hash yet. One that cannot be read counts as unreadable.
-    platform::OptionalError hashNewFiles();
+    // `someFailed` tells whether there was one.
+    platform::OptionalError hashNewFiles(bool& someFailed);
     // What a device would be told by this folder, as one number.
     ContentHash digest(bool withRecommendations) const;
 

@@ -224,10 +224,12 @@ OptionalError SyncRun::Impl::preparePlan() {
 OptionalError SyncRun::Impl::prepareRun() {
     if (upToDate)
         return std::nullopt;
-    if (auto error = library.hashNewFiles())
+    bool someFailed = false;
+    if (auto error = library.hashNewFiles(someFailed))
         return error;
-    if (auto error = library.makeMaterials(options.withRecommendations))
-        return error;
+    if (someFailed)
+        if (auto error = library.makeMaterials(options.withRecommendations))
+            return error;
     if (auto error = preparePlan())
         return error;
     return library.store().save(library.state());

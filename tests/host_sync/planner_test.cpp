@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "host/plan/folder_digest.h"
 #include "tests/host_sync/folder_maker.h"
 
 namespace host {
@@ -244,6 +247,43 @@ TEST_F(Planner, AnImportedPlanLeavesNothingToDo) {
     for (auto& [id, sent] : state.devices["device"].tracks)
         sent.delivered = true;
     EXPECT_EQ(plan().syncType, 0u);
+}
+
+TEST(FolderDigest, DoesNotDependOnTheOrderOfFilesOrPlaylists) {
+    FolderState one;
+    one.add(knownFile(1, "a"));
+    one.add(knownFile(2, "b"));
+    one.playlists.resize(2);
+    one.playlists[0].syncId = 8;
+    one.playlists[1].syncId = 9;
+    FolderState other;
+    other.add(knownFile(2, "b"));
+    other.add(knownFile(1, "a"));
+    other.playlists = one.playlists;
+    std::ranges::reverse(other.playlists);
+    EXPECT_EQ(folderDigest(one, {}, {}, true), folderDigest(other, {}, {}, true));
+}
+
+TEST(FolderDigest, ChangesWithEverythingThatTravels) {
+    FolderState state;
+    KnownFile& file = state.add(knownFile(1, "a"));
+    const auto digest = [&] { return folderDigest(state, {}, {}, true); };
+    ContentHash before = digest();
+    const auto expectChange = [&](const char* what) {
+        EXPECT_NE(digest(), before) << what;
+        before = digest();
+    };
+    file.media.tags.genre = "Jazz";
+    expectChange("a tag");
+    file.presence = Presence::Missing;
+    expectChange("presence");
+    file.owner.rating = OwnerRating{20, 1};
+    expectChange("a rating");
+    file.removedByOwner = true;
+    expectChange("a removal");
+    EXPECT_NE(folderDigest(state, {}, {}, false), before) << "recommendations";
+    EXPECT_NE(folderDigest(state, {{"p.m3u", 1, 2, 3, 4}}, {}, true), before) << "a playlist";
+    EXPECT_NE(folderDigest(state, {}, {{"c.jpg", 1, 2, 3, 4}}, true), before) << "an image";
 }
 
 }  // namespace
