@@ -1,4 +1,6 @@
 // Library's operations on received pictures.
+#include <vector>
+
 #include "common/sqlite/database.h"
 #include "device/korvane/artwork_rows.h"
 #include "device/korvane/library.h"
@@ -33,6 +35,31 @@ bool Library::importOriginalArtworkFromFileURL(const std::string& path, const st
     }
     return change(Operation, [&](common::Database& database) {
         recordArtwork(database, {token, artworkType, sourceType, mediaType});
+        return true;
+    });
+}
+
+void Library::recordFoundOriginals() {
+    std::vector<OriginalArtwork> found;
+    read("recordFoundOriginals", [&](common::Database& database) {
+        auto missing = database.prepare(
+            "SELECT w.sync_artwork_token, i.media_type FROM item_artwork w JOIN item i USING "
+            "(item_id) WHERE w.sync_artwork_token <> '' AND NOT EXISTS (SELECT 1 FROM artwork a "
+            "WHERE a.artwork_token = w.sync_artwork_token) GROUP BY w.sync_artwork_token");
+        while (missing->step()) {
+            OriginalArtwork original{std::string(missing->text(0)), ArtworkTypeCover,
+                                     ArtworkSourceHost,
+                                     static_cast<std::uint32_t>(missing->int64(1))};
+            if (_artwork.hasOriginal(artworkRelativePath(original.token)))
+                found.push_back(std::move(original));
+        }
+        return true;
+    });
+    if (found.empty())
+        return;
+    change("recordFoundOriginals", [&](common::Database& database) {
+        for (const OriginalArtwork& original : found)
+            recordArtwork(database, original);
         return true;
     });
 }

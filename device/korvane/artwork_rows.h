@@ -14,7 +14,8 @@ namespace korvane {
 
 inline constexpr std::int64_t ArtworkTypeCover = 1;
 inline constexpr std::int64_t ArtworkTypeChapter = 3;
-// Beside 1 (a companion) and 2 (the host), which importers name.
+inline constexpr std::int64_t ArtworkSourceHost = 2;
+// Beside the host's and 1 (a companion), which importers name.
 inline constexpr std::int64_t ArtworkSourceSnapshot = 3;
 
 struct OriginalArtwork {

@@ -68,6 +68,9 @@ public:
     // peers.
     bool removeSource(std::int64_t source);
     bool deleteDatabaseProperty(std::string_view key);
+    // Records the hosts' covers that lie on disk without a row: a process was killed between the
+    // two, or the database is a new one over the files of an old one.
+    void recordFoundOriginals();
     // Takes the cloud location off the tracks that have it.
     bool unlinkRedownloadableAssets(const std::vector<std::int64_t>& persistentIDs);
     std::vector<std::int64_t> autoCreatedBuiltInSmartPlaylistsPIDs();

@@ -95,6 +95,10 @@ std::vector<std::string> EmbeddedLibrary::filesHeldByHostAlone() {
     return korvane::filesHeldByHostAlone(_library);
 }
 
+void EmbeddedLibrary::adoptFoundPictures() {
+    _library.recordFoundOriginals();
+}
+
 LibraryStatistics EmbeddedLibrary::statistics() {
     const korvane::LibraryCounts counts = korvane::libraryCounts(_library);
     return {counts.tracks, counts.playlists, counts.missingFiles, _tasks.isSuppressed()};

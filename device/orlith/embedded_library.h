@@ -29,6 +29,7 @@ public:
     std::int64_t revision() override;
     void sessionBegan() override;
     void sessionEnded() override;
+    void adoptFoundPictures() override;
     void registerHostData(const std::string& devicePath) override;
     void unregisterHostData() override;
     std::vector<SavedChanges> savedChanges(std::uint32_t torvelID) override;

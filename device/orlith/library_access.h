@@ -84,6 +84,8 @@ public:
     virtual std::int64_t coveredRevision() = 0;
     // Absolute paths of the media files of tracks that only the host's data keeps in the library.
     virtual std::vector<std::string> filesHeldByHostAlone() = 0;
+    // Records what lies on disk and is not known, so that it is not asked for again.
+    virtual void adoptFoundPictures() = 0;
 
     virtual LibraryStatistics statistics() = 0;
     // In the library's own order; the callback answers false to stop.

@@ -147,6 +147,8 @@ void Session::close() {
         _readerDone = true;
         _readerIsDone.notify_all();
     }
+    if (_holdsSlot)
+        _services.slot.hostLeft();
     if (_step != Step::Ended) {
         _abandoned = true;
         if (_importPending)

@@ -104,6 +104,7 @@ private:
     void moveMediaAsideForReset();
     void cancelImport();
     void listOutstanding();
+    std::vector<std::shared_ptr<ORAsset>> outstandingAssets();
     void sendOutstanding(const std::vector<std::shared_ptr<ORAsset>>& assets);
     void end(bool success);
     void resumeBackgroundTasks();

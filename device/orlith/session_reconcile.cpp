@@ -84,12 +84,7 @@ void Session::listOutstanding() {
         if (!_reconcileSucceeded)
             throw SessionError(Error(OrlithErrorDomain, OrlithErrorImport,
                                      "the import has failed, so nothing is outstanding"));
-        _transfersBegan = true;
-        std::vector<std::shared_ptr<ORAsset>> assets;
-        if (_services.client.respondsTo(
-                ORClientOperation::outstandingAssetTransfersWithDownloadManager))
-            assets = _services.client.outstandingAssetTransfersWithDownloadManager(
-                _services.downloadManager);
+        const std::vector<std::shared_ptr<ORAsset>> assets = outstandingAssets();
         {
             const std::scoped_lock lock(_listedMutex);
             _listed.clear();
@@ -98,6 +93,15 @@ void Session::listOutstanding() {
         }
         sendOutstanding(assets);
     });
+}
+
+std::vector<std::shared_ptr<ORAsset>> Session::outstandingAssets() {
+    _transfersBegan = true;
+    _services.library.adoptFoundPictures();
+    if (!_services.client.respondsTo(
+            ORClientOperation::outstandingAssetTransfersWithDownloadManager))
+        return {};
+    return _services.client.outstandingAssetTransfersWithDownloadManager(_services.downloadManager);
 }
 
 void Session::sendOutstanding(const std::vector<std::shared_ptr<ORAsset>>& assets) {
@@ -135,14 +139,9 @@ void Session::end(bool success) {
         throw protocolError("an asset was not sent to its end");
     _step = Step::Ended;
     post([this, success] {
-        if (_reconcileSucceeded && !_transfersBegan &&
-            _services.client.respondsTo(
-                ORClientOperation::outstandingAssetTransfersWithDownloadManager)) {
-            // Every session that was reconciled asks for the list, which also posts the totals.
-            _transfersBegan = true;
-            _services.client.outstandingAssetTransfersWithDownloadManager(
-                _services.downloadManager);
-        }
+        // Every session that was reconciled asks for the list, which also posts the totals.
+        if (_reconcileSucceeded && !_transfersBegan)
+            outstandingAssets();
         const bool isWhole = success && _transfersBegan;
         if (_transfersBegan)
             endTransfers(success);

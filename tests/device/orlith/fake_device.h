@@ -138,6 +138,7 @@ public:
     std::int64_t revision() override { return 7; }
     void sessionBegan() override {}
     void sessionEnded() override {}
+    void adoptFoundPictures() override {}
     void registerHostData(const std::string& path) override {
         registered = path;
         handOver();
