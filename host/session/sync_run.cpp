@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <future>
 #include <mutex>
+#include <thread>
 
 #include "common/property_list/property_list.h"
 #include "host/kenning/kenning.h"
@@ -29,6 +31,8 @@ namespace {
 
 using platform::OptionalError;
 
+constexpr std::chrono::seconds BusyPatience{3};
+constexpr std::chrono::milliseconds BusyRetryInterval{100};
 constexpr const char* HostVersion = "orlith 1";
 
 std::string machineName() {
@@ -79,7 +83,9 @@ struct SyncRun::Impl {
     OptionalError preparePlan();
     OptionalError prepareRun();
     OptionalError runSession();
+    void startSession();
     OptionalError openSession();
+    OptionalError openPatiently(const SessionOpening& opening, OpenedSession& opened);
     void takeOwnerChanges(const OpenedSession& opened);
     OptionalError import();
     OptionalError sendHostData();
@@ -248,12 +254,6 @@ void SyncRun::Impl::countFailure(const ItemFailure& failure) {
 // ---- The session
 
 OptionalError SyncRun::Impl::runSession() {
-    {
-        const std::scoped_lock lock(sessionMutex);
-        session = std::make_unique<SyncSession>(connection->startSession());
-    }
-    if (auto error = stopped())
-        return error;
     OptionalError error = openSession();
     if (!error)
         error = import();
@@ -275,12 +275,34 @@ OptionalError SyncRun::Impl::runSession() {
     return finish();
 }
 
+void SyncRun::Impl::startSession() {
+    auto started = std::make_unique<SyncSession>(connection->startSession());
+    const std::scoped_lock lock(sessionMutex);
+    session = std::move(started);
+}
+
+// A host that has just died holds the device until its daemon notices, which takes a moment.
+OptionalError SyncRun::Impl::openPatiently(const SessionOpening& opening, OpenedSession& opened) {
+    const auto deadline = std::chrono::steady_clock::now() + BusyPatience;
+    for (;;) {
+        startSession();
+        if (auto error = stopped())
+            return error;
+        const OptionalError error = session->open(opening, opened);
+        const bool isBusy =
+            error && error->domain == LinkErrorDomain && error->code == LinkErrorBusy;
+        if (!isBusy || std::chrono::steady_clock::now() >= deadline)
+            return error;
+        std::this_thread::sleep_for(BusyRetryInterval);
+    }
+}
+
 OptionalError SyncRun::Impl::openSession() {
     progress.phase("preparing the device");
     const SessionOpening opening{library.state().hostUid, machineName(), deviceState().anchor,
                                  HostVersion};
     OpenedSession opened;
-    if (auto error = session->open(opening, opened))
+    if (auto error = openPatiently(opening, opened))
         return error;
     for (const std::string& notice : opened.notices)
         reporter.notice("the device reports: " + notice);
