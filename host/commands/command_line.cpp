@@ -12,11 +12,21 @@ namespace {
 struct Request {
     CommonOptions common;
     SyncOptions sync;
-    bool withoutRecommendations = false;
     bool playlists = false;
     std::string track;
     std::uint32_t stars = 0;
 };
+
+constexpr char Examples[] = R"(
+Examples:
+  orlith sync ~/Music --device ~/player --dry-run    what would be done, by name and size
+  orlith sync ~/Music --device ~/player              nothing is deleted unless --delete is given
+  orlith list --device ~/player --playlists
+  orlith rate --device ~/player "A title" 4          as the device's owner would
+
+A device is a directory; it is made when it is missing. What the host remembers of it lies in
+$XDG_STATE_HOME/orlith (~/.local/state/orlith).
+)";
 
 CLI::App* addCommand(CLI::App& program, Request& request, const char* name, const char* purpose) {
     CLI::App* command = program.add_subcommand(name, purpose);
@@ -39,7 +49,7 @@ void addSync(CLI::App& program, Request& request) {
                      "Stop when more than N would be removed (without it: more than half)")
         ->type_name("N");
     sync->add_flag("--reset", options.plan.reset,
-                   "Let the device take in the whole list anew; no file is sent again");
+                   "Let the device take in the whole list anew; the files are sent again");
     sync->add_flag("--dry-run", options.dryRun, "Show what would be done, and do nothing");
     sync->add_option("--upload", options.uploads,
                      "Bring a track of the device back, by its id; may be repeated")
@@ -49,7 +59,9 @@ void addSync(CLI::App& program, Request& request) {
                    "Remove from the device what was brought back");
     sync->add_flag("--send-removed", options.plan.sendRemoved,
                    "Send also what was removed on the device by its owner");
-    sync->add_flag("!--no-kenning", options.withRecommendations, "Send no recommendation data");
+    sync->add_flag_callback(
+        "--no-kenning", [&options] { options.withRecommendations = false; },
+        "Send no recommendation data");
 }
 
 void addCommands(CLI::App& program, Request& request) {
@@ -72,7 +84,6 @@ void addCommands(CLI::App& program, Request& request) {
 ExitCode runRequest(const std::string& command, Request& request) {
     if (command == "sync") {
         request.sync.deviceDirectory = request.common.deviceDirectory;
-        request.sync.withRecommendations = !request.withoutRecommendations;
         return runSync(request.sync, request.common);
     }
     if (command == "list")
@@ -91,7 +102,7 @@ ExitCode runRequest(const std::string& command, Request& request) {
 int runCommandLine(int argumentCount, const char* const* arguments) {
     CLI::App program("Syncs folders of media to devices", "orlith");
     program.require_subcommand(1);
-    program.footer(ExitCodeHelp);
+    program.footer(std::string(Examples) + ExitCodeHelp);
     program.set_version_flag("--version", "orlith 0.1.0");
     Request request;
     addCommands(program, request);

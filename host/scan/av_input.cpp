@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -57,6 +58,34 @@ std::string mediaErrorText(int error) {
 
 AvInput::AvInput() = default;
 
+namespace {
+
+// A tag before the sound may be longer than what is looked at to tell the format (a large cover
+// makes it so), and its bytes may look like anything; so the format is told by what stands behind
+// it. Null when there is no such tag.
+const AVInputFormat* formatBehindTag(int fd) {
+    std::array<std::uint8_t, 10> header{};
+    if (::pread(fd, header.data(), header.size(), 0) != static_cast<ssize_t>(header.size()) ||
+        std::memcmp(header.data(), "ID3", 3) != 0)
+        return nullptr;
+    constexpr std::uint8_t HasFooter = 0x10;
+    off_t length = header.size() + (header[5] & HasFooter ? header.size() : 0);
+    // Seven bits of each byte.
+    length += (header[6] & 0x7F) << 21 | (header[7] & 0x7F) << 14 | (header[8] & 0x7F) << 7 |
+              (header[9] & 0x7F);
+    std::array<std::uint8_t, 4> sound{};
+    if (::pread(fd, sound.data(), sound.size(), length) != static_cast<ssize_t>(sound.size()))
+        return nullptr;
+    if (std::memcmp(sound.data(), "fLaC", 4) == 0)
+        return av_find_input_format("flac");
+    // The sync word of an ADTS frame; its layer bits are 0, which no MPEG audio frame's are.
+    if (sound[0] == 0xFF && (sound[1] & 0xF6) == 0xF0)
+        return av_find_input_format("aac");
+    return av_find_input_format("mp3");
+}
+
+}  // namespace
+
 AvInput::~AvInput() {
     avformat_close_input(&_format);
     if (_io)
@@ -96,7 +125,7 @@ std::string AvInput::open(const std::string& path) {
     options.set("probesize", "1048576");
     options.set("formatprobesize", "262144");
     options.set("analyzeduration", "2000000");  // microseconds
-    const int error = avformat_open_input(&format, "", nullptr, options.get());
+    const int error = avformat_open_input(&format, "", formatBehindTag(_fd.get()), options.get());
     if (error < 0) {
         _mayOpenLater = error == AVERROR(ENOMEM) || error == AVERROR(EIO);
         return mediaErrorText(error);

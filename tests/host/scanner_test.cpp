@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <random>
 
 #include "platform/media_library_properties.h"
 #include "tests/support/media_maker.h"
@@ -169,6 +170,19 @@ TEST_F(Scanner, OneBadFileNeverStopsTheRest) {
     EXPECT_THAT(file(result, "film.avi").reason, HasSubstr("files of the kind .avi"));
     EXPECT_EQ(file(result, "thing.xyz").reason, "it is no kind of file that can be synced");
     EXPECT_EQ(result.files.size(), 8u) << "pictures and texts are no media";
+}
+
+// Looking at the first bytes alone would tell the format by the picture's.
+TEST_F(Scanner, ATagOfAnyLengthHidesNoSound) {
+    std::mt19937 noise(7);
+    for (int number = 0; number < 20; ++number) {
+        std::string picture(600'000, '\0');
+        std::ranges::generate(picture, [&noise] { return static_cast<char>(noise()); });
+        write(std::to_string(number) + ".mp3", test::taggedMp3({{"TIT2", "Long tag"}}, 1, picture));
+    }
+    const ScanResult result = scan(folder.path());
+    for (const MediaFile& f : result.files)
+        EXPECT_EQ(f.reason, "") << f.stamp.path;
 }
 
 TEST_F(Scanner, EveryTruncationOfAFileIsReadOrRefused) {
