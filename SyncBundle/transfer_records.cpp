@@ -1,16 +1,13 @@
 #include "SyncBundle/transfer_records.h"
 
 #include <array>
-#include <cstdio>
 
 std::uint64_t KVAssetParts(const ORAsset& asset) {
     return asset.variantOptions()[KVVariantOptionAssetParts].unsignedValue();
 }
 
 std::string KVStringFromPersistentID(std::int64_t persistentID) {
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, "%lld", static_cast<long long>(persistentID));
-    return buffer;
+    return std::to_string(persistentID);
 }
 
 std::int64_t KVPersistentIDFromString(const std::string& identifier) {

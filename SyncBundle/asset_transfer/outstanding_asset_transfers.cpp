@@ -145,9 +145,12 @@ public:
     const std::array<Assets, KindCount>& assetsByKind() const { return _assetsByKind; }
 
 private:
+    std::shared_ptr<ORAsset> makeRecord(const std::string& identifier, std::uint32_t mediaType,
+                                        std::uint64_t parts, KV3TrackRow row);
     bool lacksFile(KV3TrackRow row) const;
     void attachStoreInfo(ORAsset& asset, KV3TrackRow row);
     bool lacksArtwork(const std::string& identifier, KV3TrackRow row);
+    bool hasArtwork(std::string_view token);
     bool lacksKenningData(std::uint32_t mediaType, KV3TrackRow row);
 
     KV3Korvane& _library;
@@ -157,7 +160,10 @@ private:
     const ExistingDownload _existingDownload;
 
     std::array<Assets, KindCount> _assetsByKind;
-    // Asked for already in this call: tracks of an album share their artwork.
+    // The artwork that was looked for last: tracks of an album share theirs and come together.
+    std::string _lastToken;
+    bool _hasLastArtwork = false;
+    // Asked for already in this call.
     std::unordered_set<std::string, StringHash, std::equal_to<>> _artworkTokens;
     std::unordered_set<std::int64_t> _kenningIDs;
     std::uint64_t _assetTotal = 0;
@@ -170,34 +176,39 @@ void TransferCollector::addTrack(std::int64_t persistentID, KV3TrackRow row) {
         return;
     const auto mediaType = static_cast<std::uint32_t>(row[ColumnMediaType].int64Value());
     const bool isRental = row[ColumnIsRental].int64Value() != 0;
-    const std::shared_ptr<ORAsset> asset = ORAsset::downloadAssetWithIdentifier(
-        identifier, std::string(KVDataClassMedia), std::string(row[ColumnTitle].string()));
-    asset->setAssetType(KVAssetTypeForMediaType(mediaType));
 
-    std::uint64_t parts = 0;
-    if (lacksFile(row)) {
-        parts |= KVAssetPartFile;
-        attachStoreInfo(*asset, row);
-    }
-    if (const auto download = _existingDownload(identifier))
-        asset->setStorePID(*download);
+    std::uint64_t parts = lacksFile(row) ? KVAssetPartFile : 0;
     if (syncID != 0 && row[ColumnStoreVeskaID].int64Value() == 0) {
         if (lacksArtwork(identifier, row))
             parts |= KVAssetPartArtwork;
         if (lacksKenningData(mediaType, row))
             parts |= KVAssetPartKenning;
     }
+    // Of most tracks everything is there, so the record is made no earlier.
     if (parts == 0)
         return;
+    if ((parts & KVAssetPartFile) && (mediaType & KV3MediaTypeMusic))
+        ++_assetTotal;
+    _assetsByKind[kindOfTrack(isRental, mediaType)].push_back(
+        makeRecord(identifier, mediaType, parts, row));
+}
 
+std::shared_ptr<ORAsset> TransferCollector::makeRecord(const std::string& identifier,
+                                                       std::uint32_t mediaType, std::uint64_t parts,
+                                                       KV3TrackRow row) {
+    std::shared_ptr<ORAsset> asset = ORAsset::downloadAssetWithIdentifier(
+        identifier, std::string(KVDataClassMedia), std::string(row[ColumnTitle].string()));
+    asset->setAssetType(KVAssetTypeForMediaType(mediaType));
+    if (parts & KVAssetPartFile)
+        attachStoreInfo(*asset, row);
+    if (const auto download = _existingDownload(identifier))
+        asset->setStorePID(*download);
     if (row[ColumnNeedsRestore].boolValue())
         asset->setIsRestore(true);
     else
         asset->setBypassStore(true);
-    if ((parts & KVAssetPartFile) && (mediaType & KV3MediaTypeMusic))
-        ++_assetTotal;
     asset->setVariantOptions(platform::Dictionary{{std::string(KVVariantOptionAssetParts), parts}});
-    _assetsByKind[kindOfTrack(isRental, mediaType)].push_back(asset);
+    return asset;
 }
 
 // No location at all, none yet, or one in the cloud.
@@ -224,7 +235,7 @@ bool TransferCollector::lacksArtwork(const std::string& identifier, KV3TrackRow 
     const std::string_view token = row[ColumnArtworkToken].string();
     if (token.empty())
         return false;
-    if (KV3ArtworkHasOriginalArtwork(KV3ArtworkRelativePathFromToken(std::string(token)))) {
+    if (hasArtwork(token)) {
         KVLog(Info, operation, "Already have artwork for for track %@", identifier);
         return false;
     }
@@ -232,6 +243,14 @@ bool TransferCollector::lacksArtwork(const std::string& identifier, KV3TrackRow 
         return false;
     _artworkTokens.emplace(token);
     return true;
+}
+
+bool TransferCollector::hasArtwork(std::string_view token) {
+    if (token != _lastToken) {
+        _lastToken = token;
+        _hasLastArtwork = KV3ArtworkHasOriginalArtwork(KV3ArtworkRelativePathFromToken(_lastToken));
+    }
+    return _hasLastArtwork;
 }
 
 bool TransferCollector::lacksKenningData(std::uint32_t mediaType, KV3TrackRow row) {
