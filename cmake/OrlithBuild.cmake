@@ -17,7 +17,8 @@ target_compile_options(orlith_options INTERFACE
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     # GCC 12 reports the unused alternatives of a std::variant, and impossible lengths of a vector,
     # that it has inlined.
-    target_compile_options(orlith_options INTERFACE -Wno-maybe-uninitialized -Wno-stringop-overread)
+    target_compile_options(orlith_options INTERFACE -Wno-maybe-uninitialized -Wno-stringop-overread
+        -Wno-stringop-overflow -Wno-array-bounds)
 endif()
 if(ORLITH_WERROR)
     target_compile_options(orlith_options INTERFACE -Werror)

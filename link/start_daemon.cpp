@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include "link/address.h"
@@ -116,6 +117,10 @@ std::vector<std::string> commandLine(const DaemonStart& start, const std::string
     return words;
 }
 
+// How a daemon ends that finds another one serving the device.
+constexpr int ServedAlreadyExitCode = 11;
+constexpr std::chrono::milliseconds ServedAlreadyRetry{20};
+
 }  // namespace
 
 OptionalError startDaemon(const DaemonStart& start) {
@@ -140,23 +145,32 @@ OptionalError startDaemon(const DaemonStart& start) {
     if (report.size() == 1 && report.front() == Ready)
         return std::nullopt;
     // It ends by itself; this leaves no zombie behind in a caller that lives on.
-    while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+    int ended = 0;
+    while (::waitpid(pid, &ended, 0) < 0 && errno == EINTR) {
     }
     if (connectToSocket(socketPathOfDevice(start.root), nullptr))
         return std::nullopt;
-    return failure(ECHILD,
+    const bool isServed = WIFEXITED(ended) && WEXITSTATUS(ended) == ServedAlreadyExitCode;
+    return failure(isServed ? EBUSY : ECHILD,
                    report.empty() ? fmt::format("{} ended before it was ready", program) : report);
 }
 
+// A daemon that has the device but does not listen is starting for somebody else, or leaving.
 UniqueFd connectOrStart(const DaemonStart& start, OptionalError* error) {
     const std::string path = socketPathOfDevice(start.root);
+    const auto deadline = std::chrono::steady_clock::now() + start.timeout;
     OptionalError reason;
-    if (UniqueFd connection = connectToSocket(path, &reason))
-        return connection;
-    if (reason->code == ENOENT || reason->code == ECONNREFUSED) {
-        reason = startDaemon(start);
-        if (!reason)
-            return connectToSocket(path, error);
+    for (;;) {
+        if (UniqueFd connection = connectToSocket(path, &reason))
+            return connection;
+        if (reason->code == ENOENT || reason->code == ECONNREFUSED) {
+            reason = startDaemon(start);
+            if (!reason)
+                return connectToSocket(path, error);
+        }
+        if (reason->code != EBUSY || std::chrono::steady_clock::now() >= deadline)
+            break;
+        std::this_thread::sleep_for(ServedAlreadyRetry);
     }
     if (error)
         *error = reason;

@@ -21,10 +21,12 @@ struct DaemonStart {
 
 // Starts the daemon in a session of its own, so that it outlives the caller and its terminal. Its
 // messages go to "<root>/var/log/orlithd.log". None when it listens; otherwise why it does not, in
-// the daemon's own words where it had any. When another start was faster, that daemon serves.
+// the daemon's own words where it had any (EBUSY: another one has the device and does not listen).
+// When another start was faster, that daemon serves.
 platform::OptionalError startDaemon(const DaemonStart& start);
 
-// A connection to the device's daemon, which is started when none listens. Empty on failure.
+// A connection to the device's daemon, which is started when none listens. One that is starting or
+// leaving is waited for. Empty on failure.
 common::UniqueFd connectOrStart(const DaemonStart& start, platform::OptionalError* error);
 
 // ---- The daemon's side.

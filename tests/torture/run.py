@@ -108,17 +108,19 @@ def disks(build, scratch, rng, wanted):
         return
     media = os.path.join(scratch, "disk-media")
     os.makedirs(media)
-    collection.make(media, scratch, files=40, size=100_000, seed=rng.randrange(1 << 30))
+    collection.make(media, scratch, files=60, size=250_000, seed=rng.randrange(1 << 30))
     place = os.path.join(scratch, "disk-place")
     os.makedirs(place)
     expected, _ = undisturbed(build, media, place)
     need = sum(os.path.getsize(os.path.join(folder, name))
                for folder, _, names in os.walk(os.path.join(place, "undisturbed")) for name in names)
+    # The device keeps a reserve of its own, so "just enough" is a little more.
+    largest = need * 1.2 + (8 << 20)
     mount = os.path.join(scratch, "disk")
     os.makedirs(mount)
     full = 0
     for number in range(wanted):
-        size = int((1 << 20) + (need * 1.3 - (1 << 20)) * number / max(1, wanted - 1))
+        size = int((1 << 20) + (largest - (1 << 20)) * number / max(1, wanted - 1))
         subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", mount], check=True)
         device = Device(build, os.path.join(mount, "device"), os.path.join(scratch, f"disk-state"))
         try:
@@ -140,7 +142,7 @@ def disks(build, scratch, rng, wanted):
             device.stop_daemon()
             subprocess.run(["umount", "-l", mount], check=True)
             shutil.rmtree(os.path.join(scratch, "disk-state"), ignore_errors=True)
-    print(f"disks: {wanted} sizes up to {int(need * 1.3)} bytes, {full} of them too small: nothing "
+    print(f"disks: {wanted} sizes up to {int(largest)} bytes, {full} of them too small: nothing "
           "half-done was listed, every rerun completed")
 
 
