@@ -94,6 +94,15 @@ void SyncReport::failure(const ItemFailure& failure) {
         _output.object(jsonOf(failure));
 }
 
+namespace {
+
+bool isUpToDate(const SyncSummary& summary) {
+    return summary.sent + summary.removed + summary.uploaded + summary.failed + summary.playlists ==
+           0;
+}
+
+}  // namespace
+
 void SyncReport::deviceChange(const std::string& text) {
     _progress.message("the device changed: " + text);
 }
@@ -114,6 +123,9 @@ void SyncReport::summary(const SyncSummary& summary, bool nothingDone) {
         return _output.object(jsonOf(summary));
     if (nothingDone)
         return;
+    if (isUpToDate(summary))
+        return _output.line(
+            fmt::format("nothing to do: {} up to date", plural(summary.unchanged, "file")));
     _output.line(fmt::format(
         "sent {} ({}), {} unchanged, {} removed, {}{}{}", plural(summary.sent, "file"),
         formatBytes(summary.bytes), summary.unchanged, summary.removed,

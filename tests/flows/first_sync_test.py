@@ -37,6 +37,12 @@ class FirstSync(Flow):
         after = self.device.lines("status", "--json")[-1]
         self.assertEqual((after["revision"], after["anchor"]), (before["revision"], before["anchor"]))
 
+    def test_a_second_run_says_that_there_is_nothing_to_do(self):
+        self.make(3)
+        self.sync()
+        done = self.device.orlith("sync", self.media)
+        self.assertEqual((done.returncode, done.stdout), (DONE, b"nothing to do: 3 files up to date\n"))
+
     def test_status_tells_the_truth(self):
         self.make(12)
         anchor = self.sync()[-1]["anchor"]
