@@ -15,7 +15,7 @@
 #include "device/orlith/incoming_file.h"
 #include "link/address.h"
 #include "link/orlith.grpc.pb.h"
-#include "tests/device/orlith/hand_off.h"
+#include "tests/support/hand_off.h"
 
 namespace orlith::testing {
 
@@ -33,13 +33,16 @@ public:
     }
     ~Host() { leave(); }
 
-    bool send(const link::FromHost& message) { return _stream->Write(message); }
+    bool send(const link::FromHost& message) {
+        test::handOver();
+        return _stream->Write(message);
+    }
     // The next message; MESSAGE_NOT_SET at the end.
     link::FromDevice receive() {
         link::FromDevice message;
         if (!_stream->Read(&message))
             message.Clear();
-        takeOver();
+        test::takeOver();
         return message;
     }
     // As when the host's process is killed.
