@@ -4,6 +4,7 @@
 #include <grpcpp/create_channel_posix.h>
 #include <grpcpp/grpcpp.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <memory>
@@ -61,7 +62,7 @@ public:
     link::FromDevice open(const std::string& name = "host") {
         link::FromHost message;
         message.mutable_open()->set_host_name(name);
-        message.mutable_open()->set_process_id(4711);
+        message.mutable_open()->set_process_id(static_cast<std::uint32_t>(::getpid()));
         send(message);
         return receive();
     }
