@@ -1,15 +1,18 @@
 // A device that a test scripts, behind real gRPC in the same process.
 #pragma once
 
+#include <grpcpp/create_channel_posix.h>
 #include <grpcpp/grpcpp.h>
+#include <grpcpp/server_posix.h>
+#include <sys/socket.h>
 
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <vector>
+#include <stdexcept>
 
 #include "host/session/device_connection.h"
 #include "link/orlith.grpc.pb.h"
+#include "tests/support/hand_off.h"
 
 namespace host::test {
 
@@ -23,15 +26,20 @@ public:
         grpc::ServerBuilder builder;
         builder.RegisterService(this);
         _server = builder.BuildAndStart();
-        connection =
-            std::make_unique<DeviceConnection>(_server->InProcessChannel(grpc::ChannelArguments()));
+        int ends[2];
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0)
+            throw std::runtime_error("no sockets");
+        grpc::AddInsecureChannelFromFd(_server.get(), ends[0]);
+        connection = std::make_unique<DeviceConnection>(
+            grpc::CreateInsecureChannelFromFd("device", ends[1]));
     }
     ~FakeDevice() override {
         connection.reset();
         _server->Shutdown(std::chrono::system_clock::now());
     }
 
-    // Sees each message of the host; false ends the stream at once with `status`.
+    // Sees each message of the host, on a thread of the device; false ends the stream at once with
+    // `status`. Both are set before the session is opened.
     std::function<bool(const link::FromHost&, Stream&)> onMessage;
     grpc::Status status;
     std::unique_ptr<DeviceConnection> connection;
@@ -40,6 +48,7 @@ public:
     static void answer(Stream& stream, const std::function<void(link::FromDevice&)>& fill) {
         link::FromDevice message;
         fill(message);
+        ::test::handOver();
         stream.Write(message);
     }
 
@@ -68,9 +77,11 @@ public:
 private:
     grpc::Status Session(grpc::ServerContext*, Stream* stream) override {
         link::FromHost message;
-        while (stream->Read(&message))
+        while (stream->Read(&message)) {
+            ::test::takeOver();
             if (!onMessage(message, *stream))
                 return status;
+        }
         return grpc::Status::OK;
     }
 

@@ -4,7 +4,9 @@
 
 #include <cerrno>
 #include <fstream>
+#include <future>
 #include <map>
+#include <thread>
 
 #include "host/session/link_error.h"
 #include "host/session/session_stream.h"
@@ -63,12 +65,8 @@ protected:
         session = std::make_unique<SyncSession>(device.connection->startSession());
     }
 
-    ~Session() override {
-        // Its stream ends before the device that the stream talks to.
-        session.reset();
-    }
-
     void open() {
+        ::test::handOver();
         OpenedSession opened;
         ASSERT_FALSE(session->open({"host", "test", "", "1"}, opened));
         EXPECT_EQ(opened.libraryUid, "device");
@@ -132,13 +130,13 @@ protected:
             outcomes[outcome.asset->identifier] = outcome;
             outcomes[outcome.asset->identifier].asset = nullptr;
         };
-        return session->transfer(assets, files, events);
+        const platform::OptionalError error = session->transfer(assets, files, events);
+        ::test::takeOver();
+        return error;
     }
 
     TemporaryDirectory directory;
     Files files{directory.path()};
-    FakeDevice device;
-    std::unique_ptr<SyncSession> session;
     // The device's side; read by the test once the session is over or between its steps.
     link::Transfer transfer;
     std::string arriving;
@@ -150,6 +148,9 @@ protected:
     std::string resumed;
     std::uint64_t sent = 0;
     std::map<std::string, AssetOutcome> outcomes;
+    // The device ends before what it writes to, the session before the device.
+    FakeDevice device;
+    std::unique_ptr<SyncSession> session;
 };
 
 TEST_F(Session, FilesArriveInOrderWithTheirHash) {
@@ -241,6 +242,7 @@ TEST_F(Session, ABusyDeviceNamesItsOwner) {
         });
         return false;
     };
+    ::test::handOver();
     OpenedSession opened;
     const auto error = session->open({"host", "test", "", "1"}, opened);
     ASSERT_TRUE(error);
@@ -252,10 +254,15 @@ TEST_F(Session, ABusyDeviceNamesItsOwner) {
 TEST_F(Session, AnInterruptCancelsTheImportAndTheSessionStillEndsInOrder) {
     std::atomic<bool> cancelled{false};
     std::atomic<bool> ended{false};
+    std::promise<void> importing;
+    const std::jthread interrupter([&] {
+        importing.get_future().wait_for(std::chrono::seconds(30));
+        session->interrupt();
+    });
     device.onMessage = [&](const link::FromHost& message, FakeDevice::Stream& stream) {
         if (message.has_reconcile()) {
             // The import runs until it is cancelled.
-            std::thread([this] { session->interrupt(); }).detach();
+            importing.set_value();
             return true;
         }
         if (message.has_cancel()) {

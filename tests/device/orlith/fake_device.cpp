@@ -10,7 +10,7 @@
 
 #include "common/property_list/property_list.h"
 #include "device/orlith/names.h"
-#include "tests/device/orlith/hand_off.h"
+#include "tests/support/hand_off.h"
 
 namespace orlith::testing {
 namespace {
@@ -57,7 +57,7 @@ public:
         return values;
     }
     bool setValue(const Value& value, KV3TrackProperty property) override {
-        const HandOverAtEnd handOverAtEnd;
+        const test::Turn turn;
         const std::scoped_lock lock(_tracks.mutex);
         FakeTrack* track = _tracks.byPersistentID(_persistentID);
         if (track && property == KV3TrackPropertyNeedsRestore)
@@ -68,7 +68,7 @@ public:
         return false;
     }
     bool populateLocationPropertiesWithPath(const std::string& path) override {
-        const HandOverAtEnd handOverAtEnd;
+        const test::Turn turn;
         const std::scoped_lock lock(_tracks.mutex);
         FakeTrack* track = _tracks.byPersistentID(_persistentID);
         if (track)
@@ -187,7 +187,7 @@ std::vector<std::string> FakeClient::calls() {
 }
 
 void FakeClient::record(const std::string& call) {
-    const HandOverAtEnd handOverAtEnd;
+    const test::Turn turn;
     {
         const std::scoped_lock lock(_mutex);
         _calls.push_back(call);
@@ -260,7 +260,7 @@ void FakeClient::assetTransferSucceeded(const std::shared_ptr<ORAsset>& asset, b
 }
 
 void FakeClient::file(ORAsset& asset) {
-    const HandOverAtEnd handOverAtEnd;
+    const test::Turn turn;
     _daemon.stagehold().processCompletedAsset(asset);
     asset.setPath("/var/mobile/Media/" + asset.path().value_or(""));
     const std::string identifier = asset.identifier();
@@ -292,6 +292,7 @@ void FakeClient::_processKenningConfigPlist(const Value& plist) {
 }
 
 std::vector<std::string> FakeLibraryAccess::filesHeldByHostAlone() {
+    test::takeOver();
     const std::scoped_lock lock(_tracks.mutex);
     std::vector<std::string> paths;
     for (const FakeTrack& track : _tracks.all)
@@ -301,6 +302,7 @@ std::vector<std::string> FakeLibraryAccess::filesHeldByHostAlone() {
 }
 
 void FakeLibraryAccess::forEachTrack(const std::function<bool(const TrackSummary&)>& callback) {
+    test::takeOver();
     const std::scoped_lock lock(_tracks.mutex);
     for (const FakeTrack& track : _tracks.all) {
         TrackSummary summary;
@@ -334,7 +336,7 @@ platform::NotificationCenter& FakeOperatingSystem::defaultNotificationCenter() {
 
 std::uint32_t FakeOperatingSystem::post(std::string_view name) {
     posted.emplace_back(name);
-    handOver();
+    test::handOver();
     return 0;
 }
 

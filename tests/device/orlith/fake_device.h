@@ -17,7 +17,7 @@
 #include "device/system/rooted_file_system.h"
 #include "platform/media_library.h"
 #include "platform/operating_system.h"
-#include "tests/device/orlith/hand_off.h"
+#include "tests/support/hand_off.h"
 
 namespace orlith::testing {
 
@@ -141,13 +141,16 @@ public:
     void adoptFoundPictures() override {}
     void registerHostData(const std::string& path) override {
         registered = path;
-        handOver();
+        test::handOver();
     }
     void unregisterHostData() override {
         registered.clear();
-        handOver();
+        test::handOver();
     }
-    std::vector<SavedChanges> savedChanges(std::uint32_t) override { return saved; }
+    std::vector<SavedChanges> savedChanges(std::uint32_t) override {
+        test::takeOver();
+        return saved;
+    }
     std::int64_t coveredRevision() override { return 5; }
     std::vector<std::string> filesHeldByHostAlone() override;
     LibraryStatistics statistics() override { return {3, 2, 1, false}; }

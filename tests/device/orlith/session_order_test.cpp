@@ -1,4 +1,6 @@
 // Who may have a session, in which order its messages come, and how it ends.
+#include <unistd.h>
+
 #include <condition_variable>
 
 #include "tests/device/orlith/session_test.h"
@@ -41,7 +43,8 @@ TEST_F(SessionOrder, ASecondHostIsToldWhoHasTheDevice) {
     ASSERT_TRUE(first.open("kitchen\n-pc").has_opened());
     Host second(*stub);
     const link::FromDevice answer = second.open();
-    EXPECT_NE(answer.failed().owner().find("kitchen?-pc (process 4711)"), std::string::npos);
+    const std::string owner = "kitchen?-pc (process " + std::to_string(::getpid()) + ")";
+    EXPECT_NE(answer.failed().owner().find(owner), std::string::npos);
     EXPECT_EQ(second.leave().error_code(), grpc::StatusCode::ABORTED);
     first.leave();
     waitUntilFree();

@@ -14,6 +14,7 @@
 #include "link/address.h"
 #include "tests/device/orlith/fake_device.h"
 #include "tests/device/orlith/test_host.h"
+#include "tests/support/hand_off.h"
 
 namespace orlith::testing {
 
@@ -39,13 +40,14 @@ protected:
         track.syncID = syncID;
         track.persistentID = 1000 + syncID;
         device.tracks.all.push_back(track);
+        test::handOver();
     }
     // Waits until no session runs; a session's end follows the stream's.
     void waitUntilFree() {
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (device.slot.isTaken() && std::chrono::steady_clock::now() < deadline)
             std::this_thread::yield();
-        takeOver();
+        test::takeOver();
         ASSERT_FALSE(device.slot.isTaken());
     }
 

@@ -4,6 +4,7 @@
 #include <grpcpp/create_channel_posix.h>
 #include <grpcpp/grpcpp.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <memory>
@@ -15,7 +16,7 @@
 #include "device/orlith/incoming_file.h"
 #include "link/address.h"
 #include "link/orlith.grpc.pb.h"
-#include "tests/device/orlith/hand_off.h"
+#include "tests/support/hand_off.h"
 
 namespace orlith::testing {
 
@@ -33,13 +34,16 @@ public:
     }
     ~Host() { leave(); }
 
-    bool send(const link::FromHost& message) { return _stream->Write(message); }
+    bool send(const link::FromHost& message) {
+        test::handOver();
+        return _stream->Write(message);
+    }
     // The next message; MESSAGE_NOT_SET at the end.
     link::FromDevice receive() {
         link::FromDevice message;
         if (!_stream->Read(&message))
             message.Clear();
-        takeOver();
+        test::takeOver();
         return message;
     }
     // As when the host's process is killed.
@@ -58,7 +62,7 @@ public:
     link::FromDevice open(const std::string& name = "host") {
         link::FromHost message;
         message.mutable_open()->set_host_name(name);
-        message.mutable_open()->set_process_id(4711);
+        message.mutable_open()->set_process_id(static_cast<std::uint32_t>(::getpid()));
         send(message);
         return receive();
     }
