@@ -14,6 +14,8 @@ namespace korvane {
 namespace {
 
 constexpr std::size_t FewKnown = 1'000;
+// Names take ids as well; there are far fewer than tracks.
+constexpr std::size_t TracksPerName = 2;
 
 }  // namespace
 
@@ -21,7 +23,7 @@ NewIDs::NewIDs(common::Database& database, std::size_t expected,
                const std::vector<std::int64_t>& reserved, RandomNumber random)
     : _database(database), _reserved(reserved), _random(std::move(random)) {
     readKnown();
-    draw(expected);
+    draw(expected + expected / TracksPerName);
 }
 
 void NewIDs::readKnown() {
