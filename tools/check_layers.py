@@ -4,7 +4,7 @@
 - Include arrows run only downwards: apps -> host, device -> link -> common -> platform, and
   SyncBundle -> platform.
 - platform/ and SyncBundle/ include nothing but the standard library beside that; sqlite3.h is
-  included in common/sqlite/ alone.
+  included in common/sqlite/ alone (benchmarks have it as a peer).
 - Every header of platform/ begins with five labelled lines.
 - Every source file is listed in a CMakeLists.txt: a test outside the build is lost.
 - SyncBundle/KVSyncClient.h declares each operation under the file that defines it.

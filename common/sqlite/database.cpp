@@ -11,6 +11,12 @@ namespace common {
 namespace {
 // Bounds the memory of a caller that makes up its statements.
 constexpr std::size_t MaximumCachedStatements = 256;
+
+// Nobody reads the engine's memory statistics, and keeping them takes a lock of the whole process
+// for every allocation. Has no effect when something else has started the engine already.
+void startEngineWithoutStatistics() {
+    [[maybe_unused]] static const int result = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+}
 }  // namespace
 
 void Database::Close::operator()(sqlite3* connection) const noexcept {
@@ -18,6 +24,7 @@ void Database::Close::operator()(sqlite3* connection) const noexcept {
 }
 
 Database::Database(const std::string& path, const DatabaseOptions& options) : _path(path) {
+    startEngineWithoutStatistics();
     sqlite3* raw = nullptr;
     // Callers keep to one thread at a time, so the engine's own locks are not needed.
     const int flags =

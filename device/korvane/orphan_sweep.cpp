@@ -1,6 +1,7 @@
 #include "device/korvane/orphan_sweep.h"
 
 #include <cstring>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "common/chapters/chapters.h"
@@ -17,34 +18,36 @@ namespace {
 
 using Names = std::unordered_set<std::string>;
 
-// The schema's music folders; other locations' files are left alone.
+// The schema's music folders and the one of podcasts, which hosts fill; other locations' files are
+// left alone.
 constexpr std::int64_t FirstMusicLocation = 200;
+constexpr std::int64_t PodcastsLocation = 310;
 
 struct Folder {
-    std::int64_t id = 0;
     std::string path;  // absolute, with a slash at its end
+    Names files;       // that no track is known to have, relative to it
 };
+using Folders = std::unordered_map<std::int64_t, Folder>;  // by base location
 
-std::vector<Folder> musicFolders(common::Database& database) {
-    std::vector<Folder> folders;
+Folders sweptFolders(common::Database& database) {
+    Folders folders;
     auto rows = database.query(
-        "SELECT base_location_id, path FROM base_location WHERE base_location_id BETWEEN ? AND ?",
-        FirstMusicLocation, FirstStoreLocation - 1);
+        "SELECT base_location_id, path FROM base_location WHERE base_location_id BETWEEN ? AND ? "
+        "OR base_location_id = ?",
+        FirstMusicLocation, FirstStoreLocation - 1, PodcastsLocation);
     while (rows.step())
-        folders.push_back({rows->int64(0), MediaDirectory + std::string(rows->text(1)) + "/"});
+        folders[rows->int64(0)].path = MediaDirectory + std::string(rows->text(1)) + "/";
     return folders;
 }
 
-Names filesOf(common::Database& database, std::int64_t baseLocationID) {
-    Names names;
+// One pass over the tracks, whatever the number of folders.
+void forgetFilesOfTracks(common::Database& database, Folders& folders) {
     auto rows = database.query(
-        "SELECT e.location_file_name FROM item i NOT INDEXED CROSS JOIN item_extra e ON e.item_id "
-        "= "
-        "i.item_id WHERE i.base_location_id = ?",
-        baseLocationID);
+        "SELECT i.base_location_id, e.location_file_name FROM item i NOT INDEXED CROSS JOIN "
+        "item_extra e ON e.item_id = i.item_id WHERE i.base_location_id <> 0");
     while (rows.step())
-        names.emplace(rows->text(0));
-    return names;
+        if (const auto folder = folders.find(rows->int64(0)); folder != folders.end())
+            folder->second.files.erase(std::string(rows->text(1)));
 }
 
 // The relative path of every picture that a track can ask for.
@@ -73,7 +76,7 @@ Names wantedPictures(common::Database& database) {
 }  // namespace
 
 bool OrphanSweep::run(const std::function<bool()>& mayGoOn) {
-    return !isSafe() || (sweepMusic(mayGoOn) && sweepArtwork(mayGoOn));
+    return !isSafe() || (sweepMedia(mayGoOn) && sweepArtwork(mayGoOn));
 }
 
 bool OrphanSweep::isSafe() {
@@ -83,20 +86,28 @@ bool OrphanSweep::isSafe() {
     });
 }
 
-bool OrphanSweep::sweepMusic(const std::function<bool()>& mayGoOn) {
-    const auto folders = _library.connections().reading<std::vector<Folder>>(musicFolders);
-    for (const Folder& folder : folders) {
-        const ActivityLock::Hold hold = mayGoOn() ? _lock.tryHoldForSweep() : ActivityLock::Hold();
-        if (!hold)
-            return false;
-        // Listed before the library is asked: what is not known then is an orphan.
+bool OrphanSweep::sweepMedia(const std::function<bool()>& mayGoOn) {
+    const ActivityLock::Hold hold = mayGoOn() ? _lock.tryHoldForSweep() : ActivityLock::Hold();
+    if (!hold)
+        return false;
+    Folders folders = _library.connections().reading<Folders>(sweptFolders);
+    // Listed before the library is asked: what is not known then is an orphan.
+    for (auto& [location, folder] : folders) {
         const auto present = _library.configuration().files.subpathsOfDirectory(folder.path);
-        const auto known = _library.connections().reading<Names>(
-            [&](common::Database& database) { return filesOf(database, folder.id); });
+        folder.files.insert(present.begin(), present.end());
+        if (!mayGoOn())
+            return false;
+    }
+    const bool areKnown = _library.read("sweep", [&](common::Database& database) {
+        forgetFilesOfTracks(database, folders);
+        return true;
+    });
+    if (!areKnown)
+        return false;
+    for (const auto& [location, folder] : folders) {
         std::vector<std::string> orphans;
-        for (const std::string& name : present)
-            if (!known.contains(name))
-                orphans.push_back(folder.path + name);
+        for (const std::string& name : folder.files)
+            orphans.push_back(folder.path + name);
         removeFiles(orphans);
     }
     return true;

@@ -1,6 +1,6 @@
-// Purpose: removes files that nothing in the library refers to: media files in the music folders,
-//          pictures in the artwork directory. Not the staging area, and not what a store can give
-//          again: a restore finds those by their files.
+// Purpose: removes files that nothing in the library refers to: media files in the folders that
+//          hosts fill, pictures in the artwork directory. Not the staging area, and not what a
+//          store can give again: a restore finds those by their files.
 // Calling thread: any; one sweep at a time.
 // Failure: a file that cannot be removed stays for the next sweep; database errors are logged.
 #pragma once
@@ -18,14 +18,14 @@ class OrphanSweep {
 public:
     OrphanSweep(Library& library, ActivityLock& lock) : _library(library), _lock(lock) {}
 
-    // One folder after another, as long as `mayGoOn` says so and nobody holds the lock. Whether it
-    // came to the end. Does nothing in a library that no host has synced or that has no track: its
-    // files may be all that is left of one that was damaged.
+    // Media files, then pictures, as long as `mayGoOn` says so and nobody holds the lock. Whether
+    // it came to the end. Does nothing in a library that no host has synced or that has no track:
+    // its files may be all that is left of one that was damaged.
     bool run(const std::function<bool()>& mayGoOn);
 
 private:
     bool isSafe();
-    bool sweepMusic(const std::function<bool()>& mayGoOn);
+    bool sweepMedia(const std::function<bool()>& mayGoOn);
     bool sweepArtwork(const std::function<bool()>& mayGoOn);
     void removeFiles(const std::vector<std::string>& paths);
 

@@ -41,7 +41,9 @@ public:
                                             contents.header.exporter_uid()),
                    .sourceBit = sourceBit(KV3SourceHostData),
                    .nowMs = options.nowMs,
-                   .hadNoTracks = database.int64("SELECT EXISTS (SELECT 1 FROM item)") == 0} {}
+                   .hadNoTracks = database.int64("SELECT EXISTS (SELECT 1 FROM item)") == 0,
+                   .hasTwins = std::ranges::adjacent_find(contents.trackSyncIDs) !=
+                               contents.trackSyncIDs.end()} {}
 
     void run() {
         importTracks();

@@ -26,6 +26,8 @@ struct ImportContext {
     std::int64_t nowMs = 0;
     // There was no track before: nothing needs to be looked up but what this import made.
     bool hadNoTracks = false;
+    // Some track comes twice, so what this import made may be meant again.
+    bool hasTwins = false;
 
     NamedEntries namedTracks = {};     // by item_id
     NamedEntries namedPlaylists = {};  // by container_id

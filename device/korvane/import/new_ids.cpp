@@ -11,16 +11,34 @@
 
 namespace korvane {
 
+namespace {
+
+constexpr std::size_t FewKnown = 1'000;
+// Names take ids as well; there are far fewer than tracks.
+constexpr std::size_t TracksPerName = 2;
+
+}  // namespace
+
 NewIDs::NewIDs(common::Database& database, std::size_t expected,
                const std::vector<std::int64_t>& reserved, RandomNumber random)
-    : _database(database),
-      _reserved(reserved),
-      _random(std::move(random)),
-      _asksDatabase(database.int64("SELECT EXISTS (SELECT 1 FROM item)"
-                                   " OR EXISTS (SELECT 1 FROM container)"
-                                   " OR EXISTS (SELECT 1 FROM tombstone)"
-                                   " OR EXISTS (SELECT 1 FROM entity_revision)") != 0) {
-    draw(expected);
+    : _database(database), _reserved(reserved), _random(std::move(random)) {
+    readKnown();
+    draw(expected + expected / TracksPerName);
+}
+
+void NewIDs::readKnown() {
+    auto ids = _database.query(
+        "SELECT item_pid FROM item"
+        " UNION ALL SELECT sync_id FROM item_store WHERE sync_id <> 0"
+        " UNION ALL SELECT container_pid FROM container"
+        " UNION ALL SELECT sync_id FROM container WHERE sync_id <> 0"
+        " UNION ALL SELECT pid FROM tombstone"
+        " UNION ALL SELECT pid FROM entity_revision");
+    while (_known.size() < FewKnown && ids.step()) {
+        _known.push_back(ids->int64(0));
+    }
+    std::ranges::sort(_known);
+    _asksDatabase = _known.size() == FewKnown;
 }
 
 void NewIDs::draw(std::size_t count) {
@@ -49,7 +67,7 @@ std::int64_t NewIDs::next() {
 }
 
 bool NewIDs::isTaken(std::int64_t id) {
-    if (std::ranges::binary_search(_reserved, id)) {
+    if (std::ranges::binary_search(_reserved, id) || std::ranges::binary_search(_known, id)) {
         return true;
     }
     return _asksDatabase &&

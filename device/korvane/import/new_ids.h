@@ -25,14 +25,17 @@ public:
     std::int64_t next();
 
 private:
+    void readKnown();
     void draw(std::size_t count);
     bool isTaken(std::int64_t id);
 
     common::Database& _database;
     const std::vector<std::int64_t>& _reserved;
     RandomNumber _random;
-    // An empty database holds none but those given out here, and the first draw has no twins.
-    bool _asksDatabase;
+    // A database with few entries is asked once for all ids that it knows; besides them there are
+    // only those given out here, and the first draw has no twins.
+    std::vector<std::int64_t> _known;  // sorted; not all of them when the database is asked
+    bool _asksDatabase = false;
     std::vector<std::int64_t> _ids;  // descending: the next one is the last
 };
 

@@ -72,6 +72,9 @@ void TrackImport::insertPending() {
 
 // Opens the row of the track that the record means.
 bool TrackImport::findRow(const qorx::Track& record) {
+    if (_context.hadNoTracks && !_context.hasTwins) {
+        return false;
+    }
     const RecordIDs ids = RecordIDs::of(record);
     if (!_context.hadNoTracks) {
         if (const auto own = _finder.byOwnID(ids.ownID)) {

@@ -133,6 +133,9 @@ TrackStatements::TrackStatements(common::Database& database)
       _selectBySyncID(database.prepare(
           selectStatement("item_store", "item_store.sync_id = ? AND item_store.sync_id <> 0"))),
       _selectByItemID(database.prepare(selectStatement("item", "item.item_id = ?"))),
+      _selectFollowing(
+          database.prepare(selectStatement("item", "item.item_id > ? ORDER BY item.item_id"))),
+      _syncIDColumn(columnIndex("sync_id")),
       _contentHashColumn(columnIndex("content_hash")),
       _nextItemID(database.int64("SELECT ifnull(max(item_id), 0) + 1 FROM item")) {
     for (const HeldValue& held : HeldValues) {
@@ -155,11 +158,47 @@ bool TrackStatements::open(common::Query& query, std::int64_t id) {
     return true;
 }
 
-void TrackStatements::close() {
-    if (_row != nullptr) {
-        (*_row)->reset();
-        _row = nullptr;
+bool TrackStatements::openBySyncID(std::int64_t syncID) {
+    if (syncID == 0) {
+        close();
+        return false;
     }
+    if (openFollowing(syncID)) {
+        return true;
+    }
+    if (!open(_selectBySyncID, syncID)) {
+        return false;
+    }
+    const std::int64_t found = itemID();
+    if (found == _lastFound + 1) {
+        _selectFollowing->bind(1, found);
+        _isFollowing = true;
+    }
+    _lastFound = found;
+    return true;
+}
+
+bool TrackStatements::openFollowing(std::int64_t syncID) {
+    close();
+    if (!_isFollowing) {
+        return false;
+    }
+    if (_selectFollowing.step() && _selectFollowing->int64(_syncIDColumn) == syncID) {
+        _row = &_selectFollowing;
+        _lastFound = itemID();
+        return true;
+    }
+    _selectFollowing->reset();
+    _isFollowing = false;
+    return false;
+}
+
+void TrackStatements::close() {
+    // The following rows are read on from where they stand.
+    if (_row != nullptr && _row != &_selectFollowing) {
+        (*_row)->reset();
+    }
+    _row = nullptr;
 }
 
 void TrackStatements::readHeld(IncomingTrack& track) const {

@@ -25,7 +25,9 @@ public:
     explicit TrackStatements(common::Database& database);
 
     // Stands on the track's row afterwards, until close; false: there is none.
-    bool openBySyncID(std::int64_t syncID) { return open(_selectBySyncID, syncID); }
+    // Tracks that came together lie together: those that come again in the same order are read on
+    // from one to the next.
+    bool openBySyncID(std::int64_t syncID);
     bool openByItemID(std::int64_t itemID) { return open(_selectByItemID, itemID); }
     void close();
 
@@ -46,10 +48,15 @@ public:
 
 private:
     bool open(common::Query& query, std::int64_t id);
+    bool openFollowing(std::int64_t syncID);
 
     common::Database& _database;
     common::Query _selectBySyncID;
     common::Query _selectByItemID;
+    common::Query _selectFollowing;
+    int _syncIDColumn;
+    bool _isFollowing = false;     // _selectFollowing stands on the track found last
+    std::int64_t _lastFound = -1;  // the item_id that a sync id found last
     std::vector<common::Query> _inserts;
     std::vector<common::Query> _updates;
     common::Query* _row = nullptr;  // the select that stands on a row

@@ -49,7 +49,6 @@ protected:
 
 TEST_F(LibraryBackground, ASweepRemovesOnlyWhatNobodyRefersTo) {
     const std::string others[] = {"/var/mobile/Media/Purchases/bought.mp3",
-                                  "/var/mobile/Media/Podcasts/episode.mp3",
                                   "/var/mobile/Media/Stagehold/Media/Artwork/5",
                                   "/var/mobile/Media/Tessel_Control/Sync/Media/Sync_1.plist"};
     for (const auto& path : others)
@@ -59,6 +58,20 @@ TEST_F(LibraryBackground, ASweepRemovesOnlyWhatNobodyRefersTo) {
     EXPECT_FALSE(files.fileExists(OrphanFile));
     for (const auto& path : others)
         EXPECT_TRUE(files.fileExists(path)) << path;
+}
+
+TEST_F(LibraryBackground, ASweepKeepsOnlyThePodcastsOfTracks) {
+    const std::string known = "/var/mobile/Media/Podcasts/show/known.mp3";
+    const std::string orphan = "/var/mobile/Media/Podcasts/orphan.mp3";
+    const std::string sameName = "/var/mobile/Media/Podcasts/known.mp3";
+    add({.pid = 2, .syncID = 51});
+    for (const auto& path : {known, orphan, sameName})
+        writeFile(path, "x");
+    Track(2, library).populateLocationPropertiesWithPath(known);
+    EXPECT_TRUE(sweep());
+    EXPECT_TRUE(files.fileExists(known));
+    EXPECT_FALSE(files.fileExists(orphan));
+    EXPECT_FALSE(files.fileExists(sameName));
 }
 
 TEST_F(LibraryBackground, ASweepKeepsThePicturesOfCoversAndChapters) {

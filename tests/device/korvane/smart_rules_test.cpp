@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 
+#include <algorithm>
+#include <iterator>
+
 namespace {
 
 using namespace korvane;
@@ -60,7 +63,7 @@ TEST(SmartRules, WithoutMeaningTheyAreRefused) {
 TEST(SmartRules, AnyBytesAreReadWithoutHarm) {
     EXPECT_TRUE(rc::check([](std::vector<std::uint8_t> tail) {
         platform::Data bytes{'K', 'V', 'S', 'R', 1};
-        bytes.insert(bytes.end(), tail.begin(), tail.end());
+        std::ranges::copy(tail, std::back_inserter(bytes));
         if (const auto rules = decodeSmartRules(bytes)) {
             RC_ASSERT(encodeSmartRules(*rules) == bytes);
         }

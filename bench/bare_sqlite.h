@@ -1,0 +1,26 @@
+// Purpose: SQLite's own interface with nothing around it, as the peers of the benchmarks use it.
+// Ownership: a statement must end before its connection.
+// Failure: ends the program.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <memory>
+#include <string>
+
+namespace bench {
+
+using BareConnection = std::unique_ptr<sqlite3, decltype(&sqlite3_close)>;
+using BareStatement = std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)>;
+
+inline constexpr int WriterCacheKiB = 64 * 1024;
+inline constexpr int ReaderCacheKiB = 16 * 1024;
+
+// With write-ahead logging, every commit on the disk: what the library asks for as well.
+BareConnection openBare(const std::string& path, int cacheKiB);
+void executeBare(sqlite3* connection, const std::string& sql);
+BareStatement prepareBare(sqlite3* connection, const std::string& sql);
+// The statement to its end, and ready again.
+void runBare(sqlite3_stmt* statement);
+
+}  // namespace bench
