@@ -12,7 +12,7 @@ endif()
 add_library(orlith_options INTERFACE)
 target_include_directories(orlith_options INTERFACE ${CMAKE_SOURCE_DIR} ${CMAKE_BINARY_DIR}/generated)
 target_compile_options(orlith_options INTERFACE
-    -Wall -Wextra -Wpedantic $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow> -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
+    -Wall -Wextra -Wpedantic $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough
     -Wcast-qual -Wformat=2 -fno-omit-frame-pointer)
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
     # GCC 12 reports the unused alternatives of a std::variant, and impossible lengths of a vector,
