@@ -127,7 +127,7 @@ std::string sortKey(std::string_view name) {
 
 bool ensureSortOrders(common::Database& database, std::vector<std::string> keys) {
     std::ranges::sort(keys);
-    keys.erase(std::ranges::unique(keys).begin(), keys.end());
+    keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
     bool wasRenumbered = false;
     for (std::size_t first = 0; first < keys.size();) {
         const Neighbours around = neighboursOf(database, keys[first]);
