@@ -48,8 +48,8 @@ void NewIDs::draw(std::size_t count) {
         _ids.push_back(static_cast<std::int64_t>(_random() & Positive));
     }
     std::ranges::sort(_ids, std::greater());
-    const auto twins = std::ranges::unique(_ids);
-    _ids.erase(twins.begin(), twins.end());
+    const auto twins = std::unique(_ids.begin(), _ids.end());
+    _ids.erase(twins, _ids.end());
 }
 
 std::int64_t NewIDs::next() {
