@@ -30,9 +30,9 @@ std::string randomLetters() {
     return name;
 }
 
-// On these file systems the sync that commits the library's row also carries every rename before
-// it; elsewhere the directory is synced itself.
-bool commitCarriesRenames(const std::string& realPath) {
+// On these file systems the sync of a file also carries its renames before it; elsewhere the
+// directory is synced itself.
+bool syncCarriesRenames(const std::string& realPath) {
     struct statfs status {};
     return ::statfs(realPath.c_str(), &status) == 0 &&
            (status.f_type == EXT4_SUPER_MAGIC || status.f_type == XfsMagic);
@@ -68,7 +68,7 @@ AssetFiler::AssetFiler(ORClient& client, MediaLibraryFramework& library,
       _library(library),
       _files(files),
       _staging(staging),
-      _commitCarriesRenames(commitCarriesRenames(files.realPath("/"))) {}
+      _syncCarriesRenames(syncCarriesRenames(files.realPath("/"))) {}
 
 FilingResult AssetFiler::file(ReceivedAsset& received) {
     for (const auto& staged : received.staged)
@@ -124,8 +124,6 @@ FilingResult AssetFiler::fail(ReceivedAsset& received) {
 OptionalError AssetFiler::install(ReceivedAsset& received, std::string& relativePath) {
     if (!received.file)
         return Error(platform::POSIXErrorDomain, ENODATA, "the media file did not come");
-    if (OptionalError error = received.file->sync())
-        return error;
     const std::string& identifier = received.asset->identifier();
     if (!received.asset->isRestore())
         return moveIntoPlace(
@@ -133,6 +131,8 @@ OptionalError AssetFiler::install(ReceivedAsset& received, std::string& relative
             destinationDirectory(identifierValue(received),
                                  received.asset->assetType().value_or(std::string())),
             received.fileExtension);
+    if (OptionalError error = received.file->sync())
+        return error;
     // The move itself is the staging area's, once the plug-in hands the asset over.
     if (OptionalError error = _files.createDirectory(std::string(MediaDirectory) + "Purchases"))
         return error;
@@ -156,7 +156,11 @@ OptionalError AssetFiler::moveIntoPlace(IncomingFile& file, std::string& relativ
         relativePath = fmt::format("{}/{}.{}", directory, randomLetters(), extension);
         error = file.moveTo(MediaDirectory + relativePath);
         if (!error)
-            return _commitCarriesRenames ? OptionalError() : _files.syncDirectory(absolute);
+            // After the move, so that on a journalling file system one sync carries both; no row
+            // names the file before that.
+            error = file.syncWithName();
+        if (!error)
+            return _syncCarriesRenames ? OptionalError() : _files.syncDirectory(absolute);
         if (error->code != EEXIST)
             break;
     }

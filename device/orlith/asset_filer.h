@@ -59,7 +59,7 @@ private:
     MediaLibraryFramework& _library;
     device::RootedFileSystem& _files;
     StagingArea& _staging;
-    const bool _commitCarriesRenames;
+    const bool _syncCarriesRenames;
 };
 
 // The folder of a received file, relative to the media directory: by its sync id's remainder, or

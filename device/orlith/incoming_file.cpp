@@ -114,6 +114,12 @@ OptionalError IncomingFile::sync() {
     return std::nullopt;
 }
 
+OptionalError IncomingFile::syncWithName() {
+    if (::fsync(_fd.get()) != 0)
+        return Error::posix(errno);
+    return std::nullopt;
+}
+
 OptionalError IncomingFile::moveTo(const std::string& path) {
     if (OptionalError error = _files.moveItem(_path, path))
         return error;

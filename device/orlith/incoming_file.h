@@ -38,6 +38,8 @@ public:
     platform::OptionalError finish(std::string_view expectedHash);
     // Waits until the contents are on the disk.
     platform::OptionalError sync();
+    // As sync, and until the file's name is where a move put it on a journalling file system.
+    platform::OptionalError syncWithName();
     // A rename; fails (EEXIST) when something is at `path`.
     platform::OptionalError moveTo(const std::string& path);
     // What lies at path() now.
