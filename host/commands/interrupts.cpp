@@ -9,9 +9,22 @@
 
 #include <cstdint>
 
-#include "host/commands/exit_code.h"
-
 namespace host {
+
+namespace {
+
+// As if nobody had ever caught it: what a shell expects of a program that is made to stop, and no
+// exit handler waits for threads that are in the middle of something.
+void endBy(int signal) {
+    ::signal(signal, SIG_DFL);
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, signal);
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    ::raise(signal);
+}
+
+}  // namespace
 
 Interrupts::Interrupts(std::function<void()> handler) : _handler(std::move(handler)) {
     sigset_t signals;
@@ -43,7 +56,7 @@ void Interrupts::wait() {
         if (::read(_signals.get(), &signal, sizeof signal) != sizeof signal)
             return;
         if (again)
-            ::_exit(static_cast<int>(ExitCode::Interrupted));
+            endBy(static_cast<int>(signal.ssi_signo));
         _handler();
     }
 }
