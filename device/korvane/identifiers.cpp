@@ -7,9 +7,7 @@
 
 namespace korvane {
 
-namespace {
-
-bool isTaken(common::Database& database, std::int64_t id) {
+bool isTakenID(common::Database& database, std::int64_t id) {
     return database.int64(
                "SELECT EXISTS (SELECT 1 FROM item WHERE item_pid = ?1)"
                " OR EXISTS (SELECT 1 FROM container WHERE container_pid = ?1)"
@@ -17,16 +15,16 @@ bool isTaken(common::Database& database, std::int64_t id) {
                " OR EXISTS (SELECT 1 FROM container WHERE sync_id = ?1 AND sync_id <> 0)"
                " OR EXISTS (SELECT 1 FROM entity_revision WHERE entity_kind = 0 AND pid = ?1)"
                " OR EXISTS (SELECT 1 FROM entity_revision WHERE entity_kind = 1 AND pid = ?1)"
+               " OR EXISTS (SELECT 1 FROM tombstone WHERE entity_kind = 0 AND pid = ?1)"
+               " OR EXISTS (SELECT 1 FROM tombstone WHERE entity_kind = 1 AND pid = ?1)"
                " OR EXISTS (SELECT 1 FROM removed_memory WHERE item_pid = ?1)",
                id) != 0;
 }
 
-}  // namespace
-
 std::int64_t newPersistentID(common::Database& database) {
     for (;;) {
         const std::int64_t id = common::randomPositiveId();
-        if (!isTaken(database, id))
+        if (!isTakenID(database, id))
             return id;
     }
 }

@@ -11,8 +11,10 @@ class Database;
 
 namespace korvane {
 
-// A persistent id: positive, and not in use on this device as persistent id or sync id, nor kept
-// for something deleted.
+// Whether an id is in use on this device as persistent id or sync id, or kept for something
+// deleted.
+bool isTakenID(common::Database& database, std::int64_t id);
+// A persistent id: positive and not taken.
 std::int64_t newPersistentID(common::Database& database);
 // 32 hexadecimal digits.
 std::string randomUID();

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "common/sqlite/database.h"
+#include "device/korvane/identifiers.h"
 
 namespace korvane {
 
@@ -33,7 +34,8 @@ void NewIDs::readKnown() {
         " UNION ALL SELECT container_pid FROM container"
         " UNION ALL SELECT sync_id FROM container WHERE sync_id <> 0"
         " UNION ALL SELECT pid FROM tombstone"
-        " UNION ALL SELECT pid FROM entity_revision");
+        " UNION ALL SELECT pid FROM entity_revision"
+        " UNION ALL SELECT item_pid FROM removed_memory");
     while (_known.size() < FewKnown && ids.step()) {
         _known.push_back(ids->int64(0));
     }
@@ -70,16 +72,7 @@ bool NewIDs::isTaken(std::int64_t id) {
     if (std::ranges::binary_search(_reserved, id) || std::ranges::binary_search(_known, id)) {
         return true;
     }
-    return _asksDatabase &&
-           _database.int64(
-               "SELECT EXISTS (SELECT 1 FROM item WHERE item_pid = ?1)"
-               " OR EXISTS (SELECT 1 FROM item_store WHERE sync_id = ?1 AND sync_id <> 0)"
-               " OR EXISTS (SELECT 1 FROM container WHERE container_pid = ?1)"
-               " OR EXISTS (SELECT 1 FROM container WHERE sync_id = ?1 AND sync_id <> 0)"
-               " OR EXISTS (SELECT 1 FROM tombstone WHERE entity_kind IN (0, 1) AND pid = ?1)"
-               " OR EXISTS (SELECT 1 FROM entity_revision WHERE entity_kind IN (0, 1) AND pid = "
-               "?1)",
-               id) != 0;
+    return _asksDatabase && isTakenID(_database, id);
 }
 
 std::uint64_t systemRandomNumber() {
