@@ -14,7 +14,6 @@
 #include <iterator>
 #include <map>
 #include <random>
-#include <thread>
 
 #include "common/qorx/writer.h"
 #include "link/start_daemon.h"
@@ -212,10 +211,10 @@ TEST_F(DaemonProcess, KilledAtAnyMomentNothingAcknowledgedIsLost) {
     std::mt19937 random(seed);
     for (int round = 0; round < 5; ++round) {
         start();
-        // The kill comes while a file is on its way.
-        std::thread killer;
-        const int killAt = 6 + 2 * static_cast<int>(random() % 10);
-        const std::chrono::microseconds delay(random() % 4000);
+        // The kill comes with a chunk of a file; with the last one it meets the filing.
+        constexpr std::size_t ChunkSize = 100'000, Chunks = 4;
+        const int killFile = static_cast<int>(random() % 10);
+        const std::size_t killChunk = random() % (Chunks + 1);
         std::vector<std::string> acknowledged;
         {
             Host host(*stub);
@@ -223,22 +222,19 @@ TEST_F(DaemonProcess, KilledAtAnyMomentNothingAcknowledgedIsLost) {
             host.sendFile(link::SessionFile::HOST_DATA, "", hostData(10));
             host.reconcile();
             const auto assets = host.outstanding();
-            int step = 0;
+            int number = 0;
             for (const link::Asset& asset : assets) {
-                if (++step == killAt / 2)
-                    killer = std::thread([this, delay] {
-                        std::this_thread::sleep_for(delay);
-                        ::kill(pid, SIGKILL);
-                    });
-                const link::FromDevice answer = host.transferFile(
-                    asset.identifier(), bytesOf(std::stoi(asset.identifier()) - 1000));
-                if (!answer.asset_result().success())
+                const std::string bytes = bytesOf(std::stoi(asset.identifier()) - 1000);
+                const bool kills = number++ == killFile;
+                host.send(Host::announce(asset.identifier(), link::Transfer::FILE, bytes));
+                host.sendChunks(bytes, ChunkSize, kills ? killChunk : Chunks);
+                if (kills)
+                    ::kill(pid, SIGKILL);
+                if (!host.receive().asset_result().success())
                     break;
                 acknowledged.push_back(asset.identifier());
             }
         }
-        if (killer.joinable())
-            killer.join();
         end(SIGKILL);
         start();
         const auto rows = tracks();

@@ -134,9 +134,12 @@ public:
         }
         return message;
     }
-    void sendChunks(const std::string& bytes, std::size_t size = 256 << 10) {
+    void sendChunks(const std::string& bytes, std::size_t size = 256 << 10,
+                    std::size_t most = SIZE_MAX) {
         std::size_t done = 0;
         do {
+            if (most-- == 0)
+                return;
             link::FromHost message;
             message.mutable_chunk()->set_data(bytes.substr(done, size));
             done += message.chunk().data().size();
