@@ -62,7 +62,7 @@ std::vector<ArtworkCandidate> chapterArtworkCandidates(const MediaFile& file);
 struct PreparedArtwork {
     // Why there is none, in plain words; empty when there is one.
     std::string reason;
-    ContentHash hash;       // of the picture as it was found
+    ContentHash hash{};     // of the picture as it was found
     std::string token;      // 32 hexadecimal digits made of `hash`
     std::string path;       // absolute, of the prepared image in the cache
     std::string extension;  // "jpg" or "png"

@@ -16,7 +16,7 @@ namespace host {
 
 namespace {
 
-constexpr std::uint32_t IndexMark = 0x41490001;     // "AI" and the version
+constexpr std::uint32_t IndexMark = 0x41490002;     // "AI" and the version
 constexpr std::size_t IndexSizeLimit = 256u << 20;  // bytes
 constexpr std::string_view IndexName = "index";
 
@@ -42,15 +42,11 @@ bool replaceFile(const std::string& path, std::string_view bytes) {
 }
 
 ContentHash readHash(ByteReader& in) {
-    ContentHash hash;
-    hash.high = in.number<std::uint64_t>();
-    hash.low = in.number<std::uint64_t>();
-    return hash;
+    return contentHashOfBytes(in.raw(sizeof(ContentHash))).value_or(ContentHash{});
 }
 
 void writeHash(ByteWriter& out, const ContentHash& hash) {
-    out.number(hash.high);
-    out.number(hash.low);
+    out.raw(bytesOfContentHash(hash));
 }
 
 }  // namespace
@@ -154,7 +150,7 @@ PreparedArtwork ArtworkCache::artworkOf(const ContentHash& hash, const Outcome& 
     artwork.hash = hash;
     if (!artwork.usable())
         return artwork;
-    artwork.token = hexOfContentHash(hash);
+    artwork.token = common::hexText(hash);
     artwork.path = pathOf(hash, outcome.extension);
     artwork.extension = outcome.extension;
     artwork.size = outcome.size;
@@ -164,7 +160,7 @@ PreparedArtwork ArtworkCache::artworkOf(const ContentHash& hash, const Outcome& 
 }
 
 std::string ArtworkCache::pathOf(const ContentHash& hash, const std::string& extension) const {
-    return _directory + '/' + hexOfContentHash(hash) + '.' + extension;
+    return _directory + '/' + common::hexText(hash) + '.' + extension;
 }
 
 }  // namespace host

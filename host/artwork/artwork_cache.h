@@ -35,7 +35,7 @@ private:
     struct Place {
         std::int64_t size = 0;
         std::int64_t modifiedNanoseconds = 0;
-        ContentHash hash;
+        ContentHash hash{};
     };
     struct Outcome {
         std::string reason;

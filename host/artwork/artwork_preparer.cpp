@@ -17,11 +17,8 @@ std::string derivedToken(std::string_view purpose, std::int64_t globalId,
     ByteWriter out;
     out.text(purpose);
     out.number(globalId);
-    out.number(picture.high);
-    out.number(picture.low);
-    const std::string& bytes = out.bytes();
-    return hexOfContentHash(
-        contentHashOf({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()}));
+    out.raw(bytesOfContentHash(picture));
+    return common::hexText(contentHashOfText(out.bytes()));
 }
 
 PreparedArtwork refusal(std::string reason) {
@@ -60,7 +57,7 @@ struct ArtworkPreparer::Impl {
         std::string reason = readSmallFile(place.path, ImageSourceLimit, bytes);
         if (!reason.empty())
             return "the picture: " + reason;
-        hash = contentHashOf({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+        hash = contentHashOfText(bytes);
         cache.rememberHash(place, hash);
         return {};
     }

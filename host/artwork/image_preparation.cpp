@@ -186,7 +186,7 @@ void prepare(Bytes bytes, PreparedImage& prepared) {
 
 PreparedImage prepareImage(std::span<const std::uint8_t> picture) {
     PreparedImage prepared;
-    prepared.hash = contentHashOf(picture);
+    prepared.hash = common::xxh3(picture);
     prepare(picture, prepared);
     if (!prepared.reason.empty())
         prepared.bytes.clear();

@@ -19,7 +19,7 @@ inline constexpr std::size_t ImageSourceLimit = 64u << 20;  // bytes
 
 struct PreparedImage {
     std::string reason;     // why it cannot be used, in plain words; empty when it can
-    ContentHash hash;       // of the picture as it was found
+    ContentHash hash{};     // of the picture as it was found
     std::string extension;  // "jpg" or "png"
     std::int32_t width = 0;
     std::int32_t height = 0;

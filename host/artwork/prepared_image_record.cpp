@@ -6,8 +6,7 @@ namespace host {
 std::string encodePreparedImage(const PreparedImage& image) {
     ByteWriter out;
     out.text(image.reason);
-    out.number(image.hash.high);
-    out.number(image.hash.low);
+    out.raw(bytesOfContentHash(image.hash));
     out.text(image.extension);
     out.number(image.width);
     out.number(image.height);
@@ -19,8 +18,7 @@ std::optional<PreparedImage> decodePreparedImage(std::string_view bytes) {
     ByteReader in(bytes);
     std::optional<PreparedImage> image(std::in_place);
     image->reason = in.text();
-    image->hash.high = in.number<std::uint64_t>();
-    image->hash.low = in.number<std::uint64_t>();
+    image->hash = contentHashOfBytes(in.raw(sizeof image->hash)).value_or(ContentHash{});
     image->extension = in.text();
     image->width = in.number<std::int32_t>();
     image->height = in.number<std::int32_t>();

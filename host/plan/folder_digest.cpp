@@ -14,7 +14,7 @@ namespace host {
 namespace {
 
 // Raised whenever records are made otherwise than before, so that they are compared again.
-constexpr std::uint64_t DigestVersion = 1;
+constexpr std::uint64_t DigestVersion = 2;
 
 class Digest {
 public:
@@ -27,10 +27,7 @@ public:
         _hasher.update(std::span(reinterpret_cast<const std::uint8_t*>(&number), sizeof number));
     }
 
-    void add(const ContentHash& hash) {
-        add(hash.high);
-        add(hash.low);
-    }
+    void add(const ContentHash& hash) { _hasher.update(hash); }
 
     void add(const FileStamp& stamp) {
         add(stamp.path);
@@ -41,7 +38,7 @@ public:
     ContentHash value() const { return _hasher.digest(); }
 
 private:
-    ContentHasher _hasher;
+    common::XXH3Stream _hasher;
 };
 
 // Files stand in the order in which they were found or loaded; the number must not depend on it.

@@ -67,7 +67,7 @@ struct PlannedTrack {
 
 struct PlannedPlaylist {
     std::size_t playlist = 0;
-    ContentHash fingerprint;
+    ContentHash fingerprint{};
 };
 
 struct Plan {

@@ -1,8 +1,8 @@
 #include "host/plan/track_record.h"
 
 #include "common/qorx/qorx.pb.h"
+#include "host/scan/content_hash.h"
 #include "host/scan/file_names.h"
-#include "host/state/hash_bytes.h"
 
 namespace host {
 

@@ -26,9 +26,9 @@ struct TrackMaterial {
 };
 
 struct TrackFingerprints {
-    ContentHash metadata;  // what the folder says of the track
-    ContentHash recommendation;
-    ContentHash owner;  // what owners changed
+    ContentHash metadata{};  // what the folder says of the track
+    ContentHash recommendation{};
+    ContentHash owner{};  // what owners changed
 };
 
 void fillTrackRecord(const KnownFile& file, const TrackMaterial& material, qorx::Track& record);

@@ -198,7 +198,7 @@ void readChapters(AvInput& input, MediaFile& file) {
                                  std::nullopt});
     }
     visitChapterPictures(input, [&](std::size_t chapter, std::span<const std::uint8_t> picture) {
-        file.chapters[chapter].picture = contentHashOf(picture);
+        file.chapters[chapter].picture = common::xxh3(picture);
         return true;
     });
 }
@@ -227,7 +227,7 @@ MediaFile readMediaFile(const std::string& path) {
     readTags(format, file.tags);
     if (const AVStream* cover = coverOf(format))
         file.artwork =
-            EmbeddedArtwork{contentHashOf(bytesOf(cover->attached_pic)), cover->attached_pic.size};
+            EmbeddedArtwork{common::xxh3(bytesOf(cover->attached_pic)), cover->attached_pic.size};
     readChapters(input, file);
     return file;
 }

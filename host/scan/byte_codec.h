@@ -26,8 +26,9 @@ public:
     // A 32-bit length, then the bytes.
     void text(std::string_view value) {
         number(static_cast<std::uint32_t>(value.size()));
-        _bytes.append(value);
+        raw(value);
     }
+    void raw(std::string_view bytes) { _bytes.append(bytes); }
 
     const std::string& bytes() const { return _bytes; }
     std::string take() { return std::move(_bytes); }

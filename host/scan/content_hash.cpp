@@ -1,51 +1,23 @@
 #include "host/scan/content_hash.h"
 
-#include <xxhash.h>
-
-#include <cstdio>
+#include <algorithm>
 
 namespace host {
 
-namespace {
-
-ContentHash fromXXH(const XXH128_hash_t& hash) {
-    return {hash.high64, hash.low64};
+ContentHash contentHashOfText(std::string_view text) {
+    return common::xxh3({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
 }
 
-}  // namespace
-
-std::string hexOfContentHash(const ContentHash& hash) {
-    char text[33];
-    std::snprintf(text, sizeof text, "%016llx%016llx", static_cast<unsigned long long>(hash.high),
-                  static_cast<unsigned long long>(hash.low));
-    return text;
+std::string bytesOfContentHash(const ContentHash& hash) {
+    return {hash.begin(), hash.end()};
 }
 
-ContentHash contentHashOf(std::span<const std::uint8_t> bytes) {
-    return fromXXH(XXH3_128bits(bytes.data(), bytes.size()));
-}
-
-struct ContentHasher::State {
-    struct Free {
-        void operator()(XXH3_state_t* state) const { XXH3_freeState(state); }
-    };
-    std::unique_ptr<XXH3_state_t, Free> xxh{XXH3_createState()};
-};
-
-ContentHasher::ContentHasher() : _state(std::make_unique<State>()) {
-    XXH3_128bits_reset(_state->xxh.get());
-}
-
-ContentHasher::~ContentHasher() = default;
-ContentHasher::ContentHasher(ContentHasher&&) noexcept = default;
-ContentHasher& ContentHasher::operator=(ContentHasher&&) noexcept = default;
-
-void ContentHasher::update(std::span<const std::uint8_t> bytes) {
-    XXH3_128bits_update(_state->xxh.get(), bytes.data(), bytes.size());
-}
-
-ContentHash ContentHasher::digest() const {
-    return fromXXH(XXH3_128bits_digest(_state->xxh.get()));
+std::optional<ContentHash> contentHashOfBytes(std::string_view bytes) {
+    ContentHash hash{};
+    if (bytes.size() != hash.size())
+        return std::nullopt;
+    std::ranges::copy(bytes, hash.begin());
+    return hash;
 }
 
 }  // namespace host

@@ -85,7 +85,7 @@ struct Chapter {
 };
 
 struct EmbeddedArtwork {
-    ContentHash hash;
+    ContentHash hash{};
     std::int64_t size = 0;  // bytes
 
     bool operator==(const EmbeddedArtwork&) const = default;

@@ -9,7 +9,7 @@ namespace host {
 namespace {
 
 // "MF" and the version of the layout. A change of any visit() below takes the next version.
-constexpr std::uint32_t RecordMark = 0x4d460001;
+constexpr std::uint32_t RecordMark = 0x4d460002;
 constexpr std::size_t TextLimit = 1u << 20;  // bytes
 constexpr std::uint32_t ChapterLimit = 10'000;
 
@@ -57,8 +57,6 @@ void visit(Codec& codec, T& t) {
                      t.compilation, t.podcast, t.rental, t.kind);
     } else if constexpr (std::is_same_v<Record, FileStamp>) {
         codec.fields(t.path, t.size, t.modifiedNanoseconds, t.inode, t.device);
-    } else if constexpr (std::is_same_v<Record, ContentHash>) {
-        codec.fields(t.high, t.low);
     } else if constexpr (std::is_same_v<Record, Chapter>) {
         codec.fields(t.startMilliseconds, t.title, t.picture);
     } else if constexpr (std::is_same_v<Record, EmbeddedArtwork>) {
@@ -87,6 +85,8 @@ void Encoder::field(const T& value) {
         _out.number(static_cast<std::underlying_type_t<T>>(value));
     } else if constexpr (std::is_integral_v<T>) {
         _out.number(value);
+    } else if constexpr (std::is_same_v<T, ContentHash>) {
+        _out.raw(bytesOfContentHash(value));
     } else if constexpr (std::is_same_v<T, std::vector<Chapter>>) {
         _out.number(static_cast<std::uint32_t>(value.size()));
         for (const Chapter& chapter : value)
@@ -113,6 +113,8 @@ void Decoder::field(T& value) {
         value = static_cast<T>(_in.number<std::underlying_type_t<T>>());
     } else if constexpr (std::is_integral_v<T>) {
         value = _in.number<T>();
+    } else if constexpr (std::is_same_v<T, ContentHash>) {
+        value = contentHashOfBytes(_in.raw(sizeof value)).value_or(ContentHash{});
     } else if constexpr (std::is_same_v<T, std::vector<Chapter>>) {
         const auto count = _in.number<std::uint32_t>();
         if (count > ChapterLimit)

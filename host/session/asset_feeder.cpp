@@ -1,7 +1,7 @@
 #include "host/session/asset_feeder.h"
 
+#include "host/scan/content_hash.h"
 #include "host/session/part_reader.h"
-#include "host/state/hash_bytes.h"
 
 namespace host {
 

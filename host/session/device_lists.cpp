@@ -1,7 +1,7 @@
 #include "host/session/device_lists.h"
 
+#include "host/scan/content_hash.h"
 #include "host/session/device_connection.h"
-#include "host/state/hash_bytes.h"
 #include "link/orlith.pb.h"
 
 namespace host {

@@ -5,9 +5,9 @@
 #include <iterator>
 
 #include "common/property_list/property_list.h"
+#include "host/scan/content_hash.h"
 #include "host/scan/file_names.h"
 #include "host/session/part_reader.h"
-#include "host/state/hash_bytes.h"
 
 namespace host {
 

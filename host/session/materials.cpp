@@ -117,7 +117,7 @@ private:
 
     // Companions find a chapter's picture by a name that is the same on every device.
     static std::string chapterArtworkName(const Chapter& chapter) {
-        return chapter.picture ? hexOfContentHash(*chapter.picture) : std::string();
+        return chapter.picture ? common::hexText(*chapter.picture) : std::string();
     }
 
     void makeChapterTables() {

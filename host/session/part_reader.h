@@ -41,7 +41,7 @@ private:
     common::UniqueFd _fd;  // none when the part's bytes are in memory
     std::uint64_t _size = 0;
     std::uint64_t _position = 0;
-    ContentHasher _hasher;
+    common::XXH3Stream _hasher;
 };
 
 }  // namespace host

@@ -5,12 +5,12 @@
 #include <chrono>
 #include <deque>
 
+#include "host/scan/content_hash.h"
 #include "host/session/asset_feeder.h"
 #include "host/session/link_error.h"
 #include "host/session/part_reader.h"
 #include "host/session/session_stream.h"
 #include "host/session/upload_file.h"
-#include "host/state/hash_bytes.h"
 
 namespace host {
 

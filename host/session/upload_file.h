@@ -42,7 +42,7 @@ private:
     std::string _path;
     std::string _failure;
     common::UniqueFd _fd;
-    ContentHasher _hasher;
+    common::XXH3Stream _hasher;
 };
 
 // A name that can be a file's: no slash, no control characters, not hidden, at most 200 bytes.

@@ -93,9 +93,9 @@ struct KnownPlaylist {
 
 // What a device holds of a track, as far as the host knows.
 struct SentTrack {
-    ContentHash metadata;                // fingerprint of the record that it was sent
-    ContentHash recommendation;          // fingerprint of its Kenning id and checksum
-    ContentHash owner;                   // fingerprint of what owners changed
+    ContentHash metadata{};              // fingerprint of the record that it was sent
+    ContentHash recommendation{};        // fingerprint of its Kenning id and checksum
+    ContentHash owner{};                 // fingerprint of what owners changed
     std::optional<ContentHash> content;  // of the file that it was told of
     bool delivered = false;              // the file was acknowledged
     // Found on the device and recognised: taken for current until records are sent. Not kept.
@@ -106,8 +106,8 @@ struct SentTrack {
 
 struct DeviceState {
     std::string libraryUid;
-    std::string anchor;  // the last that this folder's host gave it; empty before the first
-    ContentHash digest;  // of the folder when it was last brought up to date
+    std::string anchor;    // the last that this folder's host gave it; empty before the first
+    ContentHash digest{};  // of the folder when it was last brought up to date
     std::unordered_map<std::int64_t, SentTrack> tracks;       // by sync id
     std::unordered_map<std::int64_t, ContentHash> playlists;  // fingerprints, by sync id
 };

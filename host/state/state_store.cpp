@@ -13,8 +13,8 @@
 #include "common/sqlite/sqlite_error.h"
 #include "common/sqlite/transaction.h"
 #include "common/unique_fd.h"
+#include "host/scan/content_hash.h"
 #include "host/scan/media_record.h"
-#include "host/state/hash_bytes.h"
 #include "host/state/schema.h"
 
 namespace host {
@@ -108,7 +108,7 @@ platform::OptionalError StateStore::open(const std::string& directory, const std
     fs::create_directories(directory, failed);
     if (failed)
         return unusable(directory, failed.message());
-    const std::string name = hexOfContentHash(contentHashOfText(folder));
+    const std::string name = common::hexText(contentHashOfText(folder));
     _impl->path = directory + "/" + name + ".sqlite";
     if (auto error = _impl->takeLock(folder))
         return error;

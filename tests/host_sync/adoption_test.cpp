@@ -17,7 +17,7 @@ DeviceTrack deviceTrack(std::int64_t syncId, const std::string& path) {
     track.title = path;
     track.mediaType = 8;
     track.size = 1000;
-    track.contentHash = ContentHash{7, static_cast<std::uint64_t>(syncId)};
+    track.contentHash = ContentHash{7, static_cast<std::uint8_t>(syncId)};
     track.hostPath = path;
     track.hasFile = true;
     track.fromHost = true;

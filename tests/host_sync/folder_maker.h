@@ -25,7 +25,7 @@ inline KnownFile knownFile(std::int64_t syncId, const std::string& path,
     file.globalId = syncId + 1'000'000;
     file.media = mediaFile(path);
     file.presence = presence;
-    file.contentHash = ContentHash{1, static_cast<std::uint64_t>(syncId)};
+    file.contentHash = ContentHash{1, static_cast<std::uint8_t>(syncId)};
     return file;
 }
 

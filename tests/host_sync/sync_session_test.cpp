@@ -8,10 +8,10 @@
 #include <map>
 #include <thread>
 
+#include "host/scan/content_hash.h"
 #include "host/session/link_error.h"
 #include "host/session/session_stream.h"
 #include "host/session/upload_file.h"
-#include "host/state/hash_bytes.h"
 #include "tests/host_sync/fake_device.h"
 #include "tests/host_sync/folder_maker.h"
 #include "tests/support/temporary_directory.h"
