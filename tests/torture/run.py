@@ -3,6 +3,8 @@
 
 kills: SIGKILL of host or daemon at random moments of a sync; the next run must bring the device to the
        state of an undisturbed one, with nothing lost, doubled or left in staging.
+names: a host that puts hostile text into every field of every message and record; nothing outside the
+       device directory changes.
 disks: a device on a disk of every size from too small to just enough; nothing half-done is listed, the
        daemon answers, and after the disk has grown the next run completes.
 """
@@ -102,6 +104,17 @@ def kills(build, scratch, rng, wanted, files):
           "same final state, 0 lost, 0 doubled, 0 left in staging")
 
 
+def names(build, seed, wanted):
+    """The same in the programs' own language; here it only gets more names than in a test run."""
+    done = subprocess.run([os.path.join(build, "bin", "daemon_process_tests"), "--gtest_filter=HostileNames.*"],
+                          env=dict(os.environ, ORLITH_SEED=str(seed), ORLITH_HOSTILE_NAMES=str(wanted)),
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    if done.returncode != 0:
+        raise Failure(f"names: {done.stdout.decode(errors='replace')[-4000:]}")
+    print(f"names: {wanted} in every field that holds text: nothing outside the device was touched, "
+          "the daemon went on")
+
+
 def disks(build, scratch, rng, wanted):
     if os.geteuid() != 0:
         print("disks: skipped, mounting needs root")
@@ -153,6 +166,7 @@ def main():
     parser.add_argument("--seed", type=int, default=None)
     parser.add_argument("--kills", type=int, default=500)
     parser.add_argument("--files", type=int, default=200)
+    parser.add_argument("--names", type=int, default=300)
     parser.add_argument("--disks", type=int, default=100)
     options = parser.parse_args()
     build = os.path.abspath(options.build)
@@ -162,6 +176,8 @@ def main():
     try:
         if options.kills:
             kills(build, scratch, random.Random(seed), options.kills, options.files)
+        if options.names:
+            names(build, seed, options.names)
         if options.disks:
             disks(build, scratch, random.Random(seed + 1), options.disks)
     except Failure as failure:

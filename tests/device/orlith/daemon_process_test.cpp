@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,55 +10,17 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <random>
 
 #include "common/qorx/writer.h"
-#include "link/start_daemon.h"
-#include "tests/device/orlith/test_host.h"
+#include "tests/device/orlith/daemon_process.h"
 
 namespace orlith::testing {
 namespace {
 
-namespace fs = std::filesystem;
-
-class DaemonProcess : public ::testing::Test {
+class WholeSyncs : public DaemonProcess {
 protected:
-    DaemonProcess() {
-        std::string name = fs::temp_directory_path() / "orlith-daemon-XXXXXX";
-        root = ::mkdtemp(name.data());
-    }
-    ~DaemonProcess() override {
-        if (pid > 0)
-            end(SIGKILL);
-        std::error_code ignored;
-        fs::remove_all(root, ignored);
-    }
-
-    void start() {
-        link::DaemonStart settings;
-        settings.root = root;
-        settings.program = ORLITHD_PROGRAM;
-        settings.idleExit = std::chrono::seconds(0);
-        settings.timeout = std::chrono::seconds(60);
-        const platform::OptionalError error = link::startDaemon(settings);
-        ASSERT_FALSE(error) << error->description();
-        std::ifstream(root + "/var/run/orlithd.lock") >> pid;
-        ASSERT_GT(pid, 0);
-        stub = connectTo(root);
-    }
-    // The exit code, or minus the signal.
-    int end(int signal) {
-        stub.reset();
-        ::kill(pid, signal);
-        int status = 0;
-        while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-        }
-        pid = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-    }
-
     static std::string bytesOf(int track) {
         std::string bytes(300000 + static_cast<std::size_t>(track), '\0');
         std::mt19937 random(static_cast<unsigned>(track));
@@ -136,28 +97,6 @@ protected:
     }
     static bool never(int) { return false; }
 
-    std::map<std::int64_t, link::TrackRow> tracks() {
-        grpc::ClientContext context;
-        const auto reader = stub->ListTracks(&context, link::ListRequest());
-        std::map<std::int64_t, link::TrackRow> rows;
-        link::TrackBatch batch;
-        while (reader->Read(&batch))
-            for (const link::TrackRow& row : batch.tracks())
-                rows[row.sync_id()] = row;
-        EXPECT_TRUE(reader->Finish().ok());
-        return rows;
-    }
-    std::string read(const std::string& devicePath) {
-        std::ifstream file(root + devicePath, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), {});
-    }
-    std::size_t filesBelow(const std::string& devicePath) {
-        std::size_t count = 0;
-        if (fs::exists(root + devicePath))
-            for (const auto& entry : fs::recursive_directory_iterator(root + devicePath))
-                count += entry.is_regular_file();
-        return count;
-    }
     // Every track has its own file, whole, and nothing else lies about.
     void expectComplete(int count) {
         const auto rows = tracks();
@@ -167,13 +106,9 @@ protected:
                 << syncID << " " << row.path();
         EXPECT_EQ(filesBelow("/var/mobile/Media/Stagehold"), 0u);
     }
-
-    std::string root;
-    pid_t pid = -1;
-    std::unique_ptr<link::Device::Stub> stub;
 };
 
-TEST_F(DaemonProcess, AWholeSyncIsThereAfterARestart) {
+TEST_F(WholeSyncs, AWholeSyncIsThereAfterARestart) {
     start();
     EXPECT_EQ(runSession(3, never).size(), 3u);
     expectComplete(3);
@@ -184,7 +119,7 @@ TEST_F(DaemonProcess, AWholeSyncIsThereAfterARestart) {
     EXPECT_EQ(filesBelow("/var/mobile/Media/Tessel_Control/Music"), 3u);
 }
 
-TEST_F(DaemonProcess, KilledAfterAnyStepTheNextSyncCompletesAndSendsNothingTwice) {
+TEST_F(WholeSyncs, KilledAfterAnyStepTheNextSyncCompletesAndSendsNothingTwice) {
     constexpr int Steps = 5 + 2 * 3 + 1;
     for (int killAt = 0; killAt < Steps; ++killAt) {
         SCOPED_TRACE(killAt);
@@ -205,7 +140,7 @@ TEST_F(DaemonProcess, KilledAfterAnyStepTheNextSyncCompletesAndSendsNothingTwice
     }
 }
 
-TEST_F(DaemonProcess, KilledAtAnyMomentNothingAcknowledgedIsLost) {
+TEST_F(WholeSyncs, KilledAtAnyMomentNothingAcknowledgedIsLost) {
     const unsigned seed = std::random_device{}();
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
@@ -251,7 +186,7 @@ TEST_F(DaemonProcess, KilledAtAnyMomentNothingAcknowledgedIsLost) {
     }
 }
 
-TEST_F(DaemonProcess, AResetSyncSendsEverythingAgainAndAFailedOneNothing) {
+TEST_F(WholeSyncs, AResetSyncSendsEverythingAgainAndAFailedOneNothing) {
     start();
     runSession(3, never);
     const auto before = tracks();
@@ -273,7 +208,7 @@ TEST_F(DaemonProcess, AResetSyncSendsEverythingAgainAndAFailedOneNothing) {
     EXPECT_EQ(filesBelow("/var/mobile/Media/Tessel_Control/Music"), 3u);
 }
 
-TEST_F(DaemonProcess, ADamagedLibraryIsSetAsideAndFilledAgain) {
+TEST_F(WholeSyncs, ADamagedLibraryIsSetAsideAndFilledAgain) {
     start();
     runSession(3, never);
     end(SIGKILL);
@@ -295,7 +230,7 @@ TEST_F(DaemonProcess, ADamagedLibraryIsSetAsideAndFilledAgain) {
     expectComplete(3);
 }
 
-TEST_F(DaemonProcess, TheOwnersEditsAreSavedForTheHost) {
+TEST_F(WholeSyncs, TheOwnersEditsAreSavedForTheHost) {
     start();
     runSession(2, never);
     link::RateRequest rate;
@@ -322,7 +257,7 @@ TEST_F(DaemonProcess, TheOwnersEditsAreSavedForTheHost) {
     EXPECT_NE(saved.find("Title 2"), std::string::npos);
 }
 
-TEST_F(DaemonProcess, AFullDeviceTellsSoKeepsItsTracksAndGoesOn) {
+TEST_F(WholeSyncs, AFullDeviceTellsSoKeepsItsTracksAndGoesOn) {
     if (::geteuid() != 0 || ::mount("none", root.c_str(), "tmpfs", 0, "size=6m") != 0)
         GTEST_SKIP() << "a small file system can only be mounted by root";
     struct Unmount {
