@@ -37,15 +37,21 @@ ExitCode ask(const CommonOptions& common, const Output& output,
 ExitCode runListTracks(const CommonOptions& common) {
     const Output output(common.json);
     std::vector<link::TrackRow> rows;
+    std::size_t count = 0;
     const ExitCode code = ask(common, output, [&](DeviceConnection& device) {
         return device.listTracks([&](const link::TrackRow& row) {
+            ++count;
             if (common.json)
                 output.object(jsonOf(row));
             else
                 rows.push_back(row);
         });
     });
-    if (code == ExitCode::Done && !common.json)
+    if (code != ExitCode::Done)
+        return code;
+    if (common.json)
+        output.object({{"type", "summary"}, {"tracks", count}});
+    else
         for (const std::string& line : trackTable(rows))
             output.line(line);
     return code;
@@ -73,7 +79,9 @@ ExitCode runListPlaylists(const CommonOptions& common) {
                                     displayText(playlist.name()),
                                     playlist.smart() ? "  (smart)" : ""));
     }
-    if (!common.json && playlists.empty())
+    if (common.json)
+        output.object({{"type", "summary"}, {"playlists", playlists.size()}});
+    else if (playlists.empty())
         output.line("no playlists");
     return code;
 }

@@ -49,8 +49,10 @@ public:
                 show(numbers);
             // A total of 0 that was posted is the end of a sync, however short it was.
             if (posted && numbers.total == 0)
-                return;
+                break;
         }
+        if (_output.isJson())
+            _output.object({{"type", "summary"}, {"files", _most}});
     }
 
 private:
@@ -58,6 +60,7 @@ private:
 
     void show(const Numbers& numbers) {
         _shown = numbers;
+        _most = std::max(_most, numbers.total);
         if (_output.isJson())
             return _output.object(
                 {{"type", "progress"}, {"total", numbers.total}, {"current", numbers.current}});
@@ -73,6 +76,7 @@ private:
     const NotificationTable::Token _current;
     const Output& _output;
     Numbers _shown;
+    std::uint64_t _most = 0;  // the largest total seen
 };
 
 }  // namespace

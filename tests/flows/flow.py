@@ -60,11 +60,14 @@ class Flow(unittest.TestCase):
         return [line for line in lines if line["type"] == kind]
 
     def tracks(self):
-        return self.device.lines("list", "--json")
+        lines = self.device.lines("list", "--json")
+        self.assertEqual(lines[-1], {"type": "summary", "tracks": len(lines) - 1})
+        return lines[:-1]
 
     def playlists(self):
-        return {p["name"]: p for p in self.device.lines("list", "--playlists", "--json")
-                if not p["smart"]}
+        lines = self.device.lines("list", "--playlists", "--json")
+        self.assertEqual(lines[-1], {"type": "summary", "playlists": len(lines) - 1})
+        return {p["name"]: p for p in lines[:-1] if not p["smart"]}
 
     def titles(self):
         return sorted(t["title"] for t in self.tracks())

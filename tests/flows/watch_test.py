@@ -1,5 +1,6 @@
 """Following a sync from another process."""
 
+import json
 import os
 import signal
 import subprocess
@@ -23,8 +24,9 @@ class Watch(Flow):
             if watcher.poll() is None:
                 watcher.send_signal(signal.SIGINT)
             watcher.communicate(timeout=30)
-        text = b"".join(seen).decode()
-        self.assertIn("20", text)
+        lines = [json.loads(line) for line in seen]
+        self.assertEqual(lines[-1], {"type": "summary", "files": 20})
+        self.assertEqual({line["type"] for line in lines[:-1]}, {"progress"})
 
 
 if __name__ == "__main__":
