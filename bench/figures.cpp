@@ -152,10 +152,10 @@ void printTable() {
     fmt::print("\n{:32} {:26} {:>8} {:>9} {:>9} {:>6} {:>6} {:>6} {:>6}\n", "what", "against",
                "tracks", "us/item", "peer us", "ratio", "limit", "MiB", "peer");
     for (const Line& line : lines())
-        fmt::print("{:32} {:26} {:8} {:9.2f} {:9.2f} {:6.2f} {:6.2f} {:6.0f} {:6.0f}{}\n",
-                   line.what, line.against, line.tracks, line.ourTime, line.peerTime, line.ratio,
-                   line.limit, line.peakMiB, line.peerPeakMiB,
-                   line.ratio <= line.limit ? "" : "  over");
+        fmt::print("{:32} {:26} {:8} {:9.2f} {:9.2f} {:6.2f} {:>6} {:6.0f} {:6.0f}{}\n", line.what,
+                   line.against, line.tracks, line.ourTime, line.peerTime, line.ratio,
+                   line.limit > 0 ? fmt::format("{:.2f}", line.limit) : "-", line.peakMiB,
+                   line.peerPeakMiB, line.limit > 0 && line.ratio > line.limit ? "  over" : "");
 }
 
 }  // namespace bench

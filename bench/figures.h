@@ -31,7 +31,7 @@ struct Figure {
     std::string against;
     std::int64_t tracks = 0;  // in the library
     std::int64_t items = 0;   // that one round works on
-    double limit = 0;
+    double limit = 0;         // of the ratio; 0: only told
     Clock clock = Clock::Processor;
     std::vector<Cost> ours{};
     std::vector<Cost> peers{};
