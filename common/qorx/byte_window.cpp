@@ -35,6 +35,11 @@ std::uint64_t ByteWindow::checksumOfConsumed() {
     return XXH3_64bits_digest(_hash.get());
 }
 
+void ByteWindow::restartChecksum() {
+    XXH3_64bits_reset(_hash.get());
+    _hashed = _begin;
+}
+
 bool ByteWindow::fill(std::size_t size) {
     if (_atEnd || _error) {
         return false;

@@ -28,8 +28,10 @@ public:
     void consume(std::size_t size) { _begin += size; }
     // Bytes consumed since the start.
     std::uint64_t position() const { return _dropped + _begin; }
-    // XXH3-64 of all consumed bytes.
+    // XXH3-64 of the bytes consumed since the start, or since restartChecksum.
     std::uint64_t checksumOfConsumed();
+    // From here on the checksum is that of the bytes to come.
+    void restartChecksum();
     const platform::OptionalError& error() const { return _error; }
 
 private:

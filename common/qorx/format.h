@@ -15,7 +15,7 @@ inline constexpr std::size_t QorxPrologueSize = 5;
 inline constexpr std::size_t QorxChecksumSize = 8;
 // A record's longest form, without its length.
 inline constexpr std::uint32_t QorxRecordLimit = 16u << 20;
-// Most elements (playlist items, play statistics) of one record.
+// Most elements (playlist items, play statistics, field changes) of one record.
 inline constexpr std::size_t QorxElementLimit = 1'000'000;
 
 inline constexpr std::string_view QorxErrorDomain = "QORXErrorDomain";

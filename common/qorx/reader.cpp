@@ -41,6 +41,7 @@ struct QorxReader::State {
     qorx::End counts;
     qorx::Record::KindCase handedOut = qorx::Record::KIND_NOT_SET;  // not set: every kind
     std::uint64_t records = 0;
+    bool othersMayFollow = false;
     bool finished = false;
     OptionalError error;
 
@@ -50,7 +51,11 @@ struct QorxReader::State {
         }
         finished = true;
     }
-    void damaged(std::string_view text) { fail(Error(QorxErrorDomain, QorxErrorDamaged, text)); }
+    // What is wrong, and how far reading had come.
+    void failHere(QorxErrorCode code, std::string_view text) {
+        fail(Error(QorxErrorDomain, code, fmt::format("{} (byte {})", text, window.position())));
+    }
+    void damaged(std::string_view text) { failHere(QorxErrorDamaged, text); }
 
     // At least `size` bytes in the window, or the failure recorded.
     bool need(std::size_t size) {
@@ -60,7 +65,7 @@ struct QorxReader::State {
         if (window.error()) {
             fail(*window.error());
         } else {
-            damaged(fmt::format("the stream ends at byte {}, inside a record", window.position()));
+            damaged("the stream ends inside a record");
         }
         return false;
     }
@@ -104,7 +109,7 @@ struct QorxReader::State {
                 return true;
             }
         }
-        fail(Error(QorxErrorDomain, QorxErrorTooLarge, "a record is longer than 16 MiB"));
+        failHere(QorxErrorTooLarge, "a record is longer than 16 MiB");
         return false;
     }
 
@@ -139,7 +144,7 @@ struct QorxReader::State {
             auto* record = google::protobuf::Arena::CreateMessage<qorx::Record>(&arena);
             if (!hasBoundedShape(*bytes) ||
                 !record->ParseFromArray(bytes->data(), static_cast<int>(bytes->size()))) {
-                damaged(fmt::format("the record at byte {} cannot be read", window.position()));
+                damaged("a record cannot be read");
                 return nullptr;
             }
             window.consume(bytes->size());
@@ -155,7 +160,7 @@ struct QorxReader::State {
             return std::nullopt;
         }
         if (length > QorxRecordLimit) {
-            fail(Error(QorxErrorDomain, QorxErrorTooLarge, "a record is longer than 16 MiB"));
+            failHere(QorxErrorTooLarge, "a record is longer than 16 MiB");
             return std::nullopt;
         }
         if (++records > limits.records) {
@@ -201,15 +206,31 @@ struct QorxReader::State {
             damaged("the checksum is wrong");
             return;
         }
-        if (window.ensure(1)) {
+        finished = true;
+        if (!othersMayFollow && bytesFollow() && !error) {
             damaged("something follows the end of the stream");
-            return;
         }
+    }
+
+    // Whether the source has more; a failure of it is kept.
+    bool bytesFollow() {
+        const bool more = window.ensure(1);
         if (window.error()) {
             fail(*window.error());
-            return;
         }
-        finished = true;
+        return more;
+    }
+
+    bool beginNext() {
+        if (error || !finished || !bytesFollow()) {
+            return false;
+        }
+        window.restartChecksum();
+        header = nullptr;
+        headerArena.Reset();
+        counts.Clear();
+        finished = false;
+        return true;
     }
 
     // Whether the record is one to hand out.
@@ -257,6 +278,18 @@ const qorx::Record* QorxReader::next(google::protobuf::Arena& arena) {
 
 void QorxReader::handOutOnly(qorx::Record::KindCase kind) {
     _state->handedOut = kind;
+}
+
+void QorxReader::letOthersFollow() {
+    _state->othersMayFollow = true;
+}
+
+bool QorxReader::beginNext() {
+    return _state->beginNext();
+}
+
+std::uint64_t QorxReader::position() const {
+    return _state->window.position();
 }
 
 const OptionalError& QorxReader::error() const {

@@ -48,9 +48,16 @@ public:
     // From here on only records of this kind are handed out; the others are counted and passed over
     // unread.
     void handOutOnly(qorx::Record::KindCase kind);
+    // From here on another stream may follow the end of this one.
+    void letOthersFollow();
+    // Once next() has reached the end: whether another stream follows, which is then the one that
+    // is read, its header and counts included. The limits hold for all of them together.
+    bool beginNext();
+    // How many bytes have been read; after the end of a stream, where it ends.
+    std::uint64_t position() const;
     // The header, read if it has not been yet; null on failure.
     const qorx::Header* header();
-    // Why reading ended before the end; absent at the end.
+    // Why reading ended before the end, with the byte where that was; absent at the end.
     const platform::OptionalError& error() const;
     // Of the records read so far.
     const qorx::End& counts() const;

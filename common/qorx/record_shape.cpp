@@ -77,8 +77,9 @@ private:
     bool isElement(int field) const {
         switch (_kind) {
             case qorx::Record::kTrack:
-                return field >= qorx::Track::kStoreFieldNumber &&
-                       field <= qorx::Track::kBookmarkFieldNumber;
+                return (field >= qorx::Track::kStoreFieldNumber &&
+                        field <= qorx::Track::kBookmarkFieldNumber) ||
+                       field == qorx::Track::kFieldChangesFieldNumber;
             case qorx::Record::kPlaylist:
                 return field == qorx::Playlist::kItemsFieldNumber;
             default:

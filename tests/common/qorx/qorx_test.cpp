@@ -82,6 +82,37 @@ TEST(Qorx, AStreamWithAnyByteChangedIsRefused) {
     }
 }
 
+TEST(Qorx, StreamsThatMayFollowEachOtherAreReadOneByOne) {
+    const Bytes one = sample();
+    Bytes both = one;
+    both.insert(both.end(), one.begin(), one.end());
+    for (const std::size_t piece : {1u, 100'000u}) {
+        QorxReader reader(from(both, piece));
+        reader.letOthersFollow();
+        EXPECT_FALSE(reader.beginNext()) << "not at the end yet";
+        EXPECT_EQ(readAll(reader).records.size(), 4u);
+        EXPECT_EQ(reader.position(), one.size());
+        ASSERT_TRUE(reader.beginNext());
+        EXPECT_EQ(reader.header()->exporter_uid(), "host-1");
+        EXPECT_EQ(readAll(reader).records.size(), 4u);
+        EXPECT_EQ(reader.counts().tracks(), 2u);
+        EXPECT_FALSE(reader.beginNext());
+        EXPECT_FALSE(reader.error());
+    }
+}
+
+TEST(Qorx, AStreamThatFollowsIsCheckedLikeTheFirst) {
+    Bytes both = sample();
+    const Bytes second = sample();
+    both.insert(both.end(), second.begin(), second.end());
+    both.back() ^= 1;
+    QorxReader reader(both);
+    reader.letOthersFollow();
+    EXPECT_FALSE(readAll(reader).error);
+    ASSERT_TRUE(reader.beginNext());
+    EXPECT_THAT(textOf(readAll(reader).error), testing::HasSubstr("checksum"));
+}
+
 TEST(Qorx, NothingMayFollowTheChecksum) {
     Bytes bytes = sample();
     bytes.push_back(0);
