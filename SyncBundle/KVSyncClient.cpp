@@ -102,22 +102,17 @@ bool KVSyncClient::respondsTo(ORClientOperation operation) const {
     }
 }
 
-bool KVSyncClient::respondsTo(ORSyncClientOperation operation) const {
-    switch (operation) {
-        case ORSyncClientOperation::setDelegate:
-        case ORSyncClientOperation::syncSessionCompleted:
-            return true;
-        default:
-            return false;
-    }
+// All of them are required.
+bool KVSyncClient::respondsTo(ORSyncClientOperation) const {
+    return true;
 }
 
 bool KVSyncClient::respondsTo(ORAssetClientOperation) const {
-    return false;
+    return true;
 }
 
-bool KVSyncClient::respondsTo(VDDownloadManagerObserverOperation) const {
-    return false;
+bool KVSyncClient::respondsTo(VDDownloadManagerObserverOperation operation) const {
+    return operation == VDDownloadManagerObserverOperation::downloadStatesDidChange;
 }
 
 void KVSyncClient::setDelegate(std::shared_ptr<ORSyncClientDelegate> delegate) {

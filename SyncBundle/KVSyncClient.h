@@ -3,9 +3,10 @@
 // below name the file that defines the operations under them.
 //
 // Threads: the daemon serialises the operations of a session; cancelSyncOperations, setDelegate,
-// the library's notifications and the download manager's calls come at any time. Each variable says
-// what protects it.
-// Exceptions: none of its own; those of the platform's services pass through to the daemon.
+// getDataForAsset, the library's notifications and the download manager's calls come at any time.
+// Each variable says what protects it.
+// Exceptions: of its own those that the protocols name; those of the platform's services pass
+// through to the daemon.
 #pragma once
 
 #include <cstdint>
@@ -17,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "SyncBundle/change_sync/guarded_streams.h"
 #include "SyncBundle/guarded_reference.h"
 #include "platform/media_library.h"
 #include "platform/operating_system.h"
@@ -112,6 +114,73 @@ public:
     // _processKenningConfigPlist:
     void _processKenningConfigPlist(const platform::Value& configPlist) override;
 
+    // ---- SyncBundle/change_sync/revision_state.cpp ----
+
+    // syncDataClass  Always "Media".
+    std::string syncDataClass() override;
+    // currentRevision
+    std::int64_t currentRevision() override;
+    // revisionVersionToken
+    platform::Value revisionVersionToken() override;
+    // resetSyncDataWithCompletion:  Called back before it returns.
+    void resetSyncDataWithCompletion(const ErrorHandler& completionHandler) override;
+
+    // ---- SyncBundle/change_sync/change_export.cpp ----
+
+    // getChangesForSyncType:endpointType:afterRevision:upToRevision:withSyncParams:intoOutputStream:
+    //     withStartHandler:withProgressHandler:withCompletionHandler:
+    // Returns after the start handler, possibly before the export is complete.
+    void getChangesForSyncType(std::uint32_t syncType, std::uint32_t endpointType,
+                               std::int64_t afterRevision, std::int64_t upToRevision,
+                               const platform::Dictionary& syncParams,
+                               std::shared_ptr<platform::OutputStream> outputStream,
+                               const StartHandler& startHandler,
+                               const ProgressHandler& progressHandler,
+                               const ErrorHandler& completionHandler) override;
+
+    // ---- SyncBundle/change_sync/change_import.cpp ----
+
+    // applyChangesForSyncType:endpointType:fromStream:withSyncParams:withProgressHandler:
+    //     withCompletionHandler:
+    // Returns once the read has started.
+    void applyChangesForSyncType(std::uint32_t syncType, std::uint32_t endpointType,
+                                 std::shared_ptr<platform::InputStream> stream,
+                                 const platform::Dictionary& syncParams,
+                                 const ProgressHandler& progressHandler,
+                                 const ApplyHandler& completionHandler) override;
+
+    // ---- SyncBundle/asset_sync/asset_gathering.cpp ----
+
+    // assetDataClass
+    std::string assetDataClass() override;
+    // assetsToSyncWithCompletion:  Called back before it returns, never with an error.
+    void assetsToSyncWithCompletion(const AssetsHandler& completion) override;
+
+    // ---- SyncBundle/asset_sync/asset_data.cpp ----
+
+    // getDataForAsset:withCompletion:  From any thread. No answer comes to an asset of no known
+    // kind, to a request that a newer one for the same asset replaced, and for a track whose
+    // download ended in a file name without a file.
+    void getDataForAsset(std::shared_ptr<ORAsset> asset, DataHandler completion) override;
+
+    // ---- SyncBundle/asset_sync/completed_assets.cpp ----
+
+    // assetSync:didCompleteWithError:  std::logic_error for an asset of no known kind.
+    void assetSyncDidCompleteWithError(const std::shared_ptr<ORAsset>& asset,
+                                       const platform::OptionalError& error) override;
+    // assetSync:didUpdateProgress:  Nothing happens.
+    void assetSyncDidUpdateProgress(const std::shared_ptr<ORAsset>& asset,
+                                    double progress) override;
+    // assetSyncDidComplete
+    void assetSyncDidComplete() override;
+
+    // ---- SyncBundle/asset_sync/download_observation.cpp ----
+
+    // downloadManager:downloadStatesDidChange:  Returns at once.
+    void downloadManagerDownloadStatesDidChange(
+        VDDownloadManager& manager,
+        const std::vector<std::shared_ptr<VDDownload>>& downloads) override;
+
 private:
     // Reads and replaces the variables below in tests.
     friend class KVSyncClientInspector;
@@ -184,6 +253,8 @@ private:
     void fileMedia(ORAsset& asset, KV3Track& track, std::int64_t syncID);
     void fileArtwork(ORAsset& asset, KV3Track& track);
     void fileKenningData(ORAsset& asset, KV3Track& track);
+    // Takes the cloud location off a track that has one, before it gets another.
+    void unlinkFromCloud(KV3Track& track);
 
     // ---- SyncBundle/asset_transfer/artwork_ingestion.cpp ----
 
@@ -192,6 +263,86 @@ private:
                                    const std::optional<std::string>& artworkToken,
                                    std::int64_t artworkType, std::uint32_t mediaType,
                                    std::int64_t sourceType);
+
+    // ---- SyncBundle/change_sync/change_export.cpp ----
+
+    platform::Dictionary exportParams(std::uint32_t endpointType, std::size_t playlistDataLength,
+                                      std::uint64_t itemCount) const;
+    // The continuation runs on the stream writer's thread, whatever became of the bytes.
+    void writePlaylistData(platform::Data playlistData,
+                           const std::shared_ptr<platform::OutputStream>& outputStream,
+                           const platform::Job& continuation);
+    // _exportTrackChangesForSyncType:endpointType:afterRevision:upToRevision:withSyncParams:
+    //     intoOutputStream:withProgressHandler:withCompletionHandler:
+    // The second stage of an export; it reports no progress.
+    void _exportTrackChangesForSyncType(std::uint32_t syncType, std::uint32_t endpointType,
+                                        std::int64_t afterRevision, std::int64_t upToRevision,
+                                        const platform::Dictionary& syncParams,
+                                        const std::shared_ptr<platform::OutputStream>& outputStream,
+                                        const ProgressHandler& progressHandler,
+                                        const ErrorHandler& completionHandler);
+
+    // ---- SyncBundle/change_sync/change_import.cpp ----
+
+    struct ChangeImport;
+    void importReadData(const std::shared_ptr<ChangeImport>& import, platform::Data data,
+                        const platform::OptionalError& error);
+    void importSections(const std::shared_ptr<ChangeImport>& import);
+    void finishImport(const ChangeImport& import, const platform::OptionalError& error);
+
+    // ---- SyncBundle/asset_sync/asset_gathering.cpp ----
+
+    using Assets = std::vector<std::shared_ptr<ORAsset>>;
+    // _tracksToSyncPredicate  The tracks whose files are wanted.
+    static KV3Predicate _tracksToSyncPredicate();
+    // _trackAssetsToSync
+    Assets _trackAssetsToSync();
+    // _artworkAssetsToSync
+    Assets _artworkAssetsToSync();
+    // _kenningAssetsToSync  Always empty.
+    Assets _kenningAssetsToSync();
+    // _maxArtworkSizeForMediaType:  In pixels; 0 x 0 when no size is made of itself.
+    static KV3ArtworkSize _maxArtworkSizeForMediaType(std::uint32_t mediaType);
+    // _artworkSizeVariantForMediaType:  Width and height in pixels, or null.
+    static platform::Value _artworkSizeVariantForMediaType(std::uint32_t mediaType);
+    // Filled on first use and kept as long as the process.
+    struct ArtworkSizeVariants {
+        std::mutex mutex;
+        // Guarded by mutex; absent until filled.
+        std::optional<std::map<std::uint32_t, platform::Value>> byMediaType;
+    };
+    // Shared by all clients of the process.
+    static ArtworkSizeVariants artworkSizeVariants;
+
+    // ---- SyncBundle/asset_sync/asset_data.cpp ----
+
+    // All on _queue.
+    void provideData(const std::shared_ptr<ORAsset>& asset, const DataHandler& completion);
+    // getDataForTrackAsset:withCompletion:
+    void getDataForTrackAsset(const std::shared_ptr<ORAsset>& asset, const DataHandler& completion);
+    // getDataForArtworkAsset:withCompletion:
+    void getDataForArtworkAsset(const std::shared_ptr<ORAsset>& asset,
+                                const DataHandler& completion);
+    // getDataForKenningAsset:withCompletion:  Such data is never given away.
+    void getDataForKenningAsset(const std::shared_ptr<ORAsset>& asset,
+                                const DataHandler& completion);
+
+    // ---- SyncBundle/asset_sync/completed_assets.cpp ----
+
+    // _processCompletedTrackAsset:
+    void _processCompletedTrackAsset(ORAsset& asset);
+    // _processCompletedArtworkAsset:
+    void _processCompletedArtworkAsset(ORAsset& asset);
+    // _processCompletedKenningAsset:  Such data is dropped.
+    void _processCompletedKenningAsset(ORAsset& asset);
+    // False when a chapter's picture could not be taken in; the rest is left then.
+    bool processChapterArtwork(const platform::Value& chapterData, std::uint32_t mediaType);
+    void processCoverArtwork(ORAsset& asset, KV3Track& track, std::uint32_t mediaType);
+
+    // ---- SyncBundle/asset_sync/download_observation.cpp ----
+
+    // On _queue.
+    void downloadStateDidChange(VDDownload& download);
 
     // ---- SyncBundle/asset_sync/adjust_request_queue.cpp ----
 
@@ -222,8 +373,9 @@ private:
     std::uint64_t _currentAssetNumber = 0;
     // When the current asset number was last posted (wall clock). The session.
     std::optional<platform::Date> _lastAssetNumberPostDate;
-    // The change streams in use. The session.
-    std::vector<std::shared_ptr<void>> _streams;
+    // The stream writers and readers of change sync that are at work. Put here on the daemon's
+    // threads, taken off on the streams' own; guards itself.
+    GuardedStreams _streams;
     // The process's own, not owned. Set once in init; itself callable from any thread.
     platform::NotificationCenter* _notificationCenter = nullptr;
     // Told about library changes on whatever thread made them; guards itself.
@@ -231,7 +383,8 @@ private:
     // Serialises the request table, its timer and the start and stop of observation. Set once in
     // init; itself callable from any thread.
     std::shared_ptr<platform::WorkQueue> _queue;
-    // Device-pulled asset requests, by asset identifier. On _queue.
+    // Device-pulled asset requests, by asset identifier; a newer one takes the place of an older
+    // one. On _queue.
     std::map<std::string, std::shared_ptr<KVSyncAssetRequest>, std::less<>> _requestsByIdentifier;
     // Fires when the oldest request is due. On _queue once init has made it.
     std::shared_ptr<platform::TimerSource> _requestTimer;

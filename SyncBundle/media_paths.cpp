@@ -12,3 +12,9 @@ std::string KVPathByAppendingComponent(std::string_view directory, std::string_v
         path.append("/").append(component);
     return path;
 }
+
+std::string KVLastPathComponent(std::string_view path) {
+    while (path.ends_with('/'))
+        path.remove_suffix(1);
+    return std::string(path.substr(path.rfind('/') + 1));
+}

@@ -18,3 +18,5 @@ inline constexpr std::string_view KVStageholdTemporaryDirectory =
 
 // The two with exactly one slash between them, and none at the end.
 std::string KVPathByAppendingComponent(std::string_view directory, std::string_view component);
+// The file's name, without slashes; "" for a path of none.
+std::string KVLastPathComponent(std::string_view path);

@@ -39,9 +39,29 @@ std::string KVAssetTypeForMediaType(std::uint32_t mediaType) {
     return "Music";
 }
 
+std::shared_ptr<KV3Track> KVTrackWithSyncID(const std::shared_ptr<KV3Korvane>& library,
+                                            std::int64_t syncID) {
+    return KV3Track::anyInLibrary(
+        library,
+        KV3ComparisonPredicate::predicateWithPropertyEqualToInt64(KV3TrackPropertySyncID, syncID));
+}
+
 bool KVStoreValues::anyPresent() const {
     return !accountID.isNull() || !itemID.isNull() || !flavor.isNull() || !matchedStatus.isNull() ||
            !redownloadedStatus.isNull() || !veskaID.isNull() || !podcastExternalGUID.isNull();
+}
+
+KVStoreValues KVStoreValuesFromRow(KV3TrackRow row, std::size_t firstColumn) {
+    const KV3TrackRow columns = row.subspan(firstColumn);
+    KVStoreValues values;
+    values.podcastExternalGUID = columns[0];
+    values.accountID = columns[1];
+    values.itemID = columns[2];
+    values.flavor = columns[3];
+    values.matchedStatus = columns[4];
+    values.redownloadedStatus = columns[5];
+    values.veskaID = columns[6];
+    return values;
 }
 
 std::shared_ptr<ORStoreInfo> KVStoreInfoFromValues(const KVStoreValues& values,

@@ -46,4 +46,21 @@ void runBare(sqlite3_stmt* statement) {
     sqlite3_reset(statement);
 }
 
+std::int64_t readBare(sqlite3_stmt* rows) {
+    std::int64_t sum = 0;
+    const int columns = sqlite3_column_count(rows);
+    while (sqlite3_step(rows) == SQLITE_ROW)
+        for (int column = 0; column < columns; ++column)
+            switch (sqlite3_column_type(rows, column)) {
+                case SQLITE_INTEGER:
+                    sum += sqlite3_column_int64(rows, column);
+                    break;
+                case SQLITE_TEXT:
+                    sum += *sqlite3_column_text(rows, column) + sqlite3_column_bytes(rows, column);
+                    break;
+            }
+    sqlite3_reset(rows);
+    return sum;
+}
+
 }  // namespace bench

@@ -5,6 +5,7 @@
 
 #include <sqlite3.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -22,5 +23,8 @@ void executeBare(sqlite3* connection, const std::string& sql);
 BareStatement prepareBare(sqlite3* connection, const std::string& sql);
 // The statement to its end, and ready again.
 void runBare(sqlite3_stmt* statement);
+// Reads every column of every row, as what it is, and makes the statement ready again. A sum that
+// keeps the reading from being left out.
+std::int64_t readBare(sqlite3_stmt* rows);
 
 }  // namespace bench

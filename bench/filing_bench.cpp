@@ -111,7 +111,7 @@ void fileReceived(benchmark::State& state, std::int64_t tracks) {
     device.setFilesPresent(false);
     BareFiler peer(device);
     const auto assets = device.client().outstandingAssetTransfersWithDownloadManager(
-        device.platform().downloadManager());
+        device.platform().downloadManager().get());
     require(assets.size() >= Rounds * FilesPerRound, "there are too few tracks");
     orlith::AssetFiler filer(device.client(), device.platform().mediaLibrary(), device.files(),
                              device.platform().syncDaemon().stagehold());

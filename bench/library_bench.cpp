@@ -29,11 +29,15 @@ int main(int argc, char** argv) {
         if (tracks <= largest) {
             bench::registerImports(tracks);
             bench::registerOutstandingLists(tracks);
+            bench::registerGathering(tracks);
             bench::registerFiling(tracks);
+            bench::registerExports(tracks);
+            bench::registerImportsOfChanges(tracks);
         }
     if (Sizes[2] <= largest) {
         bench::registerImportGrowth(Sizes[1], Sizes[2]);
         bench::registerOutstandingGrowth(Sizes[1], Sizes[2]);
+        bench::registerExportGrowth(Sizes[0], Sizes[2]);
     }
     benchmark::RunSpecifiedBenchmarks();
     bench::printTable();

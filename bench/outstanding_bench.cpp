@@ -24,24 +24,6 @@ constexpr char Statement[] =
     "(ifnull(s.veska_id, 0) = 0 AND s.sync_id <> 0) OR i.needs_restore = 1 ORDER BY "
     "i.album_artist_order, i.album_order, i.disc_number, i.track_number";
 
-// Reads every column of every row, as what it is.
-std::int64_t stepThrough(sqlite3_stmt* rows) {
-    std::int64_t sum = 0;
-    const int columns = sqlite3_column_count(rows);
-    while (sqlite3_step(rows) == SQLITE_ROW)
-        for (int column = 0; column < columns; ++column)
-            switch (sqlite3_column_type(rows, column)) {
-                case SQLITE_INTEGER:
-                    sum += sqlite3_column_int64(rows, column);
-                    break;
-                case SQLITE_TEXT:
-                    sum += *sqlite3_column_text(rows, column) + sqlite3_column_bytes(rows, column);
-                    break;
-            }
-    sqlite3_reset(rows);
-    return sum;
-}
-
 void listTransfers(benchmark::State& state, std::int64_t tracks, Figure figure,
                    bool filesArePresent) {
     Device& device = Device::filled(tracks);
@@ -57,11 +39,11 @@ void listTransfers(benchmark::State& state, std::int64_t tracks, Figure figure,
                 return costOf([&] {
                     listed = device.client()
                                  .outstandingAssetTransfersWithDownloadManager(
-                                     device.platform().downloadManager())
+                                     device.platform().downloadManager().get())
                                  .size();
                 });
             },
-            [&] { return costOf([&] { benchmark::DoNotOptimize(stepThrough(rows.get())); }); });
+            [&] { return costOf([&] { benchmark::DoNotOptimize(readBare(rows.get())); }); });
         if (listed != expected)
             return state.SkipWithError("not the transfers that there should be");
         state.SetIterationTime(figure.ours.back().wallSeconds);

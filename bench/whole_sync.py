@@ -1,15 +1,12 @@
 #!/usr/bin/env python3
 """Whole syncs beside their peers: rsync for moving files, mpd and beets for reading tags.
 
-Each pair runs interleaved, on the same files and the same disk; the figure is the median of the rounds,
-the ratio the median of the rounds' ratios. Peak memory is the largest resident size of any one process.
+See pairs.py for how a pair is measured.
 """
 
 import argparse
-import json
 import os
 import shutil
-import statistics
 import subprocess
 import sys
 import tempfile
@@ -19,36 +16,12 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "tests", "support", "commands"))
 import collection  # noqa: E402
 from device import Device  # noqa: E402
-
-
-def timed(command, **options):
-    """(seconds, peak KiB of the command's own processes)"""
-    before = time.monotonic()
-    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, **options)
-    errors = process.stderr.read()
-    _, status, usage = os.wait4(process.pid, 0)
-    took = time.monotonic() - before
-    if os.waitstatus_to_exitcode(status) != 0:
-        raise RuntimeError(f"{command[0]} failed: {errors.decode(errors='replace')}")
-    return took, usage.ru_maxrss
-
-
-def peak_of(pid):
-    try:
-        with open(f"/proc/{pid}/status") as file:
-            return next(int(line.split()[1]) for line in file if line.startswith("VmHWM"))
-    except (OSError, StopIteration, TypeError):
-        return 0
+from pairs import drop, peak_of, report, row, timed  # noqa: E402
 
 
 def orlith(build, media, device):
     return timed([os.path.join(build, "bin", "orlith"), "sync", media, "--device", device.root,
                   "--json"], env=device.environment)
-
-
-def drop(path):
-    shutil.rmtree(path, ignore_errors=True)
-    os.sync()
 
 
 def sync_rounds(build, scratch, rounds, files, size):
@@ -137,16 +110,6 @@ def beets_import(media, scratch):
         shutil.rmtree(home)
 
 
-def row(name, peer, pairs, limit):
-    return {"name": name, "against": peer,
-            "seconds": statistics.median(p["ours"][0] for p in pairs),
-            "peer_seconds": statistics.median(p["peer"][0] for p in pairs),
-            "ratio": statistics.median(p["ours"][0] / p["peer"][0] for p in pairs),
-            "limit": limit, "rounds": len(pairs),
-            "peak_mib": max(p["ours"][1] for p in pairs) / 1024,
-            "peer_peak_mib": max(p["peer"][1] for p in pairs) / 1024}
-
-
 def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
@@ -171,16 +134,7 @@ def main():
             rows.append(row(f"{options.files} small tagged files", name, pairs, limit))
     finally:
         shutil.rmtree(scratch, ignore_errors=True)
-    print(f"{'what':44} {'against':18} {'ours s':>8} {'peer s':>8} {'ratio':>6} {'limit':>6} "
-          f"{'MiB':>6} {'peer':>6}")
-    for r in rows:
-        verdict = "" if r["ratio"] <= r["limit"] else "  over"
-        print(f"{r['name']:44} {r['against']:18} {r['seconds']:8.3f} {r['peer_seconds']:8.3f} "
-              f"{r['ratio']:6.2f} {r['limit']:6.2f} {r['peak_mib']:6.0f} {r['peer_peak_mib']:6.0f}"
-              + verdict)
-    if options.output:
-        with open(options.output, "w") as file:
-            json.dump({"rows": rows, "cores": os.cpu_count()}, file, indent=2)
+    report(rows, options.output)
     return 0
 
 

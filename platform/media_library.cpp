@@ -38,6 +38,11 @@ std::shared_ptr<KV3TrackQuery> KV3Track::queryWithLibrary(
     return framework().trackQuery(library, predicate, orderingTerms);
 }
 
+std::shared_ptr<KV3TrackQuery> KV3Track::queryWithLibrary(
+    const std::shared_ptr<KV3Korvane>& library, const KV3Predicate& predicate) {
+    return framework().trackQuery(library, predicate, {});
+}
+
 bool KV3Track::unlinkRedownloadableAssetsFromLibrary(
     const std::shared_ptr<KV3Korvane>& library, const std::vector<std::int64_t>& persistentIDs) {
     return framework().unlinkRedownloadableAssets(library, persistentIDs);
@@ -56,6 +61,21 @@ bool KV3Container::populateDynamicContainersInLibrary(const std::shared_ptr<KV3K
 bool KV3Container::deleteAutoCreatedBuiltInSmartPlaylistsPIDs(
     const std::vector<std::int64_t>& persistentIDs, const std::shared_ptr<KV3Korvane>& library) {
     return framework().deleteAutoCreatedBuiltInSmartPlaylists(persistentIDs, library);
+}
+
+std::shared_ptr<KV3Container> KV3Container::initWithPersistentID(
+    std::int64_t persistentID, const std::shared_ptr<KV3Korvane>& library) {
+    return framework().containerWithPersistentID(persistentID, library);
+}
+
+std::shared_ptr<KV3QORXExportSession> KV3QORXExportSession::initWithLibrary(
+    const std::shared_ptr<KV3Korvane>& library,
+    const std::shared_ptr<platform::OutputStream>& outputStream) {
+    return framework().makeExportSession(library, outputStream);
+}
+
+KV3ArtworkConfiguration& KV3ArtworkConfiguration::systemConfiguration() {
+    return framework().artworkConfiguration();
 }
 
 std::string KV3ArtworkRelativePathFromToken(const std::string& token) {
@@ -77,4 +97,10 @@ std::int64_t KV3CreateIntegerUUID() {
 void KVTSChapterTOC::enumerateChapterTimesInFlattenedChapterData(
     const platform::Data& data, const std::function<void(double seconds)>& block) {
     framework().enumerateChapterTimes(data, block);
+}
+
+void KVTSChapterTOC::enumerateArtworkCacheIDsInFlattenedChapterData(
+    const platform::Data& data,
+    const std::function<void(const std::string& cacheID, bool& stop)>& block) {
+    framework().enumerateChapterArtworkCacheIDs(data, block);
 }

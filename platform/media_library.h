@@ -22,14 +22,28 @@
 
 #include "platform/errors.h"
 #include "platform/media_library_properties.h"
+#include "platform/operating_system.h"
 #include "platform/values.h"
 
 class KV3Korvane;
+
+// The row that an enumeration stands on; columns count from 0.
+class KV3QueryRow {
+public:
+    virtual ~KV3QueryRow() = default;
+    // 0 for null.
+    virtual std::int64_t int64ForColumnIndex(int column) const = 0;
+    virtual std::int32_t intForColumnIndex(int column) const = 0;
+    // Absent for null.
+    virtual std::optional<std::string_view> stringForColumnIndex(int column) const = 0;
+};
 
 // Rows of a statement, read one after another.
 class KV3QueryResult {
 public:
     virtual ~KV3QueryResult() = default;
+    // Each row once, before the call returns; a row is borrowed for its call.
+    virtual void enumerateRowsWithBlock(const std::function<void(const KV3QueryRow&)>& block) = 0;
     // 0 when there is no row or the value is null.
     virtual std::int64_t int64ValueForFirstRowAndColumn() = 0;
 };
@@ -53,10 +67,25 @@ public:
     virtual std::optional<std::string> vantorIDForDSID(std::int64_t accountID) = 0;
 };
 
+// What is tracked by revision, and the kinds of change that are asked for.
+inline constexpr std::int64_t KV3RevisionTrackingCodeTrack = 0;
+inline constexpr std::int64_t KV3RevisionTrackingCodeContainer = 1;
+inline constexpr std::int64_t KV3RevisionTypeAll = 3;
+
+// The picture of an item.
+struct KV3Artwork {
+    std::string originalFileURL;  // absolute device path of the picture as it was received
+};
+
 class KV3Korvane {
 public:
     // True commits, false rolls back.
     using TransactionBlock = std::function<bool(KV3DatabaseConnection&)>;
+    // The latest change of an entry. Kind 0: added or changed, anything else: deleted. The fourth
+    // value is the library's own. Setting `stop` ends the enumeration.
+    using RevisionBlock =
+        std::function<void(std::int64_t persistentID, std::int64_t revision,
+                           std::int64_t changeKind, std::int64_t reserved, bool& stop)>;
 
     static std::shared_ptr<KV3Korvane> sharedLibrary();
     // An absolute device path.
@@ -81,6 +110,28 @@ public:
 
     // Grows with every change that travels; never goes back.
     virtual std::int64_t currentRevision() = 0;
+    // Names the library whose revisions are meant; another one after a restore from a copy.
+    virtual platform::Value libraryUID() = 0;
+    // Entries whose latest change is after the revision; deletions that travel included.
+    virtual std::uint64_t countOfChangedPersistentIdsAfterRevision(
+        std::int64_t revision, std::int64_t revisionTrackingCode,
+        std::int64_t maximumRevisionType) = 0;
+    // The same entries, in ascending order of revision, each once. The set is fixed before the
+    // first call, so the block may use and change the library.
+    virtual void enumeratePersistentIDsAfterRevision(std::int64_t revision,
+                                                     std::int64_t revisionTrackingCode,
+                                                     std::int64_t maximumRevisionType,
+                                                     const RevisionBlock& block) = 0;
+    // ...forMediaTypes:usingBlock:  Only tracks whose media type has a bit in common with the
+    // number, or with one of the array's numbers; null: all of them.
+    virtual void enumeratePersistentIDsAfterRevisionForMediaTypes(std::int64_t revision,
+                                                                  std::int64_t revisionTrackingCode,
+                                                                  std::int64_t maximumRevisionType,
+                                                                  const platform::Value& mediaTypes,
+                                                                  const RevisionBlock& block) = 0;
+    // Takes the source off the whole library: what only it brought in leaves, without being told
+    // to others. Source 2 is change sync alone here.
+    virtual bool removeSource(std::int64_t source) = 0;
     // Writes what changed after the revision (0: everything) for the host of this session. Writes
     // no database row: both run inside a read-only transaction.
     virtual void saveTrackMetadataSinceRevision(std::int64_t revision, std::uint32_t torvelID) = 0;
@@ -111,6 +162,9 @@ public:
                                                   std::uint32_t mediaType) = 0;
 
     virtual KV3AccountCacheDatabase& accountCacheDatabase() = 0;
+    // The item's best picture, or else none; its file may be missing.
+    virtual std::optional<KV3Artwork> fetchItemArtworkForPersistentID(
+        std::int64_t persistentID) = 0;
 };
 
 // The values of one track, in the order of the properties asked for; valid inside the callback.
@@ -140,6 +194,9 @@ public:
     static std::shared_ptr<KV3TrackQuery> queryWithLibrary(
         const std::shared_ptr<KV3Korvane>& library, const KV3Predicate& predicate,
         const std::vector<KV3OrderingTerm>& orderingTerms);
+    // queryWithLibrary:predicate:  In the library's own order.
+    static std::shared_ptr<KV3TrackQuery> queryWithLibrary(
+        const std::shared_ptr<KV3Korvane>& library, const KV3Predicate& predicate);
     // unlinkRedownloadableAssetsFromLibrary:persistentIDs:  Takes the cloud location off the
     // tracks.
     static bool unlinkRedownloadableAssetsFromLibrary(
@@ -148,6 +205,8 @@ public:
     virtual ~KV3Track() = default;
     virtual std::int64_t persistentID() const = 0;
     virtual bool existsInLibrary() = 0;
+    // Of the media file, absent without one; the file may be missing.
+    virtual std::optional<std::string> absoluteFilePath() = 0;
     // As the owner's or the host's deletion: it travels to other devices. False when there is none.
     virtual bool deleteFromLibrary() = 0;
     // Null for an absent value and for a track that does not exist.
@@ -180,6 +239,47 @@ public:
     // deleteAutoCreatedBuiltInSmartPlaylistsPIDs:inLibrary:
     static bool deleteAutoCreatedBuiltInSmartPlaylistsPIDs(
         const std::vector<std::int64_t>& persistentIDs, const std::shared_ptr<KV3Korvane>& library);
+    // initWithPersistentID:inLibrary:  Never null, whether or not there is such a playlist.
+    static std::shared_ptr<KV3Container> initWithPersistentID(
+        std::int64_t persistentID, const std::shared_ptr<KV3Korvane>& library);
+
+    virtual ~KV3Container() = default;
+    // Also of one that has been deleted.
+    virtual bool isBuiltInSmartPlaylist() = 0;
+};
+
+// Writes one section of a change stream, in the encoding "QORX".
+class KV3QORXExportSession {
+public:
+    // initWithLibrary:outputStream:  Never null; both are kept until the session is released.
+    static std::shared_ptr<KV3QORXExportSession> initWithLibrary(
+        const std::shared_ptr<KV3Korvane>& library,
+        const std::shared_ptr<platform::OutputStream>& outputStream);
+
+    virtual ~KV3QORXExportSession() = default;
+    // First and last; what they cannot write fails the next operation, or the stream is not whole.
+    virtual bool begin() = 0;
+    virtual bool end() = 0;
+    // One record each. An entry that has gone meanwhile is left out and is no error.
+    virtual platform::OptionalError exportPlaylist(std::int64_t persistentID) = 0;
+    virtual platform::OptionalError exportPlaylistDeleted(std::int64_t persistentID) = 0;
+    virtual platform::OptionalError exportTrack(std::int64_t persistentID) = 0;
+    virtual platform::OptionalError exportTrackDeleted(std::int64_t persistentID) = 0;
+};
+
+struct KV3ArtworkSize {
+    double width = 0;  // pixels
+    double height = 0;
+};
+
+// The sizes in which a device shows pictures.
+class KV3ArtworkConfiguration {
+public:
+    static KV3ArtworkConfiguration& systemConfiguration();
+
+    virtual ~KV3ArtworkConfiguration() = default;
+    virtual std::vector<KV3ArtworkSize> sizesToAutogenerateForMediaType(
+        std::uint32_t mediaType, std::int64_t artworkType) = 0;
 };
 
 // Imports run one at a time in the order asked for.
@@ -229,6 +329,11 @@ struct KVTSChapterTOC {
     // nothing for data that is no table of contents.
     static void enumerateChapterTimesInFlattenedChapterData(
         const platform::Data& data, const std::function<void(double seconds)>& block);
+    // enumerateArtworkCacheIDsInFlattenedChapterData:usingBlock:  One per chapter, "" where it has
+    // no picture; setting `stop` ends the enumeration.
+    static void enumerateArtworkCacheIDsInFlattenedChapterData(
+        const platform::Data& data,
+        const std::function<void(const std::string& cacheID, bool& stop)>& block);
 };
 
 // The class operations above, as the library's owner implements them; installed in the Platform.
@@ -265,4 +370,14 @@ public:
     virtual std::int64_t createIntegerUUID() = 0;
     virtual void enumerateChapterTimes(const platform::Data& data,
                                        const std::function<void(double seconds)>& block) = 0;
+    virtual void enumerateChapterArtworkCacheIDs(
+        const platform::Data& data,
+        const std::function<void(const std::string& cacheID, bool& stop)>& block) = 0;
+
+    virtual std::shared_ptr<KV3Container> containerWithPersistentID(
+        std::int64_t persistentID, const std::shared_ptr<KV3Korvane>& library) = 0;
+    virtual std::shared_ptr<KV3QORXExportSession> makeExportSession(
+        const std::shared_ptr<KV3Korvane>& library,
+        const std::shared_ptr<platform::OutputStream>& outputStream) = 0;
+    virtual KV3ArtworkConfiguration& artworkConfiguration() = 0;
 };

@@ -52,6 +52,7 @@ enum KV3TrackProperty : std::uint16_t {
     KV3TrackPropertyStoreMatchedStatus,       // integer
     KV3TrackPropertyStoreRedownloadedStatus,  // integer
     KV3TrackPropertyStoreVeskaID,             // integer: cloud-library id
+    KV3TrackPropertyCloudArtworkToken,        // string: cover that a companion pulls
     KV3TrackPropertyCount_                    // not a property
 };
 

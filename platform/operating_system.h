@@ -13,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -71,13 +72,33 @@ struct FileAttributes {
     bool isRegularFile = false;
 };
 
-// A file opened for reading; closed when released.
+// Bytes to be read: of a file, of memory, of another device. Closed when released; used by one
+// thread at a time.
 class InputStream {
 public:
     virtual ~InputStream() = default;
     // Appends at most `count` bytes to `out`; 0 appended means the end. An error ends the stream.
     virtual OptionalError read(Data& out, std::size_t count) = 0;
     virtual std::string description() const = 0;
+};
+
+// Where bytes go: memory, a file, another device. Opened before the first write; used by one thread
+// at a time.
+class OutputStream {
+public:
+    virtual ~OutputStream() = default;
+    virtual void open() = 0;
+    virtual void close() = 0;
+    // All of the bytes, waiting as long as the far end takes; an error ends the stream.
+    virtual OptionalError write(std::span<const std::uint8_t> bytes) = 0;
+    virtual std::string description() const = 0;
+};
+
+// Keeps what is written.
+class MemoryOutputStream : public OutputStream {
+public:
+    // Everything written so far; the stream is empty afterwards.
+    virtual Data takeData() = 0;
 };
 
 // All paths are absolute device paths ("/var/mobile/Media/..."). No path leads out of the device,
@@ -112,6 +133,9 @@ public:
     virtual std::unique_ptr<InputStream> openInputStream(const std::string& path) = 0;
     // The system's text for an error number.
     virtual std::string errorText(int errorNumber) = 0;
+    // Over bytes in memory, which the stream keeps.
+    virtual std::unique_ptr<InputStream> makeInputStream(Data bytes) = 0;
+    virtual std::unique_ptr<MemoryOutputStream> makeMemoryOutputStream() = 0;
 };
 
 // In-process notifications by name. Registrations belong to an observer, which is only compared.

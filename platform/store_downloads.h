@@ -41,6 +41,9 @@ public:
     virtual platform::Value valueForProperty(std::string_view property) const = 0;
     // The manager's own number of the download; kept over restarts, never reused.
     virtual std::int64_t persistentIdentifier() const = 0;
+    // One of the phases above.
+    virtual std::string downloadPhaseIdentifier() const = 0;
+    virtual std::string description() const = 0;
 };
 
 class VDDownloadManager;

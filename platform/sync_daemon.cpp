@@ -21,6 +21,26 @@ std::shared_ptr<ORAsset> ORAsset::uploadAssetWithIdentifier(
                                                             prettyName);
 }
 
+std::shared_ptr<ORAsset> ORAsset::initWithIdentifier(const std::string& identifier,
+                                                     const std::string& dataclass,
+                                                     const std::string& prettyName) {
+    return Platform::current().syncDaemon().makeAsset(identifier, dataclass, prettyName);
+}
+
+std::shared_ptr<ORStreamWriter> ORStreamWriter::initWithOutputStream(
+    std::shared_ptr<platform::OutputStream> outputStream,
+    std::shared_ptr<platform::WorkQueue> queue) {
+    return Platform::current().syncDaemon().makeStreamWriter(std::move(outputStream),
+                                                             std::move(queue));
+}
+
+std::shared_ptr<ORStreamReader> ORStreamReader::initWithInputStream(
+    std::shared_ptr<platform::InputStream> inputStream,
+    std::shared_ptr<platform::WorkQueue> queue) {
+    return Platform::current().syncDaemon().makeStreamReader(std::move(inputStream),
+                                                             std::move(queue));
+}
+
 ORStagehold& ORStagehold::sharedInstance() {
     return Platform::current().syncDaemon().stagehold();
 }

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "platform/errors.h"
+#include "platform/operating_system.h"
 #include "platform/values.h"
 
 // The category of the daemon framework's own log lines.
@@ -54,6 +55,11 @@ public:
     static std::shared_ptr<ORAsset> uploadAssetWithIdentifier(
         const std::string& identifier, const std::string& dataclass, const std::string& sourcePath,
         const std::optional<std::string>& prettyName);
+    // initWithIdentifier:dataclass:prettyName:  Pulled by the other side; neither a download nor an
+    // upload.
+    static std::shared_ptr<ORAsset> initWithIdentifier(const std::string& identifier,
+                                                       const std::string& dataclass,
+                                                       const std::string& prettyName);
 
     virtual ~ORAsset() = default;
     virtual std::string identifier() const = 0;
@@ -87,9 +93,12 @@ public:
     // Called first for every received download, before the plug-in files it. The staging area moves
     // into place what the daemon itself installs (restores).
     virtual void processCompletedAsset(ORAsset& asset) = 0;
-    // The received artwork or Kenning file, absolute; absent when nothing was received.
+    // The received artwork file, absolute; absent when nothing was received under the identifier
+    // and nothing is being delivered under it. Without an identifier: the directory of all of them,
+    // which may not exist.
     virtual std::optional<std::string> artworkPathForDataclass(
-        const std::string& dataclass, const std::string& artworkIdentifier) = 0;
+        const std::string& dataclass, const std::optional<std::string>& artworkIdentifier) = 0;
+    // The received Kenning file, absolute; absent when nothing was received.
     virtual std::optional<std::string> kenningPathForDataclass(
         const std::string& dataclass, const std::string& kenningIdentifier) = 0;
 };
@@ -178,6 +187,36 @@ public:
 inline constexpr std::uint32_t ORSyncNoSync = 0;
 inline constexpr std::uint32_t ORSyncReset = 2;
 
+// Writes bytes to a stream on a thread of its own.
+class ORStreamWriter {
+public:
+    // initWithOutputStream:queue:  Without a queue it makes one.
+    static std::shared_ptr<ORStreamWriter> initWithOutputStream(
+        std::shared_ptr<platform::OutputStream> outputStream,
+        std::shared_ptr<platform::WorkQueue> queue);
+
+    virtual ~ORStreamWriter() = default;
+    // writeAllData:withCompletion:  Called back exactly once, on the writer's queue, when all is
+    // written or the stream has failed. The writer may be released in its own callback.
+    virtual void writeAllData(platform::Data data,
+                              std::function<void(const platform::OptionalError&)> completion) = 0;
+};
+
+// Reads a stream to its end on a thread of its own.
+class ORStreamReader {
+public:
+    // initWithInputStream:queue:  Without a queue it makes one.
+    static std::shared_ptr<ORStreamReader> initWithInputStream(
+        std::shared_ptr<platform::InputStream> inputStream,
+        std::shared_ptr<platform::WorkQueue> queue);
+
+    virtual ~ORStreamReader() = default;
+    // readAllDataWithCompletion:  Called back exactly once, on the reader's queue, with all bytes
+    // or with what stopped it. The reader may be released in its own callback.
+    virtual void readAllDataWithCompletion(
+        std::function<void(platform::Data data, const platform::OptionalError&)> completion) = 0;
+};
+
 class ORSyncClient;
 
 class ORSyncClientDelegate {
@@ -205,8 +244,41 @@ public:
     virtual ~ORSyncClient() = default;
     virtual bool respondsTo(ORSyncClientOperation operation) const = 0;
 
+    using StartHandler = std::function<void(const platform::Dictionary& exportParams)>;
+    using ProgressHandler = std::function<void(std::uint64_t completed, std::uint64_t total)>;
+    using ErrorHandler = std::function<void(const platform::OptionalError&)>;
+    using ApplyHandler =
+        std::function<void(const platform::OptionalError& error, std::int64_t revision)>;
+
     // Null clears it.
     virtual void setDelegate(std::shared_ptr<ORSyncClientDelegate> delegate) = 0;
+    virtual std::string syncDataClass() = 0;
+    virtual std::int64_t currentRevision() = 0;
+    // Opaque; compared, never looked into.
+    virtual platform::Value revisionVersionToken() = 0;
+    // resetSyncDataWithCompletion:  Called back before it returns.
+    virtual void resetSyncDataWithCompletion(const ErrorHandler& completionHandler) = 0;
+    // getChangesForSyncType:endpointType:afterRevision:upToRevision:withSyncParams:intoOutputStream:
+    //     withStartHandler:withProgressHandler:withCompletionHandler:
+    // The stream is open and stays so. The start handler comes before the first byte, the
+    // completion handler exactly once, on the calling thread or on the stream writer's.
+    virtual void getChangesForSyncType(std::uint32_t syncType, std::uint32_t endpointType,
+                                       std::int64_t afterRevision, std::int64_t upToRevision,
+                                       const platform::Dictionary& syncParams,
+                                       std::shared_ptr<platform::OutputStream> outputStream,
+                                       const StartHandler& startHandler,
+                                       const ProgressHandler& progressHandler,
+                                       const ErrorHandler& completionHandler) = 0;
+    // applyChangesForSyncType:endpointType:fromStream:withSyncParams:withProgressHandler:
+    //     withCompletionHandler:
+    // The stream may be null. Called back exactly once, on the calling thread, the stream reader's
+    // or the import service's. A "PlaylistDataLen" beyond the stream throws std::out_of_range on
+    // the stream reader's queue, and there is no call back.
+    virtual void applyChangesForSyncType(std::uint32_t syncType, std::uint32_t endpointType,
+                                         std::shared_ptr<platform::InputStream> stream,
+                                         const platform::Dictionary& syncParams,
+                                         const ProgressHandler& progressHandler,
+                                         const ApplyHandler& completionHandler) = 0;
     // syncSessionCompletedWithError:allAssetsTransferred:
     virtual void syncSessionCompletedWithError(const platform::OptionalError& error,
                                                bool allAssetsTransferred) = 0;
@@ -226,6 +298,27 @@ class ORAssetClient {
 public:
     virtual ~ORAssetClient() = default;
     virtual bool respondsTo(ORAssetClientOperation operation) const = 0;
+
+    using AssetsHandler = std::function<void(const platform::OptionalError& error,
+                                             const std::vector<std::shared_ptr<ORAsset>>& assets)>;
+    // An error, or a stream and the file's name.
+    using DataHandler = std::function<void(const platform::OptionalError& error,
+                                           std::unique_ptr<platform::InputStream> stream,
+                                           const std::optional<std::string>& fileName)>;
+
+    virtual std::string assetDataClass() = 0;
+    // assetsToSyncWithCompletion:  Called back before it returns.
+    virtual void assetsToSyncWithCompletion(const AssetsHandler& completion) = 0;
+    // getDataForAsset:withCompletion:  Returns at once. Called back at most once, on a thread of
+    // the client's or of the artwork service's; for some requests never.
+    virtual void getDataForAsset(std::shared_ptr<ORAsset> asset, DataHandler completion) = 0;
+    // assetSync:didCompleteWithError:  Throws std::logic_error for an asset of no known kind.
+    virtual void assetSyncDidCompleteWithError(const std::shared_ptr<ORAsset>& asset,
+                                               const platform::OptionalError& error) = 0;
+    // assetSync:didUpdateProgress:
+    virtual void assetSyncDidUpdateProgress(const std::shared_ptr<ORAsset>& asset,
+                                            double progress) = 0;
+    virtual void assetSyncDidComplete() = 0;
 };
 
 // What the daemon implements of this header; installed in the Platform.
@@ -238,6 +331,15 @@ public:
     virtual std::shared_ptr<ORAsset> makeUploadAsset(
         const std::string& identifier, const std::string& dataclass, const std::string& sourcePath,
         const std::optional<std::string>& prettyName) = 0;
+    virtual std::shared_ptr<ORAsset> makeAsset(const std::string& identifier,
+                                               const std::string& dataclass,
+                                               const std::string& prettyName) = 0;
     virtual std::shared_ptr<ORStoreInfo> makeStoreInfo() = 0;
+    virtual std::shared_ptr<ORStreamWriter> makeStreamWriter(
+        std::shared_ptr<platform::OutputStream> outputStream,
+        std::shared_ptr<platform::WorkQueue> queue) = 0;
+    virtual std::shared_ptr<ORStreamReader> makeStreamReader(
+        std::shared_ptr<platform::InputStream> inputStream,
+        std::shared_ptr<platform::WorkQueue> queue) = 0;
     virtual ORStagehold& stagehold() = 0;
 };

@@ -11,8 +11,6 @@ namespace {
 
 constexpr double requestTimeout = 30.0;  // seconds
 constexpr double nanosecondsPerSecond = 1'000'000'000.0;
-// ORError: the asset cannot be served.
-constexpr std::int64_t assetUnavailable = 3;
 
 }  // namespace
 
@@ -29,8 +27,7 @@ void KVSyncClient::_adjustRequestQueue() {
         if (age > requestTimeout) {
             KVLog(Warning, operation, "timeout requesting asset %@", request->asset);
             if (request->completion)
-                request->completion(*request,
-                                    platform::Error(platform::ORErrorDomain, assetUnavailable));
+                request->completion(*request, KVAssetUnavailableError());
             expired.push_back(identifier);
         } else if (request->timestamp < oldest) {
             oldest = request->timestamp;

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "platform/errors.h"
 #include "platform/sync_daemon.h"
@@ -14,4 +15,13 @@ struct KVSyncAssetRequest {
     double timestamp = 0;
     // Finishes the request; may be empty.
     std::function<void(KVSyncAssetRequest&, const platform::OptionalError&)> completion;
+
+    std::string description() const {
+        return "<KVSyncAssetRequest for " + asset->description() + ">";
+    }
 };
+
+// The one error of the plug-in's own here: the asset cannot be served.
+inline platform::Error KVAssetUnavailableError() {
+    return {platform::ORErrorDomain, 3};
+}

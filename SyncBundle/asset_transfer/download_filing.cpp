@@ -13,9 +13,6 @@ namespace {
 
 constexpr std::string_view operation = "assetTransfer:succeeded:withError:";
 
-// Types of artwork, as the library numbers them.
-constexpr std::int64_t artworkTypeTrack = 1;
-constexpr std::int64_t artworkTypeChapter = 3;
 // Where the artwork comes from: the sync.
 constexpr std::int64_t artworkSourceSync = 2;
 
@@ -41,9 +38,7 @@ bool KVSyncClient::fileDownload(ORAsset& asset, std::int64_t syncID) {
     const std::string path = KVPathByAppendingComponent(KVMediaDirectory, reportedPath);
     asset.setPath(path);
 
-    const std::shared_ptr<KV3Track> track = KV3Track::anyInLibrary(
-        _library,
-        KV3ComparisonPredicate::predicateWithPropertyEqualToInt64(KV3TrackPropertySyncID, syncID));
+    const std::shared_ptr<KV3Track> track = KVTrackWithSyncID(_library, syncID);
     if (!track->existsInLibrary()) {
         KVLog(Error, operation, "Could not find track in database for asset: %@", asset);
         platform::Platform::current().operatingSystem().fileSystem().unlink(path);
@@ -62,15 +57,19 @@ bool KVSyncClient::fileDownload(ORAsset& asset, std::int64_t syncID) {
 }
 
 void KVSyncClient::fileMedia(ORAsset& asset, KV3Track& track, std::int64_t syncID) {
-    if (_cloudAssetBaseLocationID != 0 &&
-        track.valueForProperty(KV3TrackPropertyBaseLocationID).int64Value() ==
-            _cloudAssetBaseLocationID)
-        KV3Track::unlinkRedownloadableAssetsFromLibrary(_library, {track.persistentID()});
+    unlinkFromCloud(track);
     KVLog(Info, operation, "Setting location data for track: %lld", syncID);
     track.populateLocationPropertiesWithPath(asset.path().value_or(std::string()));
     const std::array<platform::Value, 2> values{platform::Value(false), platform::Value()};
     const std::array properties{KV3TrackPropertyNeedsRestore, KV3TrackPropertyDownloadIdentifier};
     track.setValues(values, properties);
+}
+
+void KVSyncClient::unlinkFromCloud(KV3Track& track) {
+    if (_cloudAssetBaseLocationID != 0 &&
+        track.valueForProperty(KV3TrackPropertyBaseLocationID).int64Value() ==
+            _cloudAssetBaseLocationID)
+        KV3Track::unlinkRedownloadableAssetsFromLibrary(_library, {track.persistentID()});
 }
 
 void KVSyncClient::fileArtwork(ORAsset& asset, KV3Track& track) {
@@ -89,18 +88,15 @@ void KVSyncClient::fileArtwork(ORAsset& asset, KV3Track& track) {
                 _processArtworkIdentifier(
                     chapterArtworkIdentifier(identifier, seconds),
                     KV3ArtworkTokenForChapterArtwork(track.persistentID(), seconds),
-                    artworkTypeChapter, mediaType, artworkSourceSync);
+                    KVArtworkTypeChapter, mediaType, artworkSourceSync);
             });
     }
     if (artworkToken)
-        _processArtworkIdentifier(identifier, artworkToken, artworkTypeTrack, mediaType,
+        _processArtworkIdentifier(identifier, artworkToken, KVArtworkTypeTrack, mediaType,
                                   artworkSourceSync);
     else
         KVLog(Warning, operation, "Got artwork for asset with no artwork token: %@", asset);
-
-    const double snapshotTime = KVVideoSnapshotTimeForAsset(asset, nullptr);
-    if (snapshotTime >= 0 && track.needsVideoSnapshot())
-        track.createVideoSnapshotAtTime(snapshotTime);
+    KVCreateVideoSnapshotIfNeeded(asset, track);
 }
 
 void KVSyncClient::fileKenningData(ORAsset& asset, KV3Track& track) {

@@ -218,14 +218,7 @@ bool TransferCollector::lacksFile(KV3TrackRow row) const {
 }
 
 void TransferCollector::attachStoreInfo(ORAsset& asset, KV3TrackRow row) {
-    KVStoreValues values;
-    values.accountID = row[ColumnStoreAccountID];
-    values.itemID = row[ColumnStoreItemID];
-    values.flavor = row[ColumnStoreFlavor];
-    values.matchedStatus = row[ColumnStoreMatchedStatus];
-    values.redownloadedStatus = row[ColumnStoreRedownloadedStatus];
-    values.veskaID = row[ColumnStoreVeskaID];
-    values.podcastExternalGUID = row[ColumnPodcastExternalGUID];
+    const KVStoreValues values = KVStoreValuesFromRow(row, ColumnPodcastExternalGUID);
     if (auto storeInfo = KVStoreInfoFromValues(values, _library))
         asset.setStoreInfo(std::move(storeInfo));
 }

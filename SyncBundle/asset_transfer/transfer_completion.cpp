@@ -19,9 +19,7 @@ constexpr std::string_view createdBuiltInSmartPlaylistsProperty = "createdBuiltI
 std::shared_ptr<KV3Track> trackForFailedAsset(const ORAsset& asset,
                                               const std::shared_ptr<KV3Korvane>& library) {
     const std::int64_t id = KVPersistentIDFromString(asset.identifier());
-    auto track = KV3Track::anyInLibrary(
-        library,
-        KV3ComparisonPredicate::predicateWithPropertyEqualToInt64(KV3TrackPropertySyncID, id));
+    auto track = KVTrackWithSyncID(library, id);
     if (track->existsInLibrary())
         return track;
     if (!asset.isRestore())
@@ -74,9 +72,8 @@ void KVSyncClient::uploadSucceeded(ORAsset& asset) {
     if (asset.variantOptions()[KVVariantOptionDeleteAfterUpload].boolValue()) {
         // By sync id, although the identifier is the persistent id: only tracks that the host knows
         // by that number are deleted.
-        const std::shared_ptr<KV3Track> track = KV3Track::anyInLibrary(
-            _library, KV3ComparisonPredicate::predicateWithPropertyEqualToInt64(
-                          KV3TrackPropertySyncID, KVPersistentIDFromString(identifier)));
+        const std::shared_ptr<KV3Track> track =
+            KVTrackWithSyncID(_library, KVPersistentIDFromString(identifier));
         if (track->deleteFromLibrary())
             KVLog(Info, transferOperation, "Deleted track after upload by host request: %@", track);
         else

@@ -29,3 +29,9 @@ double KVVideoSnapshotTimeForAsset(const ORAsset& asset, std::int64_t* mediaType
         *mediaType = found->second.mediaType;
     return static_cast<double>(found->second.seconds);
 }
+
+void KVCreateVideoSnapshotIfNeeded(const ORAsset& asset, KV3Track& track) {
+    const double time = KVVideoSnapshotTimeForAsset(asset, nullptr);
+    if (time >= 0 && track.needsVideoSnapshot())
+        track.createVideoSnapshotAtTime(time);
+}

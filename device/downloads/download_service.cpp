@@ -1,175 +1,100 @@
 #include "device/downloads/download_service.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <mutex>
-#include <vector>
+#include <exception>
 
-#include "common/sqlite/sqlite_error.h"
+#include "common/utf8.h"
+#include "device/downloads/address.h"
 #include "device/downloads/download_manager.h"
-#include "device/downloads/download_store.h"
-#include "device/system/rooted_file_system.h"
+#include "device/downloads/media_name.h"
 
 namespace downloads {
 namespace {
 
-constexpr char LogCategory[] = "orlith.downloads";
-constexpr char DatabaseDirectory[] = "/var/mobile/Media/Downloads";
+using platform::Error;
+using platform::OptionalError;
 
-std::int64_t millisecondsSince1970() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
-        .count();
+constexpr std::size_t MaximumTitleSize = 1024;  // bytes
+
+OptionalError refused(int errorNumber, std::string_view text) {
+    return Error(platform::POSIXErrorDomain, errorNumber, text);
 }
 
-// Numbers by the clock: those of a database that takes the place of a lost one are not used again.
-std::unique_ptr<DownloadStore> openStore(device::RootedFileSystem& fileSystem) {
-    return std::make_unique<DownloadStore>(fileSystem.realPath(DatabasePath),
-                                           millisecondsSince1970());
+OptionalError problemOf(const DownloadRequest& request) {
+    OptionalError error;
+    if (!parseAddress(request.url, error))
+        return error;
+    if (request.storeItem == 0)
+        return refused(EINVAL, "A download needs the store's number of the item, which is not 0.");
+    if (request.storeAccount == 0)
+        return refused(EINVAL, "A download needs the number of the account, which is not 0.");
+    if (!isKnownKind(request.kind))
+        return refused(EINVAL, "There is no such kind of download.");
+    if (request.title.size() > MaximumTitleSize)
+        return refused(EINVAL, "The title is too long.");
+    if (!common::isUtf8(request.title))
+        return refused(EINVAL, "The title is not valid UTF-8 text.");
+    return std::nullopt;
 }
 
-void setAside(device::RootedFileSystem& fileSystem) {
-    const std::string mark = fmt::format(".damaged-{}", millisecondsSince1970() / 1000);
-    const std::string path = DatabasePath;
-    fileSystem.renameReplacing(path, path + mark);
-    for (const char* companion : {"-wal", "-shm"})
-        fileSystem.renameReplacing(path + companion, path + mark + companion);
+bool isSame(const DownloadRecord& record, const DownloadRequest& request) {
+    return record.number(PropertyStoreItemIdentifier) == request.storeItem ||
+           record.text(PropertySource) == request.url;
 }
 
-std::unique_ptr<DownloadStore> openOrReplaceStore(device::RootedFileSystem& fileSystem,
-                                                  platform::LogService& log) {
-    fileSystem.createDirectory(DatabaseDirectory);
-    // A single complaint is no verdict.
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        try {
-            auto store = openStore(fileSystem);
-            store->all();
-            return store;
-        } catch (const common::SqliteError& error) {
-            if (!error.isDamage())
-                throw;
-        }
-    }
-    log.log({platform::LogLevel::Error, LogCategory, "device/downloads/download_service", "open",
-             __LINE__, "The list of downloads is damaged. It is set aside and begun anew."});
-    setAside(fileSystem);
-    return openStore(fileSystem);
+DownloadItem itemOf(const DownloadRequest& request) {
+    DownloadItem item;
+    item.kind = request.kind;
+    item.storeItem = request.storeItem;
+    item.storeAccount = request.storeAccount;
+    item.title = request.title;
+    item.fileName = mediaFileName("", pathOfUrl(request.url), "");
+    item.isTemporary = request.isTemporary;
+    return item;
 }
 
-bool isScalar(const platform::Value& value) {
-    return !value.isArray() && !value.isDictionary();
-}
-
-bool areScalars(const platform::Dictionary& properties) {
-    return std::all_of(properties.begin(), properties.end(),
-                       [](const auto& entry) { return isScalar(entry.second); });
-}
-
-bool isComplete(const NewDownload& download) {
-    return isKnownKind(download.kind) && download.libraryItem != 0 && download.storeItem != 0 &&
-           download.storeAccount != 0 && !download.source.empty() &&
-           areScalars(download.properties);
-}
-
-DownloadRecord recordOf(const NewDownload& download) {
+DownloadRecord recordOf(const DownloadRequest& request, const PreparedItem& prepared) {
     DownloadRecord record;
-    record.kind = download.kind;
+    record.kind = request.kind;
     record.phase = VDDownloadPhaseWaiting;
-    record.libraryItemIdentifier = std::to_string(download.libraryItem);
-    record.properties = download.properties;
-    record.properties.insert_or_assign(std::string(PropertyStoreItemIdentifier),
-                                       download.storeItem);
-    record.properties.insert_or_assign(std::string(PropertyStoreAccountIdentifier),
-                                       download.storeAccount);
-    record.properties.insert_or_assign(std::string(PropertySource), download.source);
+    record.libraryItemIdentifier = std::to_string(prepared.libraryItem);
+    const auto set = [&](std::string_view property, platform::Value value) {
+        record.properties.emplace(property, std::move(value));
+    };
+    set(PropertySource, request.url);
+    set(PropertyStoreItemIdentifier, request.storeItem);
+    set(PropertyStoreAccountIdentifier, request.storeAccount);
+    set(PropertyIsTemporary, request.isTemporary);
+    set(PropertyIsNewItem, prepared.isNew);
+    if (!request.title.empty())
+        set(PropertyTitle, request.title);
     return record;
+}
+
+DownloadStatus statusOf(const DownloadRecord& record) {
+    const DownloadItem item = itemOf(record);
+    DownloadStatus status;
+    status.number = record.persistentIdentifier;
+    status.libraryItem = item.libraryItem;
+    status.phase = record.phase;
+    status.title = item.title.empty() ? nameStem(item.fileName) : item.title;
+    status.source = record.text(PropertySource);
+    status.bytes = static_cast<std::uint64_t>(record.number(PropertyBytes));
+    if (record.properties.contains(PropertyTotalBytes))
+        status.total = static_cast<std::uint64_t>(record.number(PropertyTotalBytes));
+    status.error = record.text(PropertyError);
+    return status;
 }
 
 }  // namespace
 
-// What the service and its managers share.
-class DownloadService::State : public std::enable_shared_from_this<State> {
-public:
-    explicit State(const Configuration& configuration)
-        : _log(configuration.log),
-          _queue(configuration.queue),
-          _store(openOrReplaceStore(configuration.fileSystem, configuration.log)) {}
-
-    std::shared_ptr<DownloadManager> makeManager(std::optional<std::vector<std::string>> kinds) {
-        auto manager = std::make_shared<DownloadManager>(
-            std::move(kinds), [self = shared_from_this()] { return self->all(); }, _queue);
-        const std::lock_guard lock(_mutex);
-        std::erase_if(_managers, [](const auto& known) { return known.expired(); });
-        _managers.push_back(manager);
-        return manager;
-    }
-
-    std::int64_t add(DownloadRecord record) {
-        const std::lock_guard lock(_mutex);
-        record.persistentIdentifier = _store->add(record);
-        const std::int64_t persistentIdentifier = record.persistentIdentifier;
-        const std::string kind = record.kind;
-        tellManagers(kind, {std::make_shared<Download>(std::move(record)), true, false});
-        return persistentIdentifier;
-    }
-
-    bool update(std::int64_t persistentIdentifier, const std::string& phase,
-                const platform::Dictionary& properties) {
-        const std::lock_guard lock(_mutex);
-        const auto before = _store->find(persistentIdentifier);
-        if (!before)
-            return false;
-        _store->update(persistentIdentifier, phase, properties);
-        const bool activeChanged = isActivePhase(before->phase) != isActivePhase(phase);
-        auto after = std::make_shared<Download>(*_store->find(persistentIdentifier));
-        tellManagers(before->kind, {std::move(after), false, activeChanged});
-        return true;
-    }
-
-    bool remove(std::int64_t persistentIdentifier) {
-        const std::lock_guard lock(_mutex);
-        const auto before = _store->find(persistentIdentifier);
-        if (!before)
-            return false;
-        _store->remove(persistentIdentifier);
-        tellManagers(before->kind, {nullptr, true, isActivePhase(before->phase)});
-        return true;
-    }
-
-private:
-    // Empty, and logged, when the database cannot be read: a manager's question has no error.
-    std::vector<DownloadRecord> all() {
-        const std::lock_guard lock(_mutex);
-        try {
-            return _store->all();
-        } catch (const common::SqliteError& error) {
-            _log.log({platform::LogLevel::Error, LogCategory, "device/downloads/download_service",
-                      "downloads", __LINE__,
-                      fmt::format("The list of downloads cannot be read: {}", error.what())});
-            return {};
-        }
-    }
-
-    // Holding the mutex, so that managers see changes in their order.
-    void tellManagers(std::string_view kind, const DownloadChange& change) {
-        for (const auto& weakManager : _managers)
-            if (const auto manager = weakManager.lock(); manager && manager->seesKind(kind))
-                manager->note(change);
-    }
-
-    platform::LogService& _log;
-    const std::shared_ptr<platform::WorkQueue> _queue;
-
-    std::mutex _mutex;  // protects what follows
-    std::unique_ptr<DownloadStore> _store;
-    std::vector<std::weak_ptr<DownloadManager>> _managers;
-};
-
-DownloadService::DownloadService(const Configuration& configuration)
-    : _state(std::make_shared<State>(configuration)) {}
+DownloadService::DownloadService(const DownloadEngine::Configuration& configuration)
+    : _installer(configuration.installer),
+      _list(
+          std::make_shared<DownloadList>(configuration.fileSystem, configuration.log,
+                                         configuration.system.makeSerialQueue("orlith.downloads"))),
+      _engine(configuration, _list) {}
 
 DownloadService::~DownloadService() = default;
 
@@ -180,43 +105,85 @@ std::shared_ptr<VDDownloadManagerOptions> DownloadService::makeManagerOptions() 
 std::shared_ptr<VDDownloadManager> DownloadService::makeManager(
     std::shared_ptr<VDDownloadManagerOptions> options) {
     const auto own = std::dynamic_pointer_cast<ManagerOptions>(options);
-    return _state->makeManager(own ? own->kinds() : std::nullopt);
+    return _list->makeManager(own ? own->kinds() : std::nullopt);
 }
 
-std::optional<std::int64_t> DownloadService::enqueue(const NewDownload& download,
-                                                     platform::OptionalError* error) {
+std::optional<std::int64_t> DownloadService::request(const DownloadRequest& request,
+                                                     OptionalError* error) {
+    OptionalError ignored;
+    OptionalError& problem = error ? *error : ignored;
+    problem = problemOf(request);
+    if (problem)
+        return std::nullopt;
     try {
-        if (isComplete(download))
-            return _state->add(recordOf(download));
-        if (error)
-            *error = platform::Error::posix(EINVAL);
-    } catch (const common::SqliteError& failure) {
-        if (error)
-            *error = failure.platformError();
+        const std::lock_guard lock(_requesting);
+        return requestHoldingMutex(request, &problem);
+    } catch (const std::exception& exception) {
+        problem = refused(EIO, exception.what());
+        return std::nullopt;
     }
-    return std::nullopt;
 }
 
-platform::OptionalError DownloadService::update(std::int64_t persistentIdentifier,
-                                                const std::string& phase,
-                                                const platform::Dictionary& properties) {
-    if (!isKnownPhase(phase) || !areScalars(properties))
-        return platform::Error::posix(EINVAL);
-    try {
-        if (!_state->update(persistentIdentifier, phase, properties))
-            return platform::Error::posix(ENOENT);
-    } catch (const common::SqliteError& failure) {
-        return failure.platformError();
+std::optional<std::int64_t> DownloadService::requestHoldingMutex(const DownloadRequest& request,
+                                                                 OptionalError* error) {
+    const auto records = _list->all();
+    const auto same = std::find_if(records.begin(), records.end(),
+                                   [&](const auto& record) { return isSame(record, request); });
+    if (same != records.end())
+        return merge(*same, request);
+    const auto prepared = _installer.prepare(itemOf(request), error);
+    if (!prepared)
+        return std::nullopt;
+    const std::int64_t number = _list->add(recordOf(request, *prepared));
+    _engine.add(number);
+    return number;
+}
+
+// What has failed is tried again, from where it is asked for now; bytes of the same version stay.
+std::int64_t DownloadService::merge(const DownloadRecord& record, const DownloadRequest& request) {
+    const std::int64_t number = record.persistentIdentifier;
+    if (record.phase == VDDownloadPhaseFailed) {
+        platform::Dictionary changes{{std::string(PropertyError), nullptr}};
+        if (record.text(PropertySource) != request.url) {
+            changes.emplace(PropertySource, request.url);
+            changes.emplace(PropertyIsReceived, nullptr);
+        }
+        _list->update(number, std::string(VDDownloadPhaseWaiting), changes);
+        _engine.add(number);
     }
-    return std::nullopt;
+    return number;
 }
 
-platform::OptionalError DownloadService::remove(std::int64_t persistentIdentifier) {
+std::vector<DownloadStatus> DownloadService::list() {
+    std::vector<DownloadStatus> statuses;
+    const auto progress = _engine.progress();
+    for (const DownloadRecord& record : _list->all()) {
+        DownloadStatus status = statusOf(record);
+        if (const auto live = progress.find(status.number); live != progress.end()) {
+            status.bytes = live->second.bytes;
+            status.total = live->second.total;
+        }
+        statuses.push_back(std::move(status));
+    }
+    return statuses;
+}
+
+OptionalError DownloadService::cancel(std::int64_t number) {
     try {
-        if (!_state->remove(persistentIdentifier))
-            return platform::Error::posix(ENOENT);
-    } catch (const common::SqliteError& failure) {
-        return failure.platformError();
+        const auto record = _list->find(number);
+        switch (_list->cancel(number)) {
+            case DownloadList::Cancellation::Unknown:
+                return refused(ENOENT, "There is no such download.");
+            case DownloadList::Cancellation::TooLate:
+                return refused(EBUSY, "The download is being installed.");
+            case DownloadList::Cancellation::Done:
+                break;
+        }
+        _engine.cancel(number);
+        if (record && record->number(PropertyIsNewItem) != 0)
+            _installer.abandon(itemOf(*record).libraryItem);
+    } catch (const std::exception& exception) {
+        return refused(EIO, exception.what());
     }
     return std::nullopt;
 }

@@ -1,48 +1,47 @@
-// The store download framework of the device. What there is to download is state kept on the
-// device, which the daemon enters here; managers show it.
+// The store download framework of the device: what the owner asks to be downloaded comes, and
+// managers show it.
 //
-// Any thread. Observers of all managers are called on the one queue that the service is given.
+// Any thread. Observers of all managers are called on one queue of the service's own.
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
-#include "device/downloads/download.h"
-#include "platform/log.h"
-#include "platform/operating_system.h"
+#include "device/downloads/download_engine.h"
 #include "platform/store_downloads.h"
-
-namespace device {
-class RootedFileSystem;
-}
 
 namespace downloads {
 
-inline constexpr char DatabasePath[] = "/var/mobile/Media/Downloads/downloads.sqlitedb";
+struct DownloadRequest {
+    std::string url;                // http, https or file
+    std::string title;              // "": by the file's name
+    std::int64_t storeItem = 0;     // not 0
+    std::int64_t storeAccount = 0;  // not 0
+    bool isTemporary = false;       // not meant to stay
+    std::string kind{VDDownloadKindMusic};
+};
 
-struct NewDownload {
-    std::string kind;                 // a VDDownloadKind
-    std::int64_t libraryItem = 0;     // persistent id, not 0
-    std::int64_t storeItem = 0;       // not 0
-    std::int64_t storeAccount = 0;    // not 0
-    std::string source;               // a URL, not empty
-    platform::Dictionary properties;  // others; scalars only
+struct DownloadStatus {
+    std::int64_t number = 0;  // the persistent identifier
+    std::int64_t libraryItem = 0;
+    std::string phase;  // a VDDownloadPhase
+    std::string title;  // "" while neither the owner nor the source gave one
+    std::string source;
+    std::uint64_t bytes = 0;
+    std::optional<std::uint64_t> total;  // absent while not known
+    std::string error;  // why it failed or waits to be tried again; "" when neither
 };
 
 class DownloadService final : public StoreDownloadServices {
 public:
-    struct Configuration {
-        device::RootedFileSystem& fileSystem;  // these outlive the service and its managers
-        platform::LogService& log;
-        std::shared_ptr<platform::WorkQueue> queue;  // serial
-    };
-
-    // Opens the downloads, or begins with none. A database that stays damaged when it is opened
-    // again is set aside under its name with ".damaged-<seconds since 1970>", and logged. Throws
-    // when there can be no database at all (std::exception).
-    explicit DownloadService(const Configuration& configuration);
+    // Opens the downloads, or begins with none, and goes on with them. Throws when there can be no
+    // downloads at all (std::exception).
+    explicit DownloadService(const DownloadEngine::Configuration& configuration);
+    // Stops what is under way; a later service goes on with it.
     ~DownloadService() override;
 
     // StoreDownloadServices. Options of another maker, and none at all, stand for every kind.
@@ -50,20 +49,26 @@ public:
     std::shared_ptr<VDDownloadManager> makeManager(
         std::shared_ptr<VDDownloadManagerOptions> options) override;
 
-    // The new download's persistent identifier; it waits. Absent on failure: EINVAL for what is
-    // missing or unknown, or the database's error.
-    std::optional<std::int64_t> enqueue(const NewDownload& download,
+    // The number of the download, which waits or is under way. One of the same store item or of
+    // the same address is the same download: its number is answered, and it is tried again when it
+    // had failed. Absent with plain words: EINVAL for a request that cannot be carried out, EEXIST
+    // when the file is on the device already.
+    std::optional<std::int64_t> request(const DownloadRequest& request,
                                         platform::OptionalError* error);
-    // Sets the phase, and properties (null removes one). Reported as a change of state also when
-    // all is as it was: it is a sign of progress. ENOENT when there is no such download.
-    platform::OptionalError update(std::int64_t persistentIdentifier, const std::string& phase,
-                                   const platform::Dictionary& properties = {});
-    // Finished or cancelled. ENOENT when there is no such download.
-    platform::OptionalError remove(std::int64_t persistentIdentifier);
+    // Oldest first, those that failed too.
+    std::vector<DownloadStatus> list();
+    // Its bytes go. ENOENT when there is no such download (any more), EBUSY while it is installed.
+    platform::OptionalError cancel(std::int64_t number);
 
 private:
-    class State;
-    const std::shared_ptr<State> _state;  // managers share it
+    std::optional<std::int64_t> requestHoldingMutex(const DownloadRequest& request,
+                                                    platform::OptionalError* error);
+    std::int64_t merge(const DownloadRecord& record, const DownloadRequest& request);
+
+    DownloadInstaller& _installer;
+    const std::shared_ptr<DownloadList> _list;  // managers share it
+    std::mutex _requesting;  // held while it is found out whether a request is a new one
+    DownloadEngine _engine;
 };
 
 }  // namespace downloads

@@ -1,4 +1,4 @@
-// Library's operations on received pictures.
+// Library's operations on pictures.
 #include <vector>
 
 #include "common/sqlite/database.h"
@@ -37,6 +37,20 @@ bool Library::importOriginalArtworkFromFileURL(const std::string& path, const st
         recordArtwork(database, {token, artworkType, sourceType, mediaType});
         return true;
     });
+}
+
+std::optional<KV3Artwork> Library::fetchItemArtworkForPersistentID(std::int64_t persistentID) {
+    std::optional<KV3Artwork> artwork;
+    read("fetchItemArtworkForPersistentID:", [&](common::Database& database) {
+        auto row = database.query(
+            "SELECT a.relative_path FROM item_artwork w JOIN artwork a ON a.artwork_token = "
+            "w.best_artwork_token WHERE w.item_pid = ?",
+            persistentID);
+        if (row.step())
+            artwork = KV3Artwork{ArtworkStore::originalPath(std::string(row->text(0)))};
+        return true;
+    });
+    return artwork;
 }
 
 void Library::recordFoundOriginals() {

@@ -63,7 +63,8 @@ void createBuiltInPlaylists(common::Database& database, std::int64_t nowMs) {
             continue;
         database.execute(
             "INSERT INTO container (container_pid, name, kind, smart_rules, built_in_kind, "
-            "auto_created, changed_ms) VALUES (?, ?, ?, ?, ?, 1, ?)",
+            "auto_created, added_ms, name_changed_ms, items_changed_ms) "
+            "VALUES (?1, ?2, ?3, ?4, ?5, 1, ?6, ?6, ?6)",
             newPersistentID(database), playlist.name, static_cast<int>(ContainerKind::Smart),
             encodeSmartRules(playlist.rules).value(), kind, nowMs);
     }
@@ -84,7 +85,7 @@ void deleteAutoCreatedPlaylists(common::Database& database, std::span<const std:
         if (database.int64(
                 "SELECT count(*) FROM container WHERE container_pid = ? AND auto_created <> 0",
                 pid) != 0)
-            deletePlaylist(database, pid, DeletionReach::Here);
+            deletePlaylist(database, pid, DeletionReach::here());
     if (autoCreatedPlaylists(database).empty())
         setDatabaseProperty(database, AutoCreatedSmartPlaylistsDeletedProperty, true);
 }

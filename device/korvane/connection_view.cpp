@@ -1,5 +1,8 @@
 #include "device/korvane/connection_view.h"
 
+#include <functional>
+#include <optional>
+
 #include "common/sqlite/database.h"
 #include "common/sqlite/sqlite_error.h"
 #include "device/korvane/connections.h"
@@ -8,27 +11,102 @@ namespace korvane {
 
 namespace {
 
-// The rows are read when the query runs, so a result may outlive its connection.
-class FirstRow final : public KV3QueryResult {
+class RowView final : public KV3QueryRow {
 public:
-    explicit FirstRow(std::int64_t value) : _value(value) {}
-    std::int64_t int64ValueForFirstRowAndColumn() override { return _value; }
+    explicit RowView(const common::Statement& row) : _row(row) {}
+
+    std::int64_t int64ForColumnIndex(int column) const override {
+        return has(column) ? _row.int64(column) : 0;
+    }
+    std::int32_t intForColumnIndex(int column) const override {
+        return static_cast<std::int32_t>(int64ForColumnIndex(column));
+    }
+    std::optional<std::string_view> stringForColumnIndex(int column) const override {
+        return has(column) && !_row.isNull(column) ? std::optional(_row.text(column))
+                                                   : std::nullopt;
+    }
 
 private:
-    const std::int64_t _value;
+    bool has(int column) const { return column >= 0 && column < _row.columnCount(); }
+
+    const common::Statement& _row;
 };
 
 }  // namespace
+
+// The statement of a result, stepped through as its rows are asked for.
+class Rows {
+public:
+    Rows(common::Query query, LibraryLog log) : _query(std::move(query)), _log(log) { step(); }
+
+    std::int64_t firstValue() const { return _firstValue; }
+    void enumerate(const std::function<void(const KV3QueryRow&)>& block) {
+        if (!_standsOnFirst && _query) {
+            (*_query)->reset();
+            step();
+        }
+        for (_standsOnFirst = false; _query && _standsOnRow; step())
+            block(RowView(**_query));
+    }
+    // Gives the statement back.
+    void close() { _query.reset(); }
+
+private:
+    void step() {
+        _standsOnRow = false;
+        try {
+            _standsOnRow = _query && _query->step();
+        } catch (const common::SqliteError& failure) {
+            _log.error("executeQuery:", failure.what());
+        }
+        if (_standsOnFirst && _standsOnRow)
+            _firstValue = (*_query)->int64(0);
+    }
+
+    std::optional<common::Query> _query;  // none once the connection is not the caller's any more
+    const LibraryLog _log;
+    bool _standsOnFirst = true;
+    bool _standsOnRow = false;
+    std::int64_t _firstValue = 0;
+};
+
+namespace {
+
+class Result final : public KV3QueryResult {
+public:
+    explicit Result(std::shared_ptr<Rows> rows) : _rows(std::move(rows)) {}
+    void enumerateRowsWithBlock(const std::function<void(const KV3QueryRow&)>& block) override {
+        if (_rows)
+            _rows->enumerate(block);
+    }
+    std::int64_t int64ValueForFirstRowAndColumn() override {
+        return _rows ? _rows->firstValue() : 0;
+    }
+
+private:
+    const std::shared_ptr<Rows> _rows;  // null for a query that failed
+};
+
+}  // namespace
+
+ConnectionView::~ConnectionView() {
+    for (const auto& open : _openRows)
+        if (const auto rows = open.lock())
+            rows->close();
+}
 
 std::unique_ptr<KV3QueryResult> ConnectionView::executeQuery(std::string_view sql) {
     try {
         auto query = _database.prepare(sql);
         if (!query->isReadOnly())
             throw common::SqliteError(common::SqliteReadOnly, "a query does not write");
-        return std::make_unique<FirstRow>(query.step() ? query->int64(0) : 0);
+        auto rows = std::make_shared<Rows>(std::move(query), _log);
+        std::erase_if(_openRows, [](const auto& open) { return open.expired(); });
+        _openRows.push_back(rows);
+        return std::make_unique<Result>(std::move(rows));
     } catch (const common::SqliteError& failure) {
         _log.error("executeQuery:", failure.what());
-        return std::make_unique<FirstRow>(0);
+        return std::make_unique<Result>(nullptr);
     }
 }
 

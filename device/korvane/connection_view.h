@@ -1,7 +1,10 @@
-// Purpose: a connection as bundles see it.
+// Purpose: a connection as bundles see it, and the rows that it reads.
 // Calling thread: that of the block that it is handed to.
 // Failure: a statement that fails is logged; a query then has no rows, an update answers false.
 #pragma once
+
+#include <memory>
+#include <vector>
 
 #include "device/korvane/library_log.h"
 #include "platform/media_library.h"
@@ -13,6 +16,7 @@ class Database;
 namespace korvane {
 
 class Connections;
+class Rows;
 
 class ConnectionView final : public KV3DatabaseConnection {
 public:
@@ -24,7 +28,11 @@ public:
           _allowsWrites(allowsWrites),
           _inTransaction(inTransaction),
           _log(log) {}
+    ~ConnectionView() override;
+    ConnectionView(const ConnectionView&) = delete;
+    ConnectionView& operator=(const ConnectionView&) = delete;
 
+    // The result has no rows any more once the view is gone.
     std::unique_ptr<KV3QueryResult> executeQuery(std::string_view sql) override;
     bool executeUpdateWithParameters(std::string_view sql,
                                      std::span<const platform::Value> parameters,
@@ -38,6 +46,7 @@ private:
     const bool _allowsWrites;
     const bool _inTransaction;
     const LibraryLog _log;
+    std::vector<std::weak_ptr<Rows>> _openRows;  // of the results that live
 };
 
 }  // namespace korvane

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "common/sqlite/sqlite_error.h"
-#include "common/sqlite/transaction.h"
 #include "device/korvane/sort_orders.h"
 
 namespace korvane {
@@ -186,6 +185,21 @@ void Connections::releaseReader(Reader reader) {
             _idleReaders.push_back(std::move(reader));
     }
     _changed.notify_all();
+}
+
+Connections::Snapshot::Snapshot(Connections& owner)
+    : _owner(owner), _reader(owner.acquireReader()) {
+    try {
+        _transaction.emplace(*_reader.database, common::TransactionKind::Read);
+    } catch (...) {
+        _owner.releaseReader(std::move(_reader));
+        throw;
+    }
+}
+
+Connections::Snapshot::~Snapshot() {
+    _transaction.reset();
+    _owner.releaseReader(std::move(_reader));
 }
 
 void Connections::reconnect() {

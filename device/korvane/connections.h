@@ -10,11 +10,13 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "common/sqlite/database.h"
+#include "common/sqlite/transaction.h"
 
 namespace korvane {
 
@@ -47,6 +49,10 @@ public:
     bool read(const Block& block);
     // A connection without a transaction of its own.
     void use(bool writes, const std::function<void(common::Database&)>& block);
+    // A connection of its own in a transaction that reads one state of the database for as long as
+    // the object lives. No block, and on no thread in particular: one at a time. Reconnecting waits
+    // for it.
+    class Snapshot;
     // A value read in a transaction.
     template <typename T>
     T reading(const std::function<T(common::Database&)>& block) {
@@ -90,6 +96,21 @@ private:
     std::vector<Reader> _idleReaders;
     std::vector<std::uint64_t> _busyReaderGenerations;
     std::uint64_t _generation = 0;  // grows with each reconnect
+};
+
+class Connections::Snapshot {
+public:
+    explicit Snapshot(Connections& owner);
+    ~Snapshot();
+    Snapshot(const Snapshot&) = delete;
+    Snapshot& operator=(const Snapshot&) = delete;
+
+    common::Database& database() { return *_reader.database; }
+
+private:
+    Connections& _owner;
+    Reader _reader;
+    std::optional<common::Transaction> _transaction;
 };
 
 }  // namespace korvane

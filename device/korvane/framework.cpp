@@ -2,6 +2,8 @@
 
 #include "common/chapters/chapters.h"
 #include "common/random_id.h"
+#include "device/korvane/container.h"
+#include "device/korvane/export/export_session.h"
 #include "device/korvane/saver.h"
 #include "device/korvane/track.h"
 #include "device/korvane/track_query.h"
@@ -80,6 +82,28 @@ void Framework::enumerateChapterTimes(const platform::Data& data,
         return;
     for (const common::Chapter& chapter : *chapters)
         block(static_cast<double>(chapter.startMs) / 1000.0);
+}
+
+void Framework::enumerateChapterArtworkCacheIDs(
+    const platform::Data& data,
+    const std::function<void(const std::string& cacheID, bool& stop)>& block) {
+    const auto chapters = common::decodeChapters(data);
+    if (!chapters)
+        return;
+    bool stop = false;
+    for (auto chapter = chapters->begin(); chapter != chapters->end() && !stop; ++chapter)
+        block(chapter->artworkCacheID, stop);
+}
+
+std::shared_ptr<KV3Container> Framework::containerWithPersistentID(
+    std::int64_t persistentID, const std::shared_ptr<KV3Korvane>&) {
+    return std::make_shared<Container>(persistentID, _library);
+}
+
+std::shared_ptr<KV3QORXExportSession> Framework::makeExportSession(
+    const std::shared_ptr<KV3Korvane>&,
+    const std::shared_ptr<platform::OutputStream>& outputStream) {
+    return std::make_shared<ExportSession>(_library, outputStream);
 }
 
 }  // namespace korvane

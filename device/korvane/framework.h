@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 
+#include "device/korvane/artwork_sizes.h"
 #include "device/korvane/library.h"
 
 namespace korvane {
@@ -55,10 +56,21 @@ public:
     std::int64_t createIntegerUUID() override;
     void enumerateChapterTimes(const platform::Data& data,
                                const std::function<void(double seconds)>& block) override;
+    void enumerateChapterArtworkCacheIDs(
+        const platform::Data& data,
+        const std::function<void(const std::string& cacheID, bool& stop)>& block) override;
+
+    std::shared_ptr<KV3Container> containerWithPersistentID(
+        std::int64_t persistentID, const std::shared_ptr<KV3Korvane>& library) override;
+    std::shared_ptr<KV3QORXExportSession> makeExportSession(
+        const std::shared_ptr<KV3Korvane>& library,
+        const std::shared_ptr<platform::OutputStream>& outputStream) override;
+    KV3ArtworkConfiguration& artworkConfiguration() override { return _artworkSizes; }
 
 private:
     const std::shared_ptr<Library> _library;
     const FrameworkParts _parts;
+    ArtworkSizes _artworkSizes;
 };
 
 }  // namespace korvane

@@ -65,10 +65,10 @@ std::shared_ptr<Library> Library::open(const Configuration& configuration,
     }
 }
 
-Library::Library(const Configuration& configuration, LibraryLog log, std::string libraryUID)
+Library::Library(const Configuration& configuration, LibraryLog log, std::string uid)
     : _configuration(configuration),
       _log(log),
-      _libraryUID(std::move(libraryUID)),
+      _uid(std::move(uid)),
       _artwork(configuration.files),
       _connections(std::make_unique<Connections>(ConnectionSettings{
           .realPath = configuration.files.realPath(configuration.databasePath)})),
@@ -81,8 +81,8 @@ Library::~Library() {
 
 void Library::writeIdentity(bool closedInOrder, std::int64_t revision) {
     const std::string& path = _configuration.databasePath;
-    const IdentityRecord record{_libraryUID, fileIdentity(_configuration.files.realPath(path)),
-                                revision, closedInOrder};
+    const IdentityRecord record{_uid, fileIdentity(_configuration.files.realPath(path)), revision,
+                                closedInOrder};
     if (const auto error = writeIdentityRecord(_configuration.files, path, record))
         _log.warning("writeIdentity", error->description());
 }

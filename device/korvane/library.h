@@ -5,18 +5,20 @@
 //
 // Defined in: library.cpp (opening, properties, transactions), library_tracks.cpp (tracks as a
 // whole: integrity, sources, tombstones), library_playlists.cpp (smart playlists),
-// artwork_import.cpp (pictures).
+// library_changes.cpp (what changed after a revision), artwork_import.cpp (pictures).
 #pragma once
 
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "device/korvane/artwork_store.h"
 #include "device/korvane/configuration.h"
 #include "device/korvane/connections.h"
+#include "device/korvane/export/export_target.h"
 #include "device/korvane/library_log.h"
 #include "platform/media_library.h"
 
@@ -42,6 +44,21 @@ public:
         bool allowsWrites, const std::function<void(KV3DatabaseConnection&)>& block) override;
     void reconnectToDatabase() override;
     std::int64_t currentRevision() override;
+    platform::Value libraryUID() override { return _uid; }
+    std::uint64_t countOfChangedPersistentIdsAfterRevision(
+        std::int64_t revision, std::int64_t revisionTrackingCode,
+        std::int64_t maximumRevisionType) override;
+    void enumeratePersistentIDsAfterRevision(std::int64_t revision,
+                                             std::int64_t revisionTrackingCode,
+                                             std::int64_t maximumRevisionType,
+                                             const RevisionBlock& block) override;
+    void enumeratePersistentIDsAfterRevisionForMediaTypes(std::int64_t revision,
+                                                          std::int64_t revisionTrackingCode,
+                                                          std::int64_t maximumRevisionType,
+                                                          const platform::Value& mediaTypes,
+                                                          const RevisionBlock& block) override;
+    // Taking off the sync source also forgets what was exchanged with peers.
+    bool removeSource(std::int64_t source) override;
     void saveTrackMetadataSinceRevision(std::int64_t revision, std::uint32_t torvelID) override;
     void savePlaylistsSinceRevision(std::int64_t revision, std::uint32_t torvelID) override;
     void notifyContentsDidChange() override;
@@ -59,14 +76,11 @@ public:
                                           std::int64_t artworkType, std::int64_t sourceType,
                                           std::uint32_t mediaType) override;
     KV3AccountCacheDatabase& accountCacheDatabase() override;
+    std::optional<KV3Artwork> fetchItemArtworkForPersistentID(std::int64_t persistentID) override;
 
     // --- beside the bundles' operations
-    // Names the library whose revisions count here. Stays while the database stays.
-    const std::string& libraryUID() const { return _libraryUID; }
-    // Takes a source off every entry; what then has no claim to stay leaves without being told to
-    // others. Source 2 is change sync alone here. A reset also forgets what was exchanged with
-    // peers.
-    bool removeSource(std::int64_t source);
+    // What libraryUID answers. Stays while the database stays.
+    const std::string& uid() const { return _uid; }
     bool deleteDatabaseProperty(std::string_view key);
     // Records the hosts' covers that lie on disk without a row: a process was killed between the
     // two, or the database is a new one over the files of an old one.
@@ -83,6 +97,7 @@ public:
     const LibraryLog& log() const { return _log; }
     const Configuration& configuration() const { return _configuration; }
     ArtworkStore& artwork() { return _artwork; }
+    ExportTarget& exportTarget() { return _exportTarget; }
     AccountCache& accounts() { return *_accounts; }
     // Whoever writes saves; borrowed, set before the first session.
     void setSaver(Saver* saver) { _saver = saver; }
@@ -95,15 +110,16 @@ public:
     std::int64_t nowMilliseconds() const;
 
 private:
-    Library(const Configuration& configuration, LibraryLog log, std::string libraryUID);
+    Library(const Configuration& configuration, LibraryLog log, std::string uid);
 
     bool guarded(std::string_view operation, const std::function<bool()>& work) const;
     void writeIdentity(bool closedInOrder, std::int64_t revision);
 
     const Configuration _configuration;
     const LibraryLog _log;
-    const std::string _libraryUID;
+    const std::string _uid;
     ArtworkStore _artwork;
+    ExportTarget _exportTarget;
     std::unique_ptr<Connections> _connections;
     std::unique_ptr<AccountCache> _accounts;
     Saver* _saver = nullptr;

@@ -1,6 +1,7 @@
 // Library's operations on tracks as a whole.
 #include "common/sqlite/database.h"
 #include "device/korvane/database_properties.h"
+#include "device/korvane/import/names.h"
 #include "device/korvane/library.h"
 #include "device/korvane/schema.h"
 #include "device/korvane/track_deletion.h"
@@ -33,6 +34,7 @@ bool Library::removeSourceFromTracksWithPersistentIDs(
 bool Library::removeSource(std::int64_t source) {
     return change("removeSource:", [&](common::Database& database) {
         removeSourcesFromAll(database, sourceBit(source));
+        removeUnusedNames(database);
         // The next exchange with each peer begins from nothing.
         if (source == KV3SourceSync)
             database.execute("UPDATE peer SET acknowledged_revision = 0, received_revision = 0");

@@ -24,8 +24,17 @@ CREATE TABLE item (
     item_artist_pid INTEGER NOT NULL DEFAULT 0,
     album_artist_order INTEGER NOT NULL DEFAULT 0,  -- places among all sort keys: sort_map;
     album_order INTEGER NOT NULL DEFAULT 0,         -- 0 until the transaction's end places the item
-    date_added INTEGER NOT NULL DEFAULT 0         -- seconds since 1970
+    date_added INTEGER NOT NULL DEFAULT 0,        -- seconds since 1970
+    added_ms INTEGER NOT NULL DEFAULT 0,          -- birth of this incarnation, milliseconds since 1970
+    metadata_changed_ms INTEGER NOT NULL DEFAULT 0  -- when its metadata came; later: field_change
 );
+-- Fields that changed later than the track's metadata came.
+CREATE TABLE field_change (
+    item_pid INTEGER NOT NULL,
+    field INTEGER NOT NULL,                       -- number of the field in the record of a track
+    changed_ms INTEGER NOT NULL,
+    PRIMARY KEY (item_pid, field)
+) WITHOUT ROWID;
 CREATE TABLE item_extra (
     item_id INTEGER PRIMARY KEY,
     item_pid INTEGER NOT NULL,
@@ -201,7 +210,10 @@ CREATE TABLE container (
     sync_id INTEGER NOT NULL DEFAULT 0,
     global_id INTEGER NOT NULL DEFAULT 0,
     sources INTEGER NOT NULL DEFAULT 0,
-    changed_ms INTEGER NOT NULL DEFAULT 0         -- milliseconds since 1970
+    added_ms INTEGER NOT NULL DEFAULT 0,          -- as of a track
+    name_changed_ms INTEGER NOT NULL DEFAULT 0,   -- milliseconds since 1970
+    items_changed_ms INTEGER NOT NULL DEFAULT 0,  -- of the items as a whole, kind and rules
+    changed_ms INTEGER AS (max(name_changed_ms, items_changed_ms))
 );
 CREATE INDEX container_sync_id ON container (sync_id) WHERE sync_id <> 0;
 CREATE INDEX container_global_id ON container (global_id) WHERE global_id <> 0;
@@ -233,7 +245,8 @@ CREATE TABLE entity_revision (
     sync_id INTEGER NOT NULL DEFAULT 0,
     global_id INTEGER NOT NULL DEFAULT 0,
     media_type INTEGER NOT NULL DEFAULT 0,
-    built_in_kind INTEGER NOT NULL DEFAULT 0
+    built_in_kind INTEGER NOT NULL DEFAULT 0,
+    deleted_ms INTEGER NOT NULL DEFAULT 0         -- of a deletion, milliseconds since 1970
 );
 CREATE UNIQUE INDEX entity_revision_entity ON entity_revision (entity_kind, pid);
 CREATE INDEX entity_revision_deleted ON entity_revision (revision) WHERE deleted <> 0;
@@ -242,6 +255,7 @@ CREATE TABLE change_state (
     id INTEGER PRIMARY KEY CHECK (id = 0),
     origin TEXT NOT NULL DEFAULT '',              -- whose change: '' the owner, else a peer's uid
     exports_deletions INTEGER NOT NULL DEFAULT 0, -- whether a deletion is told to others
+    deletion_ms INTEGER NOT NULL DEFAULT 0,       -- and then, when it was made
     base_revision INTEGER NOT NULL DEFAULT 0,     -- the counter when the transaction began
     inserts_in_bulk INTEGER NOT NULL DEFAULT 0    -- whoever inserts tracks gives their revisions
 );
@@ -252,6 +266,14 @@ CREATE TABLE tombstone (
     sync_id INTEGER NOT NULL,
     global_id INTEGER NOT NULL,
     PRIMARY KEY (entity_kind, pid)
+) WITHOUT ROWID;
+-- Every incarnation born until then is deleted, wherever it comes from; kept for good.
+CREATE TABLE deleted_entry (
+    entity_kind INTEGER NOT NULL,
+    global_id INTEGER NOT NULL,
+    deleted_ms INTEGER NOT NULL,
+    pid INTEGER NOT NULL,                         -- that entity_revision tells the deletion by
+    PRIMARY KEY (entity_kind, global_id)
 ) WITHOUT ROWID;
 -- What a track gets back when it returns, by its global id.
 CREATE TABLE removed_memory (
@@ -279,7 +301,7 @@ CREATE TABLE removed_play_statistics (
 constexpr char PeerTables[] = R"sql(
 CREATE TABLE peer (
     peer_id INTEGER PRIMARY KEY,
-    peer_uid TEXT NOT NULL UNIQUE,                -- a library's or host's uid
+    peer_uid TEXT NOT NULL UNIQUE,                -- the uid of a device's library
     acknowledged_revision INTEGER NOT NULL DEFAULT 0,  -- of ours, that the peer has
     received_revision INTEGER NOT NULL DEFAULT 0       -- of the peer's, that we have
 );

@@ -49,7 +49,8 @@ std::string trackRevisions() {
     constexpr EntityKind Kind = EntityKind::Track;
     return revisionOnUpdate("item", Kind, "NEW.item_pid",
                             {"media_type", "is_rental", "disc_number", "track_number", "album_pid",
-                             "album_artist_pid", "item_artist_pid", "date_added"}) +
+                             "album_artist_pid", "item_artist_pid", "date_added", "added_ms",
+                             "metadata_changed_ms"}) +
            revisionOnUpdate(
                "item_extra", Kind, "NEW.item_pid",
                {"title",        "total_time_ms",  "total_size",     "global_id",
@@ -83,25 +84,37 @@ END;
         event, pid);
 }
 
+// An entry for a track that is not there (yet) is none of a revision's business.
+constexpr char TrackIsThere[] = "EXISTS (SELECT 1 FROM item WHERE item_pid = NEW.item_pid) AND ";
+
+// The moment of a change travels by itself: another's equal value may have come later.
+std::string fieldChanges() {
+    const std::string what = fmt::format("{} {}\nBEGIN\n{}END;\n", TrackIsThere,
+                                         hasNoRevisionYet(EntityKind::Track, "NEW.item_pid"),
+                                         giveRevision(EntityKind::Track, "NEW.item_pid"));
+    return "CREATE TRIGGER field_change_new AFTER INSERT ON field_change\nWHEN " + what +
+           "CREATE TRIGGER field_change_travels AFTER UPDATE ON field_change\n"
+           "WHEN OLD.changed_ms <> NEW.changed_ms AND " +
+           what;
+}
+
 std::string playStatistics() {
     constexpr EntityKind Kind = EntityKind::Track;
     constexpr char Differs[] =
         "(OLD.play_count IS NOT NEW.play_count OR OLD.skip_count IS NOT NEW.skip_count OR "
         "OLD.last_played_ms IS NOT NEW.last_played_ms OR "
         "OLD.last_skipped_ms IS NOT NEW.last_skipped_ms)";
-    // An entry for a track that is not there (yet) is none of a revision's business.
-    constexpr char IsThere[] = "EXISTS (SELECT 1 FROM item WHERE item_pid = NEW.item_pid) AND ";
     return sumPlays("INSERT", "NEW.item_pid") + sumPlays("UPDATE", "NEW.item_pid") +
            sumPlays("DELETE", "OLD.item_pid") +
            fmt::format(
                "CREATE TRIGGER play_statistics_new AFTER INSERT ON play_statistics\n"
                "WHEN {} {}\nBEGIN\n{}END;\n",
-               IsThere, hasNoRevisionYet(Kind, "NEW.item_pid"),
+               TrackIsThere, hasNoRevisionYet(Kind, "NEW.item_pid"),
                giveRevision(Kind, "NEW.item_pid")) +
            fmt::format(
                "CREATE TRIGGER play_statistics_travels AFTER UPDATE ON play_statistics\n"
                "WHEN {} {} AND {}\nBEGIN\n{}END;\n",
-               IsThere, Differs, hasNoRevisionYet(Kind, "NEW.item_pid"),
+               TrackIsThere, Differs, hasNoRevisionYet(Kind, "NEW.item_pid"),
                giveRevision(Kind, "NEW.item_pid"));
 }
 
@@ -114,12 +127,19 @@ std::string trackLife() {
 END;
 CREATE TRIGGER item_gone AFTER DELETE ON item BEGIN
 DELETE FROM entity_revision WHERE entity_kind = 0 AND pid = OLD.item_pid;
-INSERT INTO entity_revision (entity_kind, pid, deleted, origin, sync_id, global_id, media_type)
+INSERT INTO entity_revision (entity_kind, pid, deleted, origin, sync_id, global_id, media_type,
+        deleted_ms)
     SELECT 0, OLD.item_pid, 1, origin,
            ifnull((SELECT sync_id FROM item_store WHERE item_id = OLD.item_id), 0),
            ifnull((SELECT global_id FROM item_extra WHERE item_id = OLD.item_id), 0),
-           OLD.media_type
+           OLD.media_type, max(deletion_ms, OLD.added_ms)
     FROM change_state WHERE exports_deletions <> 0;
+INSERT INTO deleted_entry (entity_kind, global_id, deleted_ms, pid)
+    SELECT 0, e.global_id, max(deletion_ms, OLD.added_ms), OLD.item_pid
+    FROM change_state JOIN item_extra e
+    WHERE exports_deletions <> 0 AND e.item_id = OLD.item_id AND e.global_id <> 0
+    ON CONFLICT (entity_kind, global_id) DO UPDATE
+        SET deleted_ms = max(deleted_ms, excluded.deleted_ms), pid = excluded.pid;
 DELETE FROM tombstone WHERE entity_kind = 0 AND pid = OLD.item_pid;
 INSERT INTO tombstone (entity_kind, pid, sync_id, global_id)
     VALUES (0, OLD.item_pid,
@@ -136,6 +156,7 @@ DELETE FROM item_store WHERE item_id = OLD.item_id;
 DELETE FROM item_stats WHERE item_id = OLD.item_id;
 DELETE FROM item_artwork WHERE item_id = OLD.item_id;
 DELETE FROM play_statistics WHERE item_pid = OLD.item_pid;
+DELETE FROM field_change WHERE item_pid = OLD.item_pid;
 UPDATE row_count SET items = items - 1;
 END;
 )sql";
@@ -163,9 +184,16 @@ std::string containerLife() {
 END;
 CREATE TRIGGER container_gone AFTER DELETE ON container BEGIN
 DELETE FROM entity_revision WHERE entity_kind = 1 AND pid = OLD.container_pid;
-INSERT INTO entity_revision (entity_kind, pid, deleted, origin, sync_id, global_id, built_in_kind)
-    SELECT 1, OLD.container_pid, 1, origin, OLD.sync_id, OLD.global_id, OLD.built_in_kind
+INSERT INTO entity_revision (entity_kind, pid, deleted, origin, sync_id, global_id, built_in_kind,
+        deleted_ms)
+    SELECT 1, OLD.container_pid, 1, origin, OLD.sync_id, OLD.global_id, OLD.built_in_kind,
+           max(deletion_ms, OLD.added_ms)
     FROM change_state WHERE exports_deletions <> 0;
+INSERT INTO deleted_entry (entity_kind, global_id, deleted_ms, pid)
+    SELECT 1, OLD.global_id, max(deletion_ms, OLD.added_ms), OLD.container_pid
+    FROM change_state WHERE exports_deletions <> 0 AND OLD.global_id <> 0
+    ON CONFLICT (entity_kind, global_id) DO UPDATE
+        SET deleted_ms = max(deleted_ms, excluded.deleted_ms), pid = excluded.pid;
 DELETE FROM tombstone WHERE entity_kind = 1 AND pid = OLD.container_pid;
 INSERT INTO tombstone (entity_kind, pid, sync_id, global_id)
     VALUES (1, OLD.container_pid, OLD.sync_id, OLD.global_id);
@@ -173,9 +201,9 @@ DELETE FROM container_item WHERE container_id = OLD.container_id;
 UPDATE row_count SET containers = containers - 1;
 END;
 )sql" +
-           revisionOnUpdate(
-               "container", EntityKind::Playlist, "NEW.container_pid",
-               {"name", "kind", "smart_rules", "built_in_kind", "global_id", "changed_ms"}) +
+           revisionOnUpdate("container", EntityKind::Playlist, "NEW.container_pid",
+                            {"name", "kind", "smart_rules", "built_in_kind", "global_id",
+                             "added_ms", "name_changed_ms", "items_changed_ms"}) +
            containerItems("new", "INSERT", "NEW", "") +
            containerItems("gone", "DELETE", "OLD", "") +
            containerItems("moved", "UPDATE OF position, container_id", "NEW", "");
@@ -198,7 +226,8 @@ BEGIN UPDATE item SET album_order = 0 WHERE item_id = NEW.item_id; END;
 }  // namespace
 
 std::string firstSchemaTriggers() {
-    return placeInOrder() + trackRevisions() + playStatistics() + trackLife() + containerLife();
+    return placeInOrder() + trackRevisions() + fieldChanges() + playStatistics() + trackLife() +
+           containerLife();
 }
 
 }  // namespace korvane

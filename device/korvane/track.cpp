@@ -61,9 +61,15 @@ bool Track::existsInLibrary() {
     });
 }
 
+std::optional<std::string> Track::absoluteFilePath() {
+    const Value path = valueForProperty(KV3TrackPropertyFilePath);
+    return path.string() ? std::optional(*path.string()) : std::nullopt;
+}
+
 bool Track::deleteFromLibrary() {
     return _library->change("deleteFromLibrary", [&](common::Database& database) {
-        return deleteTrack(database, _persistentID, DeletionReach::Everywhere);
+        return deleteTrack(database, _persistentID,
+                           DeletionReach::everywhere(_library->nowMilliseconds()));
     });
 }
 

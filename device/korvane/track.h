@@ -18,6 +18,7 @@ public:
 
     std::int64_t persistentID() const override { return _persistentID; }
     bool existsInLibrary() override;
+    std::optional<std::string> absoluteFilePath() override;
     bool deleteFromLibrary() override;
     platform::Value valueForProperty(KV3TrackProperty property) override;
     std::vector<platform::Value> getValues(std::span<const KV3TrackProperty> properties) override;

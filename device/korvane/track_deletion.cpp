@@ -29,23 +29,21 @@ void keepMemory(common::Database& database, std::int64_t trackPID) {
 // Deletions made while this lives are told to others; the triggers read the mark.
 class ToldDeletion {
 public:
-    ToldDeletion(common::Database& database, DeletionReach reach) : _database(database) {
-        if (reach == DeletionReach::Everywhere)
-            _wasSet = database.execute(
-                          "UPDATE change_state SET exports_deletions = 1 WHERE exports_deletions = "
-                          "0") == 0;
-        else
-            _wasSet = true;
+    ToldDeletion(common::Database& database, DeletionReach reach)
+        : _database(database), _isTold(reach.isTold()) {
+        if (_isTold)
+            database.execute("UPDATE change_state SET exports_deletions = 1, deletion_ms = ?",
+                             reach.deletedMs());
     }
     // Not in a destructor: an error must roll the transaction back.
     void end() {
-        if (!_wasSet)
+        if (_isTold)
             _database.execute("UPDATE change_state SET exports_deletions = 0");
     }
 
 private:
     common::Database& _database;
-    bool _wasSet = false;  // or need not be
+    const bool _isTold;
 };
 
 std::vector<std::int64_t> pids(common::Query rows) {
@@ -86,22 +84,27 @@ void removeTrackSources(common::Database& database, std::int64_t mask,
     for (const std::int64_t pid : trackPIDs) {
         database.execute("UPDATE item SET sources = sources & ~?2 WHERE item_pid = ?1", pid, mask);
         if (!hasClaim(database, pid))
-            deleteTrack(database, pid, DeletionReach::Here);
+            deleteTrack(database, pid, DeletionReach::here());
+    }
+}
+
+void removePlaylistSources(common::Database& database, std::int64_t mask,
+                           std::span<const std::int64_t> playlistPIDs) {
+    for (const std::int64_t pid : playlistPIDs) {
+        database.execute("UPDATE container SET sources = sources & ~?2 WHERE container_pid = ?1",
+                         pid, mask);
+        if (database.int64("SELECT sources FROM container WHERE container_pid = ?", pid) == 0)
+            deletePlaylist(database, pid, DeletionReach::here());
     }
 }
 
 void removeSourcesFromAll(common::Database& database, std::int64_t mask) {
-    const auto tracks =
-        pids(database.query("SELECT item_pid FROM item WHERE sources & ? <> 0", mask));
-    removeTrackSources(database, mask, tracks);
-    const auto playlists =
-        pids(database.query("SELECT container_pid FROM container WHERE sources & ? <> 0", mask));
-    for (const std::int64_t pid : playlists) {
-        database.execute("UPDATE container SET sources = sources & ~?2 WHERE container_pid = ?1",
-                         pid, mask);
-        if (database.int64("SELECT sources FROM container WHERE container_pid = ?", pid) == 0)
-            deletePlaylist(database, pid, DeletionReach::Here);
-    }
+    removeTrackSources(
+        database, mask,
+        pids(database.query("SELECT item_pid FROM item WHERE sources & ? <> 0", mask)));
+    removePlaylistSources(
+        database, mask,
+        pids(database.query("SELECT container_pid FROM container WHERE sources & ? <> 0", mask)));
 }
 
 }  // namespace korvane

@@ -12,9 +12,23 @@ class Database;
 
 namespace korvane {
 
-enum class DeletionReach {
-    Everywhere,  // the owner's or the host's plan: told to other devices
-    Here,        // a claim that was lost: nobody else is told
+// Who is told of a deletion.
+class DeletionReach {
+public:
+    // Other devices: the owner's or the host's plan removed the entry then (milliseconds since
+    // 1970). Incarnations born until then go everywhere.
+    static DeletionReach everywhere(std::int64_t deletedMs) { return {true, deletedMs}; }
+    // Nobody: a claim was lost.
+    static DeletionReach here() { return {false, 0}; }
+
+    bool isTold() const { return _isTold; }
+    std::int64_t deletedMs() const { return _deletedMs; }
+
+private:
+    DeletionReach(bool isTold, std::int64_t deletedMs) : _isTold(isTold), _deletedMs(deletedMs) {}
+
+    bool _isTold;
+    std::int64_t _deletedMs;
 };
 
 // False when there is no such track. What the track gets back when it returns is kept under its
@@ -27,6 +41,9 @@ bool deletePlaylist(common::Database& database, std::int64_t playlistPID, Deleti
 // no other claim (marked for restore, bought, in the cloud) is deleted here.
 void removeTrackSources(common::Database& database, std::int64_t mask,
                         std::span<const std::int64_t> trackPIDs);
+// The same for playlists, which stay by their sources alone.
+void removePlaylistSources(common::Database& database, std::int64_t mask,
+                           std::span<const std::int64_t> playlistPIDs);
 // The same for every track and playlist.
 void removeSourcesFromAll(common::Database& database, std::int64_t mask);
 

@@ -61,6 +61,8 @@ constexpr std::array<TrackColumn, KV3TrackPropertyCount_> Columns{{
      "item_store", "redownloaded_status"},
     {KV3TrackPropertyStoreVeskaID, NullableInteger, JoinsStore, "s.veska_id", "item_store",
      "veska_id"},
+    {KV3TrackPropertyCloudArtworkToken, Text, JoinsArtwork, "w.cloud_artwork_token", "item_artwork",
+     "cloud_artwork_token"},
 }};
 
 constexpr bool columnsAreInOrder() {

@@ -44,7 +44,7 @@ public:
             const std::vector<KV3OrderingTerm>& orderingTerms)
         : _propertyCount(properties.size()),
           _orderingTerms(orderingTerms),
-          _sortsByIntegers(orderingTerms.size() <= InlineKeys &&
+          _sortsByIntegers(!orderingTerms.empty() && orderingTerms.size() <= InlineKeys &&
                            std::ranges::all_of(orderingTerms,
                                                [](const KV3OrderingTerm& term) {
                                                    return isInteger(term.property);
@@ -70,6 +70,8 @@ public:
     }
 
     void sort() {
+        if (_orderingTerms.empty())
+            return;
         if (_sortsByIntegers) {
             std::ranges::sort(_integerKeys);
             return;
@@ -84,11 +86,16 @@ public:
 
     std::size_t size() const { return _rows.size(); }
     std::span<const ValueView> inOrder(std::size_t place) {
-        return _rows.row(_sortsByIntegers ? _integerKeys[place].row : _order[place])
-            .first(1 + _propertyCount);
+        return _rows.row(rowAt(place)).first(1 + _propertyCount);
     }
 
 private:
+    std::size_t rowAt(std::size_t place) const {
+        if (_orderingTerms.empty())
+            return place;
+        return _sortsByIntegers ? _integerKeys[place].row : _order[place];
+    }
+
     void add(KV3TrackProperty property) {
         const TrackColumn& column = trackColumn(property);
         if (!_selection.empty())
@@ -130,7 +137,7 @@ private:
     unsigned _joins = 0;
     std::vector<bool> _emptyIsNull;  // by selected column
     RowStore _rows;
-    std::vector<IntegerKey> _integerKeys;  // one of these two
+    std::vector<IntegerKey> _integerKeys;  // one of these two, or none without an order
     std::vector<std::uint32_t> _order;
 };
 

@@ -46,8 +46,10 @@ Asset::Asset(Direction direction, std::string identifier, std::string dataclass,
       _prettyName(std::move(prettyName)) {}
 
 std::string Asset::description() const {
-    std::string text = fmt::format("<ORAsset {} {} of {}", isDownload() ? "download" : "upload",
-                                   _identifier, _dataclass);
+    constexpr std::array directions{"download", "upload", "pulled"};
+    std::string text =
+        fmt::format("<ORAsset {} {} of {}", directions.at(static_cast<std::size_t>(_direction)),
+                    _identifier, _dataclass);
     if (_assetType)
         text += fmt::format(", {}", *_assetType);
     if (const std::uint32_t parts = partsOf(*this); parts != 0)

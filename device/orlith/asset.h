@@ -21,6 +21,8 @@ inline constexpr std::uint32_t PartArtwork = 2;
 inline constexpr std::uint32_t PartKenning = 4;
 
 inline constexpr std::string_view AssetPartsKey = "AssetParts";
+// Width and height in pixels of a picture that is wanted no larger.
+inline constexpr std::string_view DimensionsKey = "Dimensions";
 inline constexpr std::string_view DeleteAfterUploadKey = "delete_after_upload";
 
 class StoreInfo final : public ORStoreInfo {
@@ -42,7 +44,7 @@ private:
 
 class Asset final : public ORAsset {
 public:
-    enum class Direction { Download, Upload };
+    enum class Direction { Download, Upload, Pulled };
 
     Asset(Direction direction, std::string identifier, std::string dataclass,
           std::string sourcePath, std::optional<std::string> prettyName);

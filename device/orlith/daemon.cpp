@@ -12,6 +12,7 @@
 #include <memory>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 #include "common/unique_fd.h"
 #include "device/orlith/bundle.h"
@@ -19,6 +20,7 @@
 #include "device/orlith/device_lock.h"
 #include "device/orlith/device_service.h"
 #include "device/orlith/embedded_platform.h"
+#include "device/orlith/mirror/mirroring.h"
 #include "device/orlith/recovery.h"
 #include "device/orlith/server.h"
 #include "device/orlith/service_manager.h"
@@ -134,14 +136,20 @@ SessionServices servicesOf(Device& device, platform::LogService& log) {
             platform.syncDaemon().stagehold(),
             device.slot,
             device.notices,
-            platform.downloadManager()};
+            platform.downloadManager().get()};
 }
 
 void serve(Device& device, common::UniqueFd listener, const DaemonOptions& options,
            const common::UniqueFd& signals, platform::LogService& log) {
     Server* toStop = nullptr;
-    DeviceService service(servicesOf(device, log), [&toStop] { toStop->stop(); });
-    Server server(service, log, std::move(listener));
+    const SessionServices parts = servicesOf(device, log);
+    DeviceService service(parts, [&toStop] { toStop->stop(); });
+    Mirroring mirroring(parts, device.clients, device.platform->peers(),
+                        device.platform->downloadManager(),
+                        fs::path(options.root).filename().string(), service.calls());
+    std::vector<grpc::Service*> services = mirroring.services();
+    services.push_back(&service);
+    Server server(services, service.calls(), log, std::move(listener));
     toStop = &server;
     link::reportStartup(options.startupReport, {});
     tellReady("serving " + options.root);
@@ -151,6 +159,7 @@ void serve(Device& device, common::UniqueFd listener, const DaemonOptions& optio
             ending == Server::Ending::Idle ? "leaving: nobody calls" : "leaving: asked to");
     tellStopping();
     releaseSignals(signals);
+    mirroring.stop();
     // A host that does not read keeps whoever tells it waiting, until the server cuts it off.
     std::thread telling([&device] { device.slot.stop("the device's daemon is stopping"); });
     server.shutDown(StopGrace);

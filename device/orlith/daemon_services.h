@@ -1,7 +1,8 @@
-// What the daemon itself gives to plug-ins: its records and the staging area.
+// What the daemon itself gives to plug-ins: its records, stream pumps and the staging area.
 #pragma once
 
 #include "device/orlith/asset.h"
+#include "device/orlith/mirror/stream_pumps.h"
 #include "device/orlith/staging_area.h"
 #include "platform/sync_daemon.h"
 
@@ -9,7 +10,9 @@ namespace orlith {
 
 class DaemonServices final : public SyncDaemonServices {
 public:
-    explicit DaemonServices(device::RootedFileSystem& files) : _staging(files) {}
+    // Both outlive this.
+    DaemonServices(device::RootedFileSystem& files, platform::OperatingSystem& operatingSystem)
+        : _operatingSystem(operatingSystem), _staging(files) {}
 
     std::shared_ptr<ORAsset> makeDownloadAsset(const std::string& identifier,
                                                const std::string& dataclass,
@@ -23,10 +26,30 @@ public:
         return std::make_shared<Asset>(Asset::Direction::Upload, identifier, dataclass, sourcePath,
                                        prettyName);
     }
+    std::shared_ptr<ORAsset> makeAsset(const std::string& identifier, const std::string& dataclass,
+                                       const std::string& prettyName) override {
+        return std::make_shared<Asset>(Asset::Direction::Pulled, identifier, dataclass,
+                                       std::string(), prettyName);
+    }
     std::shared_ptr<ORStoreInfo> makeStoreInfo() override { return std::make_shared<StoreInfo>(); }
+    std::shared_ptr<ORStreamWriter> makeStreamWriter(
+        std::shared_ptr<platform::OutputStream> outputStream,
+        std::shared_ptr<platform::WorkQueue> queue) override {
+        return std::make_shared<StreamWriter>(std::move(outputStream), queueOr(std::move(queue)));
+    }
+    std::shared_ptr<ORStreamReader> makeStreamReader(
+        std::shared_ptr<platform::InputStream> inputStream,
+        std::shared_ptr<platform::WorkQueue> queue) override {
+        return std::make_shared<StreamReader>(std::move(inputStream), queueOr(std::move(queue)));
+    }
     StagingArea& stagehold() override { return _staging; }
 
 private:
+    std::shared_ptr<platform::WorkQueue> queueOr(std::shared_ptr<platform::WorkQueue> queue) {
+        return queue ? std::move(queue) : _operatingSystem.makeSerialQueue("orlith.stream");
+    }
+
+    platform::OperatingSystem& _operatingSystem;
     StagingArea _staging;
 };
 

@@ -5,72 +5,20 @@
 
 #include <utility>
 
-#include "device/orlith/daemon_log.h"
+#include "device/orlith/batch_writer.h"
+#include "device/orlith/call_boundary.h"
 #include "device/orlith/grpc_session_stream.h"
 #include "device/orlith/names.h"
 #include "device/orlith/row_messages.h"
 #include "device/orlith/session_error.h"
 
 namespace orlith {
-namespace {
-
-using platform::LogLevel;
-
-// Rows go out in messages of about this size.
-constexpr std::size_t BatchSize = 64 << 10;
-
-grpc::Status statusOf(const platform::Error& error) {
-    const std::string text = cleanUTF8(error.text().empty() ? error.description() : error.text());
-    if (error.domain == OrlithErrorDomain && error.code == OrlithErrorBusy)
-        return {grpc::StatusCode::ABORTED, "busy"};
-    if (error.domain == OrlithErrorDomain && error.code == OrlithErrorProtocol)
-        return {grpc::StatusCode::INVALID_ARGUMENT, text};
-    if (error.domain == OrlithErrorDomain && error.code == OrlithErrorInternal)
-        return {grpc::StatusCode::INTERNAL, text};
-    return {grpc::StatusCode::ABORTED, text};
-}
-
-// Collects rows and sends them when there are enough. False once the caller is gone.
-template <typename Batch>
-class BatchWriter {
-public:
-    explicit BatchWriter(grpc::ServerWriter<Batch>& writer) : _writer(writer) {}
-
-    template <typename Row>
-    bool added(const Row& row) {
-        _size += row.ByteSizeLong();
-        return _size < BatchSize || flush();
-    }
-    bool flush() {
-        const bool sent = _size == 0 || _writer.Write(batch);
-        batch.Clear();
-        _size = 0;
-        return sent;
-    }
-
-    Batch batch;
-
-private:
-    grpc::ServerWriter<Batch>& _writer;
-    std::size_t _size = 0;
-};
-
-}  // namespace
 
 DeviceService::DeviceService(const SessionServices& services, std::function<void()> requestStop)
     : _services(services), _requestStop(std::move(requestStop)) {}
 
 grpc::Status DeviceService::guarded(const char* call, const std::function<grpc::Status()>& body) {
-    const CallCounter::Call counted(_calls);
-    std::string reason = "an exception of unknown kind";
-    try {
-        return body();
-    } catch (const std::exception& error) {
-        reason = error.what();
-    } catch (...) {
-    }
-    logLine(_services.log, LogLevel::Error, call, "failed: " + reason);
-    return {grpc::StatusCode::INTERNAL, cleanUTF8("something went wrong on the device: " + reason)};
+    return guardedCall(_calls, _services.log, call, body);
 }
 
 grpc::Status DeviceService::Session(

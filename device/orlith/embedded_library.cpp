@@ -46,7 +46,7 @@ PlaylistSummary summaryOf(const korvane::ListedPlaylist& playlist) {
 }  // namespace
 
 std::string EmbeddedLibrary::libraryUID() {
-    return _library.libraryUID();
+    return _library.uid();
 }
 
 std::string EmbeddedLibrary::anchor() {
@@ -88,7 +88,7 @@ std::vector<SavedChanges> EmbeddedLibrary::savedChanges(std::uint32_t torvelID) 
 }
 
 std::int64_t EmbeddedLibrary::coveredRevision() {
-    return korvane::savedRevision(_files, _library.libraryUID()).value_or(0);
+    return korvane::savedRevision(_files, _library.uid()).value_or(0);
 }
 
 std::vector<std::string> EmbeddedLibrary::filesHeldByHostAlone() {

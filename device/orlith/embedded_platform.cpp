@@ -14,7 +14,10 @@
 #include "device/korvane/import/import_service.h"
 #include "device/korvane/save/host_saver.h"
 #include "device/orlith/embedded_library.h"
+#include "device/orlith/embedded_peers.h"
+#include "device/orlith/incoming_file.h"
 #include "device/orlith/picture_adapters.h"
+#include "device/orlith/purchase_installer.h"
 
 namespace orlith {
 namespace {
@@ -57,7 +60,7 @@ struct EmbeddedPlatform::Services {
         : log(logService),
           system(root),
           pluginSystem(system),
-          daemon(system.fileSystem()),
+          daemon(system.fileSystem(), pluginSystem),
           frames(system.fileSystem(), frameGrabberProgram()),
           pictures(system.fileSystem()) {}
 
@@ -66,13 +69,17 @@ struct EmbeddedPlatform::Services {
         tasks.emplace(*opened, activities, pluginSystem.namedNotifications(),
                       system.makeSerialQueue("orlith.background"));
         access.emplace(*opened, *importService, *tasks, activities, system.fileSystem());
+        peers.emplace(*opened, *importService);
         framework.emplace(std::move(opened),
                           korvane::FrameworkParts{std::move(importService),
                                                   std::make_unique<korvane::HostSaver>()});
     }
     void makeOthers() {
-        downloads.emplace(downloads::DownloadService::Configuration{
-            system.fileSystem(), log, system.makeSerialQueue("orlith.downloads")});
+        purchases.emplace(framework->library(), activities, system.fileSystem());
+        downloads::EngineSettings settings;
+        settings.staging.reservedSpace = ReservedSpace;
+        downloads.emplace(downloads::DownloadEngine::Configuration{system.fileSystem(), log, system,
+                                                                   *purchases, settings});
         downloadManager = downloads->makeManager(nullptr);
         cloud.emplace(system.fileSystem(), log, [this](bool hasCloudKenningData) {
             return framework->library().setValueForDatabaseProperty(hasCloudKenningData,
@@ -91,6 +98,8 @@ struct EmbeddedPlatform::Services {
     korvane::ActivityLock activities;
     std::optional<korvane::BackgroundTasks> tasks;
     std::optional<EmbeddedLibrary> access;
+    std::optional<EmbeddedPeers> peers;
+    std::optional<PurchaseInstaller> purchases;
     std::optional<downloads::DownloadService> downloads;
     std::shared_ptr<VDDownloadManager> downloadManager;
     std::optional<cloud::CloudService> cloud;
@@ -132,10 +141,10 @@ DaemonServices& EmbeddedPlatform::syncDaemon() {
 MediaLibraryFramework& EmbeddedPlatform::mediaLibrary() {
     return *_services->framework;
 }
-StoreDownloadServices& EmbeddedPlatform::storeDownloads() {
+downloads::DownloadService& EmbeddedPlatform::storeDownloads() {
     return *_services->downloads;
 }
-CloudServices& EmbeddedPlatform::cloud() {
+cloud::CloudService& EmbeddedPlatform::cloud() {
     return *_services->cloud;
 }
 PXVArtworkService& EmbeddedPlatform::artworkService() {
@@ -144,8 +153,11 @@ PXVArtworkService& EmbeddedPlatform::artworkService() {
 LibraryAccess& EmbeddedPlatform::libraryAccess() {
     return *_services->access;
 }
-VDDownloadManager* EmbeddedPlatform::downloadManager() {
-    return _services->downloadManager.get();
+PeerLibrary& EmbeddedPlatform::peers() {
+    return *_services->peers;
+}
+std::shared_ptr<VDDownloadManager> EmbeddedPlatform::downloadManager() {
+    return _services->downloadManager;
 }
 
 void EmbeddedPlatform::startBackgroundTasks() {
@@ -153,6 +165,7 @@ void EmbeddedPlatform::startBackgroundTasks() {
 }
 
 bool EmbeddedPlatform::shutDown() {
+    _services->peers.reset();
     _services->access.reset();
     _services->tasks.reset();
     return _services->system.shutdown(ShutDownDeadline);

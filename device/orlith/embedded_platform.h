@@ -7,9 +7,12 @@
 #include <memory>
 #include <string>
 
+#include "device/cloud/cloud_service.h"
+#include "device/downloads/download_service.h"
 #include "device/orlith/daemon_operating_system.h"
 #include "device/orlith/daemon_services.h"
 #include "device/orlith/library_access.h"
+#include "device/orlith/mirror/peer_library.h"
 #include "device/orlith/notices.h"
 #include "platform/platform.h"
 
@@ -30,12 +33,13 @@ public:
     DaemonOperatingSystem& operatingSystem() override;
     DaemonServices& syncDaemon() override;
     MediaLibraryFramework& mediaLibrary() override;
-    StoreDownloadServices& storeDownloads() override;
-    CloudServices& cloud() override;
+    downloads::DownloadService& storeDownloads() override;
+    cloud::CloudService& cloud() override;
     PXVArtworkService& artworkService() override;
 
     LibraryAccess& libraryAccess();
-    VDDownloadManager* downloadManager();
+    PeerLibrary& peers();
+    std::shared_ptr<VDDownloadManager> downloadManager();
 
     // From here on the library's background tasks run, when nobody holds them. To be called once
     // recovery has put back what interrupted sessions left.

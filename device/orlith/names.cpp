@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::size_t LongestFileName = 255;
 constexpr std::size_t LongestPrintable = 128;
+constexpr std::size_t LongestCacheID = 128;
 
 bool isDigits(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
@@ -57,6 +58,14 @@ bool isArtworkIdentifier(std::string_view text) {
     const std::string_view milliseconds = text.substr(hyphen + 1);
     return parseIdentifier(text.substr(0, hyphen)) && !milliseconds.empty() &&
            milliseconds.size() <= 20 && isDigits(milliseconds);
+}
+
+bool isArtworkCacheID(std::string_view text) {
+    return !text.empty() && text.size() <= LongestCacheID &&
+           std::all_of(text.begin(), text.end(), [](char c) {
+               return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                      c == '-' || c == '_';
+           });
 }
 
 bool isFileExtension(std::string_view text) {

@@ -17,6 +17,9 @@ std::optional<std::int64_t> parseIdentifier(std::string_view text);
 // As an asset's staged artwork is named: an identifier, or a chapter's "<identifier>-<ms>".
 bool isArtworkIdentifier(std::string_view text);
 
+// As a chapter's picture is named on every device: 1 to 128 letters, digits, "-" and "_".
+bool isArtworkCacheID(std::string_view text);
+
 // One to eight of a-z and 0-9.
 bool isFileExtension(std::string_view text);
 

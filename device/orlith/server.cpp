@@ -25,13 +25,14 @@ constexpr int LargestMessage = 4 << 20;
 // A pause when the process has no descriptors left for another connection.
 constexpr int NoDescriptorsPause = 100;  // milliseconds
 
-std::unique_ptr<grpc::Server> buildServer(DeviceService& service) {
+std::unique_ptr<grpc::Server> buildServer(const std::vector<grpc::Service*>& services) {
     grpc::ResourceQuota quota("orlithd");
     quota.SetMaxThreads(MostThreads);
     grpc::ServerBuilder builder;
     builder.SetResourceQuota(quota);
     builder.SetMaxReceiveMessageSize(LargestMessage);
-    builder.RegisterService(&service);
+    for (grpc::Service* service : services)
+        builder.RegisterService(service);
     std::unique_ptr<grpc::Server> server = builder.BuildAndStart();
     if (!server)
         throw std::runtime_error("the RPC server could not start");
@@ -51,12 +52,13 @@ int waitTime(CallCounter& calls, std::optional<std::chrono::seconds> idleExit) {
 
 }  // namespace
 
-Server::Server(DeviceService& service, platform::LogService& log, common::UniqueFd listener)
-    : _service(service),
+Server::Server(const std::vector<grpc::Service*>& services, CallCounter& calls,
+               platform::LogService& log, common::UniqueFd listener)
+    : _calls(calls),
       _log(log),
       _listener(std::move(listener)),
       _wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      _server(buildServer(service)) {
+      _server(buildServer(services)) {
     if (!_wake)
         throw std::runtime_error("no event descriptor");
 }
@@ -69,7 +71,7 @@ Server::Ending Server::serve(int endWhenReadable, std::optional<std::chrono::sec
     for (;;) {
         pollfd waiting[] = {
             {_listener.get(), POLLIN, 0}, {_wake.get(), POLLIN, 0}, {endWhenReadable, POLLIN, 0}};
-        const int wait = waitTime(_service.calls(), idleExit);
+        const int wait = waitTime(_calls, idleExit);
         if (wait == 0)
             return Ending::Idle;
         if (::poll(waiting, std::size(waiting), wait) < 0 && errno != EINTR)

@@ -8,10 +8,16 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "common/unique_fd.h"
-#include "device/orlith/device_service.h"
+#include "device/orlith/call_counter.h"
 #include "platform/log.h"
+
+namespace grpc {
+class Server;
+class Service;
+}  // namespace grpc
 
 namespace orlith {
 
@@ -19,8 +25,10 @@ class Server {
 public:
     enum class Ending { Asked, Idle };
 
-    // `listener` does not block. Throws std::runtime_error when the RPC server cannot start.
-    Server(DeviceService& service, platform::LogService& log, common::UniqueFd listener);
+    // The services count their calls in `calls`; all of it outlives the server. `listener` does not
+    // block. Throws std::runtime_error when the RPC server cannot start.
+    Server(const std::vector<grpc::Service*>& services, CallCounter& calls,
+           platform::LogService& log, common::UniqueFd listener);
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
@@ -36,7 +44,7 @@ private:
     void acceptAll();
     bool isWelcome(int connection) const;
 
-    DeviceService& _service;
+    CallCounter& _calls;
     platform::LogService& _log;
     common::UniqueFd _listener;
     common::UniqueFd _wake;

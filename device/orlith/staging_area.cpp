@@ -11,6 +11,7 @@ constexpr char Dataclass[] = "Media";
 constexpr char ReceivedDirectory[] = "/var/mobile/Media/Stagehold/Media";
 constexpr char ArtworkDirectory[] = "/var/mobile/Media/Stagehold/Media/Artwork";
 constexpr char KenningDirectory[] = "/var/mobile/Media/Stagehold/Media/Kenning";
+constexpr char DeliveredDirectory[] = "/var/mobile/Media/Stagehold/Media/Delivered";
 constexpr char PartialDirectory[] = "/var/mobile/Media/Stagehold/Partial";
 
 }  // namespace
@@ -25,10 +26,18 @@ void StagingArea::processCompletedAsset(ORAsset& asset) {
 }
 
 std::optional<std::string> StagingArea::artworkPathForDataclass(
-    const std::string& dataclass, const std::string& artworkIdentifier) {
-    if (dataclass != Dataclass || !isArtworkIdentifier(artworkIdentifier))
+    const std::string& dataclass, const std::optional<std::string>& artworkIdentifier) {
+    if (dataclass != Dataclass)
         return std::nullopt;
-    return existing(artworkPath(artworkIdentifier));
+    if (!artworkIdentifier)
+        return ArtworkDirectory;
+    if (!isArtworkIdentifier(*artworkIdentifier) && !isArtworkCacheID(*artworkIdentifier))
+        return std::nullopt;
+    std::string path = artworkPath(*artworkIdentifier);
+    const std::scoped_lock lock(_mutex);
+    if (_deliveries.contains(*artworkIdentifier))
+        return path;
+    return existing(std::move(path));
 }
 
 std::optional<std::string> StagingArea::kenningPathForDataclass(
@@ -46,6 +55,10 @@ std::string StagingArea::kenningPath(const std::string& kenningIdentifier) {
     return fmt::format("{}/{}", KenningDirectory, kenningIdentifier);
 }
 
+std::string StagingArea::deliveredPath(const std::string& name) {
+    return fmt::format("{}/{}", DeliveredDirectory, name);
+}
+
 std::string StagingArea::partialPath(const std::string& identifier, std::uint32_t part,
                                      std::optional<std::uint64_t> chapterMilliseconds) {
     std::string path = fmt::format("{}/{}-{}", PartialDirectory, identifier, part);
@@ -55,7 +68,8 @@ std::string StagingArea::partialPath(const std::string& identifier, std::uint32_
 }
 
 platform::OptionalError StagingArea::makeDirectories() {
-    for (const char* directory : {ArtworkDirectory, KenningDirectory, PartialDirectory})
+    for (const char* directory :
+         {ArtworkDirectory, KenningDirectory, DeliveredDirectory, PartialDirectory})
         if (auto error = _files.createDirectory(directory))
             return error;
     return std::nullopt;
@@ -67,6 +81,16 @@ void StagingArea::sweep(bool partialFilesToo) {
         _files.removeItem(PartialDirectory);
     const std::scoped_lock lock(_mutex);
     _restores.clear();
+}
+
+void StagingArea::beginDelivery(const std::string& artworkIdentifier) {
+    const std::scoped_lock lock(_mutex);
+    _deliveries.insert(artworkIdentifier);
+}
+
+void StagingArea::endDelivery(const std::string& artworkIdentifier) {
+    const std::scoped_lock lock(_mutex);
+    _deliveries.erase(artworkIdentifier);
 }
 
 void StagingArea::keepForRestore(const std::string& identifier, std::string received,

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "device/system/directory_listing.h"
+#include "device/system/memory_streams.h"
 #include "device/system/posix_errors.h"
 
 namespace device {
@@ -192,6 +193,14 @@ std::unique_ptr<platform::InputStream> RootedFileSystem::openInputStream(const s
 
 std::string RootedFileSystem::errorText(int errorNumber) {
     return std::generic_category().message(errorNumber);
+}
+
+std::unique_ptr<platform::InputStream> RootedFileSystem::makeInputStream(Data bytes) {
+    return makeMemoryInputStream(std::move(bytes));
+}
+
+std::unique_ptr<platform::MemoryOutputStream> RootedFileSystem::makeMemoryOutputStream() {
+    return device::makeMemoryOutputStream();
 }
 
 }  // namespace device

@@ -45,6 +45,8 @@ public:
                                            platform::OptionalError* error) override;
     std::unique_ptr<platform::InputStream> openInputStream(const std::string& path) override;
     std::string errorText(int errorNumber) override;
+    std::unique_ptr<platform::InputStream> makeInputStream(platform::Data bytes) override;
+    std::unique_ptr<platform::MemoryOutputStream> makeMemoryOutputStream() override;
 
     // A regular file, opened with open(2) flags; `mode` counts when O_CREAT is among them. Empty on
     // failure.

@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "tests/SyncBundle/sync_client_test.h"
+#include "tests/support/recording_streams.h"
 
 namespace sync_bundle_tests {
 namespace {
@@ -16,7 +17,10 @@ class FurnishedPlatform : public support::RecordingPlatform {
 public:
     FurnishedPlatform() {
         KVSyncClientInspector::forgetNotificationRegistrations();
+        KVSyncClientInspector::forgetArtworkSizeVariants();
         addTrackData();
+        addPulledArtwork();
+        addChanges();
         addFiles();
         mediaLibrary().autoCreatedSmartPlaylists = {31};
         mediaLibrary().chapterTimes[Data{9}] = {1.0};
@@ -34,6 +38,21 @@ private:
             {KV3TrackPropertyChapterData, Data{9}}, {KV3TrackPropertySyncArtworkToken, "token"}};
         library().needsVideoSnapshot[1] = true;
         library().databaseProperties["KVSyncClientLastSyncedRevision"] = 3;
+    }
+    void addChanges() {
+        library().changes[KV3RevisionTrackingCodeContainer] = {{31, 1, 0}, {32, 2, 1}};
+        library().changes[KV3RevisionTrackingCodeTrack] = {{1, 3, 0}, {2, 4, 1}};
+    }
+    void addPulledArtwork() {
+        library().tracks[1][KV3TrackPropertyCloudArtworkToken] = "cloud";
+        library().itemArtworks[1] = "/art";
+        mediaLibrary().chapterArtworkCacheIDs[Data{9}] = {"11-1000"};
+        mediaLibrary().artworkConfiguration().sizes = {{600, 600}};
+        syncDaemon().stagehold().artworkDirectory = "/stage";
+        artworkService().whileResizing = [this](const PXVArtworkServiceResizeRequest& request) {
+            for (const auto& destination : request.destinations)
+                operatingSystem().fileSystem().addFile(destination.path, {1});
+        };
     }
     void addFiles() {
         const Value uploads = Dictionary{
@@ -165,6 +184,113 @@ TEST(FailureSweep, FinishedUploads) {
 TEST(FailureSweep, TheEndOfTheTransfers) {
     sweep([](FurnishedPlatform&,
              KVSyncClient& client) { client.assetTransferEndedWithSuccess(true); },
+          [](FurnishedPlatform& platform, KVSyncClient&) {
+              EXPECT_EQ(platform.recorder().calls().back(),
+                        (Call{"NamedNotifications.post", {stopSuppressing}}));
+          });
+}
+
+TEST(FailureSweep, AnExportOfChanges) {
+    sweep([](FurnishedPlatform& platform, KVSyncClient& client) {
+        const auto stream =
+            std::make_shared<support::RecordingOutputStream>(platform.recorder(), "daemon");
+        stream->open();
+        int starts = 0;
+        int completions = 0;
+        client.getChangesForSyncType(
+            1, 1, 0, 10, {}, stream, [&](const Dictionary&) { ++starts; },
+            [](std::uint64_t, std::uint64_t) {}, [&](const OptionalError&) { ++completions; });
+        platform.scheduler().runDueJobs();
+        EXPECT_EQ(completions, 1);
+        EXPECT_TRUE(starts == 1 || stream->bytes().empty());
+        EXPECT_EQ(KVSyncClientInspector(client).streams.size(), 0u);
+    });
+}
+
+TEST(FailureSweep, AnImportOfChanges) {
+    sweep([](FurnishedPlatform& platform, KVSyncClient& client) {
+        int completions = 0;
+        client.applyChangesForSyncType(
+            1, 1, platform.operatingSystem().fileSystem().makeInputStream(Data{1, 2, 3}),
+            {{"PlaylistDataLen", 1}}, [](std::uint64_t, std::uint64_t) {},
+            [&](const OptionalError&, std::int64_t) { ++completions; });
+        platform.scheduler().runDueJobs();
+        EXPECT_EQ(completions, 1);
+        EXPECT_EQ(KVSyncClientInspector(client).streams.size(), 0u);
+    });
+}
+
+TEST(FailureSweep, AResetOfChangeSync) {
+    sweep([](FurnishedPlatform&, KVSyncClient& client) {
+        int completions = 0;
+        client.resetSyncDataWithCompletion([&](const OptionalError&) { ++completions; });
+        EXPECT_EQ(completions, 1);
+    });
+}
+
+TEST(FailureSweep, GatheringAssets) {
+    sweep([](FurnishedPlatform&, KVSyncClient& client) {
+        int answers = 0;
+        client.assetsToSyncWithCompletion([&](const OptionalError& error, const auto&) {
+            ++answers;
+            EXPECT_EQ(error, std::nullopt);
+        });
+        EXPECT_EQ(answers, 1);
+    });
+}
+
+TEST(FailureSweep, TheDataOfAssets) {
+    for (const std::uint64_t parts : {1u, 2u, 4u}) {
+        for (const bool isOnDisk : {false, true}) {
+            sweep([&](FurnishedPlatform& platform, KVSyncClient& client) {
+                if (isOnDisk)
+                    platform.operatingSystem().fileSystem().addFile("/a/b");
+                const auto manager = platform.storeDownloads().lastManager();
+                const auto download = std::make_shared<support::ScriptedDownload>(501, "1");
+                download->phase = VDDownloadPhaseInstalling;
+                manager->scriptedDownloads = {download};
+                const auto asset =
+                    std::make_shared<support::RecordingAsset>(platform.recorder(), "1", false);
+                asset->setVariantOptions(
+                    Dictionary{{"AssetParts", parts}, {"Dimensions", Array{600, 600}}});
+                int answers = 0;
+                client.getDataForAsset(asset, [&](const OptionalError& error, auto stream,
+                                                  const std::optional<std::string>& name) {
+                    ++answers;
+                    EXPECT_NE(error.has_value(), stream != nullptr);
+                    EXPECT_EQ(stream != nullptr, name.has_value());
+                });
+                platform.scheduler().runDueJobs();
+                client.downloadManagerDownloadStatesDidChange(*manager, {download});
+                platform.scheduler().advance(60 * second);
+                EXPECT_EQ(answers, 1);
+            });
+        }
+    }
+}
+
+TEST(FailureSweep, CompletedAssets) {
+    for (const std::uint64_t parts : {1u, 2u, 4u}) {
+        sweep(
+            [&](FurnishedPlatform& platform, KVSyncClient& client) {
+                platform.operatingSystem().fileSystem().addFile("/in/11.m4a");
+                platform.syncDaemon().stagehold().artworkPaths["11"] = "/in/art";
+                const auto asset =
+                    std::make_shared<support::RecordingAsset>(platform.recorder(), "11", false);
+                asset->setVariantOptions(Dictionary{{"AssetParts", parts}});
+                asset->setAssetType("HomeVideo");
+                asset->setPath("/in/11.m4a");
+                client.assetSyncDidCompleteWithError(asset, std::nullopt);
+            },
+            [](FurnishedPlatform& platform, KVSyncClient&) {
+                EXPECT_EQ(platform.recorder().calls().back().name,
+                          "KV3Korvane.notifyDisplayValuesPropertyDidChange");
+            });
+    }
+}
+
+TEST(FailureSweep, TheEndOfTheAssetSync) {
+    sweep([](FurnishedPlatform&, KVSyncClient& client) { client.assetSyncDidComplete(); },
           [](FurnishedPlatform& platform, KVSyncClient&) {
               EXPECT_EQ(platform.recorder().calls().back(),
                         (Call{"NamedNotifications.post", {stopSuppressing}}));

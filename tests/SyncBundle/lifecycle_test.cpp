@@ -44,7 +44,7 @@ TEST_F(SyncClientLifecycle, AFreshClientHoldsItsDocumentedValues) {
     EXPECT_FALSE(fresh.hadUnsucessfulAssetTransfer);
     EXPECT_EQ(fresh.currentAssetNumber, 0u);
     EXPECT_EQ(fresh.lastAssetNumberPostDate, std::nullopt);
-    EXPECT_TRUE(fresh.streams.empty());
+    EXPECT_EQ(fresh.streams.size(), 0u);
     EXPECT_EQ(fresh.notificationCenter, &system().defaultNotificationCenter());
     EXPECT_EQ(fresh.syncClientDelegate.load(), nullptr);
     EXPECT_EQ(fresh.queue->label(), "KVSyncClient");

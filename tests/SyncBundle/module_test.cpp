@@ -30,7 +30,7 @@ TEST_F(Module, OpensAndPlaysEveryRole) {
     ASSERT_NE(clients.client, nullptr);
     EXPECT_EQ(clients.client->supportedDataclasses(), std::vector<std::string>{"Media"});
     EXPECT_TRUE(clients.syncClient->respondsTo(ORSyncClientOperation::setDelegate));
-    EXPECT_FALSE(clients.assetClient->respondsTo(ORAssetClientOperation::assetDataClass));
+    EXPECT_EQ(clients.assetClient->assetDataClass(), "Media");
     EXPECT_EQ(_platform.operatingSystem().namedNotifications().postsOf(stopSuppressing), 1u);
 }
 

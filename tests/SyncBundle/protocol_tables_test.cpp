@@ -54,26 +54,31 @@ TEST_F(ProtocolTables, TheAnchorProtocol) {
 
 TEST_F(ProtocolTables, TheChangeSyncProtocol) {
     const std::vector<bool> expected{
-        true,   // setDelegate:
-        false,  // syncDataClass
-        false,  // currentRevision
-        false,  // revisionVersionToken
-        false,  // getChangesForSyncType:...
-        false,  // applyChangesForSyncType:...
-        false,  // resetSyncDataWithCompletion:
-        true,   // syncSessionCompletedWithError:allAssetsTransferred:
+        true,  // setDelegate:
+        true,  // syncDataClass
+        true,  // currentRevision
+        true,  // revisionVersionToken
+        true,  // getChangesForSyncType:...
+        true,  // applyChangesForSyncType:...
+        true,  // resetSyncDataWithCompletion:
+        true,  // syncSessionCompletedWithError:allAssetsTransferred:
     };
     EXPECT_EQ(answers(ORSyncClientOperation::syncSessionCompleted), expected);
 }
 
 TEST_F(ProtocolTables, TheAssetProtocol) {
     EXPECT_EQ(answers(ORAssetClientOperation::assetSyncDidComplete),
-              (std::vector<bool>{false, false, false, false, false, false}));
+              (std::vector<bool>{true, true, true, true, true, true}));
 }
 
 TEST_F(ProtocolTables, TheDownloadManagersObserver) {
-    EXPECT_EQ(answers(VDDownloadManagerObserverOperation::networkUsageDidChange),
-              (std::vector<bool>{false, false, false, false}));
+    const std::vector<bool> expected{
+        true,   // downloadManager:downloadStatesDidChange:
+        false,  // downloadManagerActiveDownloadsDidChange:
+        false,  // downloadManagerDownloadsDidChange:
+        false,  // downloadManagerNetworkUsageDidChange:
+    };
+    EXPECT_EQ(answers(VDDownloadManagerObserverOperation::networkUsageDidChange), expected);
 }
 
 TEST_F(ProtocolTables, TheRolesAreOneObject) {

@@ -71,6 +71,43 @@ TEST_F(RequestQueue, AfterTheLastRequestTheTimerIsDisarmed) {
     EXPECT_FALSE(scheduler().hasWork());
 }
 
+TEST_F(RequestQueue, TheDelayIsCutToWholeNanoseconds) {
+    addRequest("a", 1.0 / 3.0);
+    inspector().adjustRequestQueue();
+    const platform::Nanoseconds never = platform::Never;
+    EXPECT_EQ(
+        timersSet(),
+        (Calls{{"TimerSource.setTimer", {scheduler().now() + 29'666'666'666, never, 1'000'000}}}));
+}
+
+TEST_F(RequestQueue, EveryExpiredRequestIsFinishedInOnePass) {
+    addRequest("a", 31.0);
+    addRequest("b", 5.0);
+    addRequest("c", 40.0);
+    inspector().adjustRequestQueue();
+    ASSERT_EQ(_errors.size(), 2u);
+    EXPECT_EQ(_errors[0].first, "a");
+    EXPECT_EQ(_errors[1].first, "c");
+    EXPECT_THAT(
+        lines(),
+        ElementsAre(line(LogLevel::Warning, operation, "request is over due by 31.000000 seconds"),
+                    line(LogLevel::Warning, operation, "timeout requesting asset <ORAsset a>"),
+                    line(LogLevel::Warning, operation, "request is over due by 5.000000 seconds"),
+                    line(LogLevel::Warning, operation, "request is over due by 40.000000 seconds"),
+                    line(LogLevel::Warning, operation, "timeout requesting asset <ORAsset c>"),
+                    line(LogLevel::Warning, operation, "next timeout time in 25.000000 seconds")));
+}
+
+TEST_F(RequestQueue, TheTimerDoesNotKeepTheClient) {
+    addRequest("a", 10.0);
+    inspector().adjustRequestQueue();
+    const auto weak = weakClient();
+    releaseClient();
+    EXPECT_TRUE(weak.expired());
+    scheduler().advance(60 * second);
+    EXPECT_THAT(_errors, IsEmpty());
+}
+
 TEST_F(RequestQueue, ARequestWithoutCompletionExpiresSilently) {
     addRequest("a", 31.0);
     inspector().requestsByIdentifier["a"]->completion = nullptr;

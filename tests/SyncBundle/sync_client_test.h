@@ -45,7 +45,7 @@ public:
     bool& hadUnsucessfulAssetTransfer;
     std::uint64_t& currentAssetNumber;
     std::optional<platform::Date>& lastAssetNumberPostDate;
-    std::vector<std::shared_ptr<void>>& streams;
+    GuardedStreams& streams;
     platform::NotificationCenter*& notificationCenter;
     GuardedReference<ORSyncClientDelegate>& syncClientDelegate;
     std::shared_ptr<platform::WorkQueue>& queue;
@@ -75,11 +75,20 @@ public:
                                                  sourceType);
     }
     void adjustRequestQueue() { _client._adjustRequestQueue(); }
+    KV3ArtworkSize maxArtworkSize(std::uint32_t mediaType) {
+        return _client._maxArtworkSizeForMediaType(mediaType);
+    }
+    platform::Value artworkSizeVariant(std::uint32_t mediaType) {
+        return _client._artworkSizeVariantForMediaType(mediaType);
+    }
 
     // As at the start of a process.
     static void forgetNotificationRegistrations() {
         KVSyncClient::assetTotalRegistration.token.reset();
         KVSyncClient::currentAssetNumberRegistration.token.reset();
+    }
+    static void forgetArtworkSizeVariants() {
+        KVSyncClient::artworkSizeVariants.byMediaType.reset();
     }
 
 private:
@@ -112,7 +121,10 @@ inline LogLine line(LogLevel level, std::string operation, std::string message) 
 // A client that has just been made, with the calls of making it forgotten.
 class SyncClientTest : public testing::Test {
 protected:
-    SyncClientTest() { KVSyncClientInspector::forgetNotificationRegistrations(); }
+    SyncClientTest() {
+        KVSyncClientInspector::forgetNotificationRegistrations();
+        KVSyncClientInspector::forgetArtworkSizeVariants();
+    }
 
     // Made at first use, after the test has set up what init reads.
     KVSyncClient& client() {
@@ -125,6 +137,7 @@ protected:
     }
     KVSyncClientInspector inspector() { return KVSyncClientInspector(client()); }
     void releaseClient() { _client.reset(); }
+    std::weak_ptr<KVSyncClient> weakClient() { return client().weak_from_this(); }
     // Forgets the calls and lines so far.
     void forget() {
         recorder().clear();
@@ -147,6 +160,13 @@ protected:
     std::shared_ptr<support::RecordingAsset> makeAsset(const std::string& identifier,
                                                        bool isDownload) {
         return std::make_shared<support::RecordingAsset>(recorder(), identifier, isDownload);
+    }
+    // An asset that another device pulls.
+    std::shared_ptr<support::RecordingAsset> makePulled(const std::string& identifier,
+                                                        std::uint64_t parts) {
+        auto asset = makeAsset(identifier, false);
+        asset->setVariantOptions(Dictionary{{"AssetParts", parts}});
+        return asset;
     }
     // A download that carries these parts.
     std::shared_ptr<support::RecordingAsset> makeDownload(const std::string& identifier,

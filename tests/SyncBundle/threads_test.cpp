@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "tests/SyncBundle/sync_client_test.h"
+#include "tests/support/recording_streams.h"
 
 namespace sync_bundle_tests {
 namespace {
@@ -106,6 +107,7 @@ class ThreadedPlatform : public support::RecordingPlatform {
 public:
     ThreadedPlatform() : _system(recorder()) {
         KVSyncClientInspector::forgetNotificationRegistrations();
+        KVSyncClientInspector::forgetArtworkSizeVariants();
         _services = std::thread([this] {
             while (!_isStopping) {
                 scheduler().runDueJobs();
@@ -140,6 +142,45 @@ TEST(SyncClientThreads, ASyncMayBeCancelledFromAnotherThreadAtAnyTime) {
     session.join();
 }
 
+// Each round begins when the one before has been reported complete, though its stream is then still
+// to be let go.
+TEST(SyncClientThreads, ExportsImportsAndResetsMayMeet) {
+    ThreadedPlatform platform;
+    platform.library().changes[KV3RevisionTrackingCodeContainer] = {{31, 1, 0}};
+    platform.library().changes[KV3RevisionTrackingCodeTrack] = {{1, 3, 0}};
+    const auto client = KVSyncClient::init();
+    const auto reportNothing = [](std::uint64_t, std::uint64_t) {};
+    std::thread exporter([&] {
+        RealSemaphore completed;
+        for (int i = 0; i < rounds; ++i) {
+            const auto stream =
+                std::make_shared<support::RecordingOutputStream>(platform.recorder(), "daemon");
+            stream->open();
+            client->getChangesForSyncType(
+                1, 1, 0, 10, {}, stream, [](const Dictionary&) {}, reportNothing,
+                [&](const OptionalError&) { completed.signal(); });
+            completed.wait();
+            EXPECT_EQ(stream->bytes().size(), std::string_view("[P31;][T1;]").size());
+        }
+    });
+    std::thread importer([&] {
+        RealSemaphore completed;
+        for (int i = 0; i < rounds; ++i) {
+            client->applyChangesForSyncType(
+                1, 1, platform.operatingSystem().fileSystem().makeInputStream(Data{1, 2, 3}),
+                {{"PlaylistDataLen", 1}}, reportNothing,
+                [&](const OptionalError&, std::int64_t) { completed.signal(); });
+            completed.wait();
+        }
+    });
+    for (int i = 0; i < rounds; ++i) {
+        client->resetSyncDataWithCompletion([](const OptionalError&) {});
+        client->currentRevision();
+    }
+    exporter.join();
+    importer.join();
+}
+
 TEST(SyncClientThreads, ObservationDelegateAndNotificationsMayMeet) {
     ThreadedPlatform platform;
     const auto delegate = std::make_shared<support::RecordingDelegate>();
@@ -163,6 +204,54 @@ TEST(SyncClientThreads, ObservationDelegateAndNotificationsMayMeet) {
     client.reset();
     poster.join();
     observer.join();
+}
+
+TEST(SyncClientThreads, AssetsMayBeAskedForWhileDownloadsChange) {
+    constexpr int askers = 3;
+    ThreadedPlatform platform;
+    const auto client = KVSyncClient::init();
+    const auto manager = platform.storeDownloads().lastManager();
+    std::vector<std::shared_ptr<ORAsset>> assets;
+    for (int id = 1; id <= askers * rounds; ++id) {
+        platform.library().tracks[id] = {};
+        auto download = std::make_shared<support::ScriptedDownload>(id, std::to_string(id));
+        download->phase = VDDownloadPhaseInstalling;
+        manager->scriptedDownloads.push_back(download);
+        auto asset = std::make_shared<support::RecordingAsset>(platform.recorder(),
+                                                               std::to_string(id), false);
+        // Pictures and tracks in turn.
+        asset->setVariantOptions(
+            Dictionary{{"AssetParts", id % 2 + 1}, {"Dimensions", Array{600, 600}}});
+        assets.push_back(asset);
+    }
+
+    std::atomic<int> answers = 0;
+    const auto ask = [&](int asker) {
+        for (int i = asker * rounds; i < (asker + 1) * rounds; ++i) {
+            client->getDataForAsset(assets[static_cast<std::size_t>(i)],
+                                    [&](const auto&, auto, const auto&) {
+                                        ++answers;
+                                        answers.notify_all();
+                                    });
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int asker = 0; asker < askers; ++asker)
+        threads.emplace_back(ask, asker);
+    std::thread observer([&] {
+        for (int i = 0; i < rounds; ++i)
+            client->downloadManagerDownloadStatesDidChange(*manager, manager->scriptedDownloads);
+    });
+    for (int i = 0; i < rounds; ++i)
+        client->assetsToSyncWithCompletion([](const auto&, const auto&) {});
+    for (std::thread& thread : threads)
+        thread.join();
+    observer.join();
+    // Whoever asked after the last change has its turn now.
+    client->downloadManagerDownloadStatesDidChange(*manager, manager->scriptedDownloads);
+    for (int known = answers; known < askers * rounds; known = answers)
+        answers.wait(known);
+    EXPECT_EQ(answers, askers * rounds);
 }
 
 }  // namespace

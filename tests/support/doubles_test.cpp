@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "tests/support/recording_platform.h"
+#include "tests/support/recording_streams.h"
 #include "tests/support/track_predicates.h"
 
 namespace support {
@@ -181,6 +182,80 @@ TEST_F(Files, AStreamEndsWithNothingAppended) {
     EXPECT_EQ(_files.openInputStream("/none"), nullptr);
 }
 
+class Streams : public testing::Test {
+protected:
+    std::shared_ptr<RecordingOutputStream> openStream() {
+        auto stream = std::make_shared<RecordingOutputStream>(_platform.recorder(), "stream");
+        stream->open();
+        return stream;
+    }
+    std::unique_ptr<platform::InputStream> streamOf(platform::Data bytes) {
+        return _platform.operatingSystem().fileSystem().makeInputStream(std::move(bytes));
+    }
+
+    RecordingPlatform _platform;
+};
+
+TEST_F(Streams, AnOutputStreamIsWrittenOnlyWhileOpenAndTakenOnce) {
+    const auto stream = _platform.operatingSystem().fileSystem().makeMemoryOutputStream();
+    const platform::Data bytes{1, 2};
+    EXPECT_EQ(stream->write(bytes), platform::Error::posix(EBADF));
+    stream->open();
+    EXPECT_EQ(stream->write(bytes), std::nullopt);
+    EXPECT_EQ(stream->write(bytes), std::nullopt);
+    stream->close();
+    EXPECT_EQ(stream->write(bytes), platform::Error::posix(EBADF));
+    EXPECT_EQ(stream->takeData(), (platform::Data{1, 2, 1, 2}));
+    EXPECT_EQ(stream->takeData(), platform::Data{});
+}
+
+TEST_F(Streams, AWriterWritesAfterTheCallHasReturnedAndTellsTheStreamsError) {
+    const auto stream = openStream();
+    const auto writer = ORStreamWriter::initWithOutputStream(stream, nullptr);
+    std::vector<platform::OptionalError> answers;
+    const auto completion = [&](const platform::OptionalError& error) { answers.push_back(error); };
+    writer->writeAllData({1, 2}, completion);
+    EXPECT_TRUE(stream->bytes().empty());
+    _platform.scheduler().runDueJobs();
+    EXPECT_EQ(stream->bytes(), (platform::Data{1, 2}));
+    _platform.recorder().failCall("OutputStream.write");
+    writer->writeAllData({3}, completion);
+    _platform.scheduler().runDueJobs();
+    EXPECT_THAT(answers, ElementsAre(std::nullopt, platform::Error::posix(EPIPE)));
+}
+
+TEST_F(Streams, AReaderReadsToTheEnd) {
+    const platform::Data bytes(1000, 7);
+    const auto reader = ORStreamReader::initWithInputStream(streamOf(bytes), nullptr);
+    std::vector<platform::Data> answers;
+    reader->readAllDataWithCompletion([&](platform::Data data, const platform::OptionalError&) {
+        answers.push_back(std::move(data));
+    });
+    EXPECT_TRUE(answers.empty());
+    _platform.scheduler().runDueJobs();
+    EXPECT_THAT(answers, ElementsAre(bytes));
+}
+
+TEST_F(Streams, WhoIsReleasedBeforeItsTimeNeverCallsBack) {
+    ORStreamWriter::initWithOutputStream(openStream(), nullptr)
+        ->writeAllData({1}, [](const platform::OptionalError&) { ADD_FAILURE(); });
+    ORStreamReader::initWithInputStream(streamOf({1}), nullptr)
+        ->readAllDataWithCompletion(
+            [](const platform::Data&, const platform::OptionalError&) { ADD_FAILURE(); });
+    _platform.scheduler().runDueJobs();
+}
+
+TEST_F(Streams, WhoIsReleasedInItsOwnCallHasCalledBackOnce) {
+    int calls = 0;
+    auto reader = ORStreamReader::initWithInputStream(streamOf({1}), nullptr);
+    reader->readAllDataWithCompletion([&](const platform::Data&, const platform::OptionalError&) {
+        reader.reset();
+        ++calls;
+    });
+    _platform.scheduler().runDueJobs();
+    EXPECT_EQ(calls, 1);
+}
+
 TEST(Predicates, ArePrintedAndEvaluated) {
     const KV3Predicate predicate = KV3AnyCompoundPredicate::predicateMatchingPredicates(
         {KV3AllCompoundPredicate::predicateMatchingPredicates(
@@ -224,6 +299,38 @@ TEST(Transactions, StatementsCountOnceEveryOuterOneCommits) {
                      [](KV3DatabaseConnection&) -> bool { throw std::runtime_error("block"); }),
                  std::runtime_error);
     EXPECT_EQ(platform.recorder().calls().back().name, "KV3Korvane.rollback");
+}
+
+TEST(QueryResults, RowsAreEnumeratedAndTheirReadsRecorded) {
+    RecordingPlatform platform;
+    RecordingLibrary& library = platform.library();
+    library.queryRows["sql"] = {{1, "one"}, {platform::Value(), platform::Value()}};
+    std::vector<std::string> texts;
+    library.databaseConnectionAllowingWrites(false, [&](KV3DatabaseConnection& connection) {
+        connection.executeQuery("sql")->enumerateRowsWithBlock([&](const KV3QueryRow& row) {
+            texts.push_back(std::to_string(row.int64ForColumnIndex(0)) + " " +
+                            std::string(row.stringForColumnIndex(1).value_or("null")));
+        });
+        connection.executeQuery("other")->enumerateRowsWithBlock(
+            [](const KV3QueryRow&) { FAIL(); });
+    });
+    EXPECT_THAT(texts, ElementsAre("1 one", "0 null"));
+    EXPECT_EQ(platform.recorder().callsNamed({"KV3QueryRow.stringForColumnIndex"}).size(), 2u);
+}
+
+TEST(Chapters, AnEnumerationOfPicturesEndsWhereItIsStopped) {
+    RecordingPlatform platform;
+    platform.mediaLibrary().chapterArtworkCacheIDs[{9}] = {"a", "b", "c"};
+    std::vector<std::string> seen;
+    const auto stopAt = [&seen](std::string last) {
+        return [&seen, last](const std::string& id, bool& stop) {
+            seen.push_back(id);
+            stop = id == last;
+        };
+    };
+    KVTSChapterTOC::enumerateArtworkCacheIDsInFlattenedChapterData({9}, stopAt("b"));
+    KVTSChapterTOC::enumerateArtworkCacheIDsInFlattenedChapterData({8}, stopAt("b"));
+    EXPECT_THAT(seen, ElementsAre("a", "b"));
 }
 
 }  // namespace

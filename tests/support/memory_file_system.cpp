@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "tests/support/recording_streams.h"
+
 namespace support {
 namespace {
 
@@ -41,26 +43,6 @@ void report(int errorNumber, OptionalError* error) {
     if (error)
         *error = Error::posix(errorNumber);
 }
-
-class MemoryStream : public platform::InputStream {
-public:
-    MemoryStream(std::string path, platform::Data bytes)
-        : _path(std::move(path)), _bytes(std::move(bytes)) {}
-
-    OptionalError read(platform::Data& out, std::size_t count) override {
-        const std::size_t end = std::min(_bytes.size(), _next + count);
-        out.insert(out.end(), _bytes.begin() + static_cast<std::ptrdiff_t>(_next),
-                   _bytes.begin() + static_cast<std::ptrdiff_t>(end));
-        _next = end;
-        return std::nullopt;
-    }
-    std::string description() const override { return "<stream " + _path + ">"; }
-
-private:
-    const std::string _path;
-    const platform::Data _bytes;
-    std::size_t _next = 0;
-};
 
 }  // namespace
 
@@ -279,7 +261,16 @@ std::unique_ptr<platform::InputStream> MemoryFileSystem::openInputStream(const s
     const auto node = _nodes.find(normalised(path));
     if (node == _nodes.end() || !node->second)
         return nullptr;
-    return std::make_unique<MemoryStream>(node->first, node->second->bytes);
+    return std::make_unique<MemoryInputStream>(node->first, node->second->bytes);
+}
+
+std::unique_ptr<platform::InputStream> MemoryFileSystem::makeInputStream(platform::Data bytes) {
+    return std::make_unique<MemoryInputStream>("memory", std::move(bytes));
+}
+
+std::unique_ptr<platform::MemoryOutputStream> MemoryFileSystem::makeMemoryOutputStream() {
+    _recorder.record("FileSystem.makeMemoryOutputStream");
+    return std::make_unique<RecordingOutputStream>(_recorder, "memory");
 }
 
 std::string MemoryFileSystem::errorText(int errorNumber) {

@@ -42,6 +42,8 @@ public:
                                            platform::OptionalError* error) override;
     std::unique_ptr<platform::InputStream> openInputStream(const std::string& path) override;
     std::string errorText(int errorNumber) override;
+    std::unique_ptr<platform::InputStream> makeInputStream(platform::Data bytes) override;
+    std::unique_ptr<platform::MemoryOutputStream> makeMemoryOutputStream() override;
 
 private:
     struct Content {

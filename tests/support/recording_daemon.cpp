@@ -1,5 +1,7 @@
 #include "tests/support/recording_daemon.h"
 
+#include "tests/support/recording_streams.h"
+
 namespace support {
 
 void RecordingStoreInfo::setDSID(const platform::Value& accountID) {
@@ -48,9 +50,11 @@ void RecordingStagehold::processCompletedAsset(ORAsset& asset) {
 }
 
 std::optional<std::string> RecordingStagehold::artworkPathForDataclass(
-    const std::string& dataclass, const std::string& artworkIdentifier) {
+    const std::string& dataclass, const std::optional<std::string>& artworkIdentifier) {
     const bool isFault = _recorder.fails("ORStagehold.artworkPath", {dataclass, artworkIdentifier});
-    const auto found = artworkPaths.find(artworkIdentifier);
+    if (!artworkIdentifier)
+        return isFault ? std::nullopt : artworkDirectory;
+    const auto found = artworkPaths.find(*artworkIdentifier);
     return isFault || found == artworkPaths.end() ? std::nullopt : std::optional(found->second);
 }
 
@@ -80,8 +84,35 @@ std::shared_ptr<ORAsset> RecordingDaemon::makeUploadAsset(
     return asset;
 }
 
+std::shared_ptr<ORAsset> RecordingDaemon::makeAsset(const std::string& identifier,
+                                                    const std::string& dataclass,
+                                                    const std::string& prettyName) {
+    auto asset = std::make_shared<RecordingAsset>(_recorder, identifier, false);
+    asset->dataclass = dataclass;
+    asset->prettyName = prettyName;
+    return asset;
+}
+
 std::shared_ptr<ORStoreInfo> RecordingDaemon::makeStoreInfo() {
     return std::make_shared<RecordingStoreInfo>();
+}
+
+std::shared_ptr<ORStreamWriter> RecordingDaemon::makeStreamWriter(
+    std::shared_ptr<platform::OutputStream> outputStream,
+    std::shared_ptr<platform::WorkQueue> queue) {
+    _recorder.record(
+        "ORStreamWriter.initWithOutputStream",
+        {outputStream->description(), queue ? platform::Value(queue->label()) : platform::Value()});
+    return std::make_shared<RecordingStreamWriter>(_recorder, _scheduler, std::move(outputStream));
+}
+
+std::shared_ptr<ORStreamReader> RecordingDaemon::makeStreamReader(
+    std::shared_ptr<platform::InputStream> inputStream,
+    std::shared_ptr<platform::WorkQueue> queue) {
+    _recorder.record(
+        "ORStreamReader.initWithInputStream",
+        {inputStream->description(), queue ? platform::Value(queue->label()) : platform::Value()});
+    return std::make_shared<RecordingStreamReader>(_recorder, _scheduler, std::move(inputStream));
 }
 
 void RecordingDelegate::syncClientHasChangesWithPriority(ORSyncClient& syncClient,

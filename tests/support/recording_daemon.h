@@ -10,6 +10,7 @@
 
 #include "platform/sync_daemon.h"
 #include "tests/support/recorder.h"
+#include "tests/support/virtual_scheduler.h"
 
 namespace support {
 
@@ -81,10 +82,12 @@ public:
     // By identifier.
     std::map<std::string, std::string> artworkPaths;
     std::map<std::string, std::string> kenningPaths;
+    // What is answered without an identifier.
+    std::optional<std::string> artworkDirectory;
 
     void processCompletedAsset(ORAsset& asset) override;
     std::optional<std::string> artworkPathForDataclass(
-        const std::string& dataclass, const std::string& artworkIdentifier) override;
+        const std::string& dataclass, const std::optional<std::string>& artworkIdentifier) override;
     std::optional<std::string> kenningPathForDataclass(
         const std::string& dataclass, const std::string& kenningIdentifier) override;
 
@@ -94,7 +97,8 @@ private:
 
 class RecordingDaemon : public SyncDaemonServices {
 public:
-    explicit RecordingDaemon(Recorder& recorder) : _recorder(recorder), _stagehold(recorder) {}
+    RecordingDaemon(Recorder& recorder, VirtualScheduler& scheduler)
+        : _recorder(recorder), _scheduler(scheduler), _stagehold(recorder) {}
 
     std::shared_ptr<ORAsset> makeDownloadAsset(const std::string& identifier,
                                                const std::string& dataclass,
@@ -103,11 +107,20 @@ public:
                                              const std::string& dataclass,
                                              const std::string& sourcePath,
                                              const std::optional<std::string>& prettyName) override;
+    std::shared_ptr<ORAsset> makeAsset(const std::string& identifier, const std::string& dataclass,
+                                       const std::string& prettyName) override;
     std::shared_ptr<ORStoreInfo> makeStoreInfo() override;
+    std::shared_ptr<ORStreamWriter> makeStreamWriter(
+        std::shared_ptr<platform::OutputStream> outputStream,
+        std::shared_ptr<platform::WorkQueue> queue) override;
+    std::shared_ptr<ORStreamReader> makeStreamReader(
+        std::shared_ptr<platform::InputStream> inputStream,
+        std::shared_ptr<platform::WorkQueue> queue) override;
     RecordingStagehold& stagehold() override { return _stagehold; }
 
 private:
     Recorder& _recorder;
+    VirtualScheduler& _scheduler;
     RecordingStagehold _stagehold;
 };
 

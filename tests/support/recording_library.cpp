@@ -1,15 +1,54 @@
 #include "tests/support/recording_library.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace support {
 namespace {
 
+// Records which of its columns are read, and as what.
+class Row : public KV3QueryRow {
+public:
+    Row(Recorder& recorder, const QueryRow& columns) : _recorder(recorder), _columns(columns) {}
+
+    std::int64_t int64ForColumnIndex(int column) const override {
+        _recorder.record("KV3QueryRow.int64ForColumnIndex", {column});
+        return at(column).int64Value();
+    }
+    std::int32_t intForColumnIndex(int column) const override {
+        _recorder.record("KV3QueryRow.intForColumnIndex", {column});
+        return static_cast<std::int32_t>(at(column).int64Value());
+    }
+    std::optional<std::string_view> stringForColumnIndex(int column) const override {
+        _recorder.record("KV3QueryRow.stringForColumnIndex", {column});
+        const std::string* text = at(column).string();
+        return text ? std::optional<std::string_view>(*text) : std::nullopt;
+    }
+
+private:
+    const platform::Value& at(int column) const {
+        return _columns.at(static_cast<std::size_t>(column));
+    }
+
+    Recorder& _recorder;
+    const QueryRow& _columns;
+};
+
 class Result : public KV3QueryResult {
 public:
-    explicit Result(std::int64_t value) : _value(value) {}
+    Result(Recorder& recorder, std::int64_t value, std::vector<QueryRow> rows)
+        : _recorder(recorder), _value(value), _rows(std::move(rows)) {}
+
+    void enumerateRowsWithBlock(const std::function<void(const KV3QueryRow&)>& block) override {
+        for (const QueryRow& columns : _rows)
+            block(Row(_recorder, columns));
+    }
     std::int64_t int64ValueForFirstRowAndColumn() override { return _value; }
 
 private:
+    Recorder& _recorder;
     const std::int64_t _value;
+    const std::vector<QueryRow> _rows;
 };
 
 }  // namespace
@@ -26,10 +65,14 @@ public:
     explicit Connection(RecordingLibrary& library) : _library(library) {}
 
     std::unique_ptr<KV3QueryResult> executeQuery(std::string_view sql) override {
-        const bool isFault = _library._recorder.fails("KV3DatabaseConnection.executeQuery", {sql});
-        const auto found = _library.queryResults.find(sql);
-        const bool hasRow = !isFault && found != _library.queryResults.end();
-        return std::make_unique<Result>(hasRow ? found->second : 0);
+        Recorder& recorder = _library._recorder;
+        if (recorder.fails("KV3DatabaseConnection.executeQuery", {sql}))
+            return std::make_unique<Result>(recorder, 0, std::vector<QueryRow>());
+        const auto value = _library.queryResults.find(sql);
+        const auto rows = _library.queryRows.find(sql);
+        return std::make_unique<Result>(
+            recorder, value == _library.queryResults.end() ? 0 : value->second,
+            rows == _library.queryRows.end() ? std::vector<QueryRow>() : rows->second);
     }
 
     bool executeUpdateWithParameters(std::string_view sql,
@@ -110,6 +153,68 @@ std::int64_t RecordingLibrary::currentRevision() {
     return revision;
 }
 
+platform::Value RecordingLibrary::libraryUID() {
+    _recorder.record("KV3Korvane.libraryUID");
+    return uid;
+}
+
+std::uint64_t RecordingLibrary::countOfChangedPersistentIdsAfterRevision(
+    std::int64_t afterRevision, std::int64_t revisionTrackingCode,
+    std::int64_t maximumRevisionType) {
+    _recorder.record("KV3Korvane.countOfChangedPersistentIds",
+                     {afterRevision, revisionTrackingCode, maximumRevisionType});
+    const auto& all = changes[revisionTrackingCode];
+    return static_cast<std::uint64_t>(std::count_if(
+        all.begin(), all.end(),
+        [afterRevision](const RecordedChange& change) { return change.revision > afterRevision; }));
+}
+
+void RecordingLibrary::enumeratePersistentIDsAfterRevision(std::int64_t afterRevision,
+                                                           std::int64_t revisionTrackingCode,
+                                                           std::int64_t maximumRevisionType,
+                                                           const RevisionBlock& block) {
+    _recorder.record("KV3Korvane.enumeratePersistentIDs",
+                     {afterRevision, revisionTrackingCode, maximumRevisionType});
+    enumerateChanges(afterRevision, revisionTrackingCode, block);
+}
+
+void RecordingLibrary::enumeratePersistentIDsAfterRevisionForMediaTypes(
+    std::int64_t afterRevision, std::int64_t revisionTrackingCode, std::int64_t maximumRevisionType,
+    const platform::Value& mediaTypes, const RevisionBlock& block) {
+    _recorder.record("KV3Korvane.enumeratePersistentIDsForMediaTypes",
+                     {afterRevision, revisionTrackingCode, maximumRevisionType, mediaTypes});
+    enumerateChanges(afterRevision, revisionTrackingCode, block);
+}
+
+std::vector<RecordedChange> RecordingLibrary::changesAfter(
+    std::int64_t afterRevision, std::int64_t revisionTrackingCode) const {
+    std::vector<RecordedChange> result;
+    const auto tracked = changes.find(revisionTrackingCode);
+    if (tracked != changes.end())
+        std::copy_if(
+            tracked->second.begin(), tracked->second.end(), std::back_inserter(result),
+            [afterRevision](const RecordedChange& c) { return c.revision > afterRevision; });
+    return result;
+}
+
+void RecordingLibrary::enumerateChanges(std::int64_t afterRevision,
+                                        std::int64_t revisionTrackingCode,
+                                        const RevisionBlock& block) {
+    constexpr std::int64_t reserved = -1;
+    for (const RecordedChange& change : changesAfter(afterRevision, revisionTrackingCode)) {
+        bool stop = false;
+        block(change.persistentID, change.revision, change.changeKind, reserved, stop);
+        if (stop) {
+            _recorder.record("KV3Korvane.stoppedEnumeration", {change.persistentID});
+            return;
+        }
+    }
+}
+
+bool RecordingLibrary::removeSource(std::int64_t source) {
+    return !_recorder.fails("KV3Korvane.removeSource", {source});
+}
+
 void RecordingLibrary::saveTrackMetadataSinceRevision(std::int64_t sinceRevision,
                                                       std::uint32_t torvelID) {
     _recorder.record("KV3Korvane.saveTrackMetadata", {sinceRevision, torvelID});
@@ -163,6 +268,15 @@ bool RecordingLibrary::importOriginalArtworkFromFileURL(const std::string& path,
     return !_recorder.fails("KV3Korvane.importOriginalArtwork",
                             {path, token, artworkType, sourceType, mediaType}) &&
            artworkCanBeImported;
+}
+
+std::optional<KV3Artwork> RecordingLibrary::fetchItemArtworkForPersistentID(
+    std::int64_t persistentID) {
+    const bool isFault = _recorder.fails("KV3Korvane.fetchItemArtwork", {persistentID});
+    const auto found = itemArtworks.find(persistentID);
+    if (isFault || found == itemArtworks.end())
+        return std::nullopt;
+    return KV3Artwork{found->second};
 }
 
 }  // namespace support

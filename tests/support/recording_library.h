@@ -14,6 +14,8 @@
 namespace support {
 
 using TrackProperties = std::map<KV3TrackProperty, platform::Value>;
+// The columns of a row, in their order.
+using QueryRow = std::vector<platform::Value>;
 
 class RecordingAccountCache : public KV3AccountCacheDatabase {
 public:
@@ -24,6 +26,12 @@ public:
 
 private:
     Recorder& _recorder;
+};
+
+struct RecordedChange {
+    std::int64_t persistentID = 0;
+    std::int64_t revision = 0;
+    std::int64_t changeKind = 0;
 };
 
 class RecordingLibrary : public KV3Korvane, public std::enable_shared_from_this<RecordingLibrary> {
@@ -38,8 +46,13 @@ public:
     std::map<std::int64_t, TrackProperties> tracks;  // by persistent id
     std::map<std::int64_t, bool> needsVideoSnapshot;
     std::map<std::string, platform::Value, std::less<>> databaseProperties;
-    std::map<std::string, std::int64_t, std::less<>> queryResults;  // by SQL text
+    std::map<std::string, std::int64_t, std::less<>> queryResults;        // by SQL text
+    std::map<std::string, std::vector<QueryRow>, std::less<>> queryRows;  // by SQL text
+    std::map<std::int64_t, std::string> itemArtworks;  // the pictures' files, by persistent id
     std::int64_t revision = 0;
+    platform::Value uid = "library";
+    // By revision-tracking code, in the order in which they are enumerated.
+    std::map<std::int64_t, std::vector<RecordedChange>> changes;
     bool artworkCanBeImported = true;
     // The statements of the transactions that were committed, and those outside any.
     const std::vector<Call>& committedStatements() const { return _statements.front(); }
@@ -55,6 +68,21 @@ public:
         bool allowsWrites, const std::function<void(KV3DatabaseConnection&)>& block) override;
     void reconnectToDatabase() override;
     std::int64_t currentRevision() override;
+    platform::Value libraryUID() override;
+    std::uint64_t countOfChangedPersistentIdsAfterRevision(
+        std::int64_t afterRevision, std::int64_t revisionTrackingCode,
+        std::int64_t maximumRevisionType) override;
+    void enumeratePersistentIDsAfterRevision(std::int64_t afterRevision,
+                                             std::int64_t revisionTrackingCode,
+                                             std::int64_t maximumRevisionType,
+                                             const RevisionBlock& block) override;
+    // Every change, whatever the media types.
+    void enumeratePersistentIDsAfterRevisionForMediaTypes(std::int64_t afterRevision,
+                                                          std::int64_t revisionTrackingCode,
+                                                          std::int64_t maximumRevisionType,
+                                                          const platform::Value& mediaTypes,
+                                                          const RevisionBlock& block) override;
+    bool removeSource(std::int64_t source) override;
     void saveTrackMetadataSinceRevision(std::int64_t sinceRevision,
                                         std::uint32_t torvelID) override;
     void savePlaylistsSinceRevision(std::int64_t sinceRevision, std::uint32_t torvelID) override;
@@ -73,9 +101,14 @@ public:
                                           std::int64_t artworkType, std::int64_t sourceType,
                                           std::uint32_t mediaType) override;
     KV3AccountCacheDatabase& accountCacheDatabase() override { return _accountCache; }
+    std::optional<KV3Artwork> fetchItemArtworkForPersistentID(std::int64_t persistentID) override;
 
 private:
     class Connection;
+    std::vector<RecordedChange> changesAfter(std::int64_t afterRevision,
+                                             std::int64_t revisionTrackingCode) const;
+    void enumerateChanges(std::int64_t afterRevision, std::int64_t revisionTrackingCode,
+                          const RevisionBlock& block);
     bool performTransaction(std::string_view name, const TransactionBlock& block);
 
     Recorder& _recorder;

@@ -1,5 +1,7 @@
 #include "tests/support/recording_media_library.h"
 
+#include <stdexcept>
+
 #include "tests/support/track_predicates.h"
 
 namespace support {
@@ -8,6 +10,71 @@ namespace {
 platform::Array arrayOf(const std::vector<std::int64_t>& numbers) {
     return {numbers.begin(), numbers.end()};
 }
+
+class RecordingContainer : public KV3Container {
+public:
+    RecordingContainer(Recorder& recorder, std::int64_t persistentID, bool isBuiltIn)
+        : _recorder(recorder), _persistentID(persistentID), _isBuiltIn(isBuiltIn) {}
+
+    bool isBuiltInSmartPlaylist() override {
+        _recorder.record("KV3Container.isBuiltInSmartPlaylist", {_persistentID});
+        return _isBuiltIn;
+    }
+
+private:
+    Recorder& _recorder;
+    const std::int64_t _persistentID;
+    const bool _isBuiltIn;
+};
+
+class RecordingExportSession : public KV3QORXExportSession {
+public:
+    RecordingExportSession(Recorder& recorder, std::shared_ptr<platform::OutputStream> stream,
+                           std::string header, std::string trailer)
+        : _recorder(recorder),
+          _stream(std::move(stream)),
+          _header(std::move(header)),
+          _trailer(std::move(trailer)) {}
+
+    bool begin() override {
+        _recorder.record("KV3QORXExportSession.begin");
+        return !write(_header);
+    }
+    bool end() override {
+        _recorder.record("KV3QORXExportSession.end");
+        return !write(_trailer);
+    }
+    platform::OptionalError exportPlaylist(std::int64_t persistentID) override {
+        return exportRecord("KV3QORXExportSession.exportPlaylist", "P", persistentID);
+    }
+    platform::OptionalError exportPlaylistDeleted(std::int64_t persistentID) override {
+        return exportRecord("KV3QORXExportSession.exportPlaylistDeleted", "p", persistentID);
+    }
+    platform::OptionalError exportTrack(std::int64_t persistentID) override {
+        return exportRecord("KV3QORXExportSession.exportTrack", "T", persistentID);
+    }
+    platform::OptionalError exportTrackDeleted(std::int64_t persistentID) override {
+        return exportRecord("KV3QORXExportSession.exportTrackDeleted", "t", persistentID);
+    }
+
+private:
+    platform::OptionalError exportRecord(std::string_view call, std::string_view kind,
+                                         std::int64_t persistentID) {
+        if (_recorder.fails(call, {persistentID}))
+            return platform::Error("KV3QORX", persistentID);
+        return write(std::string(kind) + std::to_string(persistentID) + ";");
+    }
+    platform::OptionalError write(const std::string& text) {
+        if (text.empty())
+            return std::nullopt;
+        return _stream->write(platform::Data(text.begin(), text.end()));
+    }
+
+    Recorder& _recorder;
+    const std::shared_ptr<platform::OutputStream> _stream;
+    const std::string _header;
+    const std::string _trailer;
+};
 
 }  // namespace
 
@@ -19,6 +86,8 @@ void RecordingImportService::performImportFromSource(std::int64_t source,
                                                      Completion completionHandler) {
     const bool isFault = _recorder.fails("KVMediaLibraryService.performImport",
                                          {source, databasePath, trackData, playlistData, options});
+    if (performImportThrows)
+        throw std::runtime_error("no import");
     _scheduler.post(importTime, [this, isFault, completionHandler] {
         if (whileImporting)
             whileImporting();
@@ -39,11 +108,19 @@ void RecordingImportService::cancelImportOperation(std::int64_t source,
     });
 }
 
+std::vector<KV3ArtworkSize> RecordingArtworkConfiguration::sizesToAutogenerateForMediaType(
+    std::uint32_t mediaType, std::int64_t artworkType) {
+    if (_recorder.fails("KV3ArtworkConfiguration.sizesToAutogenerate", {mediaType, artworkType}))
+        return {};
+    return sizes;
+}
+
 RecordingMediaLibrary::RecordingMediaLibrary(Recorder& recorder, VirtualScheduler& scheduler,
                                              MemoryFileSystem& files)
     : _recorder(recorder),
       _library(std::make_shared<RecordingLibrary>(recorder, files)),
-      _importService(recorder, scheduler) {}
+      _importService(recorder, scheduler),
+      _artworkConfiguration(recorder) {}
 
 std::shared_ptr<KV3Korvane> RecordingMediaLibrary::sharedLibrary() {
     _recorder.record("KV3Korvane.sharedLibrary");
@@ -133,6 +210,33 @@ void RecordingMediaLibrary::enumerateChapterTimes(
         return;
     for (const double seconds : found->second)
         block(seconds);
+}
+
+void RecordingMediaLibrary::enumerateChapterArtworkCacheIDs(
+    const platform::Data& data,
+    const std::function<void(const std::string& cacheID, bool& stop)>& block) {
+    _recorder.record("KVTSChapterTOC.enumerateArtworkCacheIDs", {data});
+    const auto found = chapterArtworkCacheIDs.find(data);
+    if (found == chapterArtworkCacheIDs.end())
+        return;
+    bool stop = false;
+    for (auto id = found->second.begin(); id != found->second.end() && !stop; ++id)
+        block(*id, stop);
+}
+
+std::shared_ptr<KV3Container> RecordingMediaLibrary::containerWithPersistentID(
+    std::int64_t persistentID, const std::shared_ptr<KV3Korvane>&) {
+    _recorder.record("KV3Container.initWithPersistentID", {persistentID});
+    return std::make_shared<RecordingContainer>(_recorder, persistentID,
+                                                builtInSmartPlaylists.contains(persistentID));
+}
+
+std::shared_ptr<KV3QORXExportSession> RecordingMediaLibrary::makeExportSession(
+    const std::shared_ptr<KV3Korvane>&,
+    const std::shared_ptr<platform::OutputStream>& outputStream) {
+    _recorder.record("KV3QORXExportSession.initWithLibrary", {outputStream->description()});
+    return std::make_shared<RecordingExportSession>(_recorder, outputStream, exportHeader,
+                                                    exportTrailer);
 }
 
 }  // namespace support

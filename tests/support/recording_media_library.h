@@ -21,6 +21,8 @@ public:
     platform::OptionalError error;
     platform::Nanoseconds importTime = 0;
     platform::Nanoseconds cancelTime = 0;
+    // As when memory runs out: a std::runtime_error, and no answer.
+    bool performImportThrows = false;
     // Run on the service's thread just before an import answers.
     std::function<void()> whileImporting;
 
@@ -37,6 +39,20 @@ private:
     VirtualScheduler& _scheduler;
 };
 
+class RecordingArtworkConfiguration : public KV3ArtworkConfiguration {
+public:
+    explicit RecordingArtworkConfiguration(Recorder& recorder) : _recorder(recorder) {}
+
+    // What is answered for every media type.
+    std::vector<KV3ArtworkSize> sizes;
+
+    std::vector<KV3ArtworkSize> sizesToAutogenerateForMediaType(std::uint32_t mediaType,
+                                                                std::int64_t artworkType) override;
+
+private:
+    Recorder& _recorder;
+};
+
 class RecordingMediaLibrary : public MediaLibraryFramework {
 public:
     RecordingMediaLibrary(Recorder& recorder, VirtualScheduler& scheduler, MemoryFileSystem& files);
@@ -48,7 +64,12 @@ public:
     std::vector<std::int64_t> autoCreatedSmartPlaylists;
     std::set<std::string> tokensWithOriginalArtwork;
     std::map<platform::Data, std::vector<double>> chapterTimes;  // by chapter data
+    std::map<platform::Data, std::vector<std::string>> chapterArtworkCacheIDs;
     std::int64_t nextIntegerUUID = 4711;
+    std::set<std::int64_t> builtInSmartPlaylists;  // by persistent id
+    // What an export session writes at its begin and at its end.
+    std::string exportHeader = "[";
+    std::string exportTrailer = "]";
 
     std::shared_ptr<KV3Korvane> sharedLibrary() override;
     std::string sharedLibraryDatabasePath() override;
@@ -77,11 +98,23 @@ public:
     std::int64_t createIntegerUUID() override;
     void enumerateChapterTimes(const platform::Data& data,
                                const std::function<void(double seconds)>& block) override;
+    std::shared_ptr<KV3Container> containerWithPersistentID(
+        std::int64_t persistentID, const std::shared_ptr<KV3Korvane>& library) override;
+    // Writes "P5;" for a playlist, "p5;" for a deleted one, "T5;" and "t5;" for tracks. A fault is
+    // an error of the domain "KV3QORX" with the id as its code.
+    std::shared_ptr<KV3QORXExportSession> makeExportSession(
+        const std::shared_ptr<KV3Korvane>& library,
+        const std::shared_ptr<platform::OutputStream>& outputStream) override;
+    void enumerateChapterArtworkCacheIDs(
+        const platform::Data& data,
+        const std::function<void(const std::string& cacheID, bool& stop)>& block) override;
+    RecordingArtworkConfiguration& artworkConfiguration() override { return _artworkConfiguration; }
 
 private:
     Recorder& _recorder;
     const std::shared_ptr<RecordingLibrary> _library;
     RecordingImportService _importService;
+    RecordingArtworkConfiguration _artworkConfiguration;
 };
 
 }  // namespace support

@@ -6,7 +6,7 @@ namespace support {
 
 RecordingPlatform::RecordingPlatform()
     : _operatingSystem(_recorder),
-      _daemon(_recorder),
+      _daemon(_recorder, _operatingSystem.scheduler()),
       _mediaLibrary(_recorder, _operatingSystem.scheduler(), _operatingSystem.fileSystem()),
       _storeDownloads(_recorder),
       _cloud(_recorder),

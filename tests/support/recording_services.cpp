@@ -84,9 +84,12 @@ void RecordingArtworkService::sendRequest(
             platform::Array{destination.width, destination.height, destination.path});
     const bool isFault =
         _recorder.fails("PXVArtworkService.sendRequest", {request.source, destinations});
-    _scheduler.post(0, [this, isFault, completionHandler = std::move(completionHandler)] {
-        completionHandler(isFault ? platform::Error("PXVArtworkService", 1)
-                                  : platform::OptionalError(error));
+    _scheduler.post(0, [this, request, isFault, completionHandler = std::move(completionHandler)] {
+        const platform::OptionalError answer =
+            isFault ? platform::Error("PXVArtworkService", 1) : platform::OptionalError(error);
+        if (!answer && whileResizing)
+            whileResizing(request);
+        completionHandler(answer);
     });
 }
 

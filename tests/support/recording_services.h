@@ -1,6 +1,7 @@
 // The store download framework, the cloud client and the artwork service.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -23,12 +24,17 @@ public:
     }
 
     std::map<std::string, platform::Value, std::less<>> properties;
+    std::string phase{VDDownloadPhaseDownloading};
 
     platform::Value valueForProperty(std::string_view property) const override {
         const auto found = properties.find(property);
         return found == properties.end() ? platform::Value() : found->second;
     }
     std::int64_t persistentIdentifier() const override { return _persistentIdentifier; }
+    std::string downloadPhaseIdentifier() const override { return phase; }
+    std::string description() const override {
+        return "<VDDownload " + std::to_string(_persistentIdentifier) + ">";
+    }
 
 private:
     const std::int64_t _persistentIdentifier;
@@ -83,13 +89,15 @@ private:
     Recorder& _recorder;
 };
 
-// Writes nothing; answers after the call has returned.
+// Writes nothing by itself; answers after the call has returned.
 class RecordingArtworkService : public PXVArtworkService {
 public:
     RecordingArtworkService(Recorder& recorder, VirtualScheduler& scheduler)
         : _recorder(recorder), _scheduler(scheduler) {}
 
     platform::OptionalError error;
+    // Run on the service's thread just before it answers a request without an error.
+    std::function<void(const PXVArtworkServiceResizeRequest&)> whileResizing;
 
     void sendRequest(
         const PXVArtworkServiceResizeRequest& request,

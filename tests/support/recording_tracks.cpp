@@ -40,6 +40,12 @@ public:
     bool existsInLibrary() override {
         return !_recorder.fails("KV3Track.existsInLibrary", {_persistentID}) && exists();
     }
+    std::optional<std::string> absoluteFilePath() override {
+        if (_recorder.fails("KV3Track.absoluteFilePath", {_persistentID}))
+            return std::nullopt;
+        const platform::Value path = value(KV3TrackPropertyFilePath);
+        return path.isString() ? std::optional(*path.string()) : std::nullopt;
+    }
     bool deleteFromLibrary() override {
         if (_recorder.fails("KV3Track.deleteFromLibrary", {_persistentID}))
             return false;

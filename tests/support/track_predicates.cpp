@@ -40,8 +40,9 @@ constexpr std::array<const char*, KV3TrackPropertyCount_> names{
     "StoreMatchedStatus",
     "StoreRedownloadedStatus",
     "StoreVeskaID",
+    "CloudArtworkToken",
 };
-static_assert(KV3TrackPropertyStoreVeskaID == 32 && names.back() != nullptr);
+static_assert(KV3TrackPropertyCloudArtworkToken == 33 && names.back() != nullptr);
 
 std::string symbol(std::int32_t comparison) {
     switch (comparison) {

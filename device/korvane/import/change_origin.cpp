@@ -1,7 +1,6 @@
 #include "device/korvane/import/change_origin.h"
 
 #include "common/sqlite/database.h"
-#include "device/korvane/schema.h"
 
 namespace korvane {
 
@@ -22,6 +21,23 @@ void ChangeOrigin::aboutToChange() {
     if (!_isSet) {
         _isSet = true;
         write(_uid, true);
+    }
+}
+
+void ChangeOrigin::tellEverybody(EntityKind kind, std::int64_t pid) {
+    aboutToChange();
+    _hasNewsForPeer = true;
+    const int entityKind = static_cast<int>(kind);
+    const bool isGiven =
+        _database.execute(
+            "UPDATE entity_revision SET origin = ?3 WHERE entity_kind = ?1 AND pid = ?2"
+            " AND deleted = 0 AND revision > (SELECT base_revision FROM change_state)",
+            entityKind, pid, OwnerOrigin) != 0;
+    if (!isGiven) {
+        _database.execute("DELETE FROM entity_revision WHERE entity_kind = ? AND pid = ?",
+                          entityKind, pid);
+        _database.execute("INSERT INTO entity_revision (entity_kind, pid, origin) VALUES (?, ?, ?)",
+                          entityKind, pid, OwnerOrigin);
     }
 }
 

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+#include "device/korvane/schema.h"
+
 namespace common {
 class Database;
 }
@@ -26,6 +28,14 @@ public:
     // The new tracks of a range of item ids, which have none yet, are counted and get revisions in
     // that order: the triggers would do it one by one.
     void giveRevisionsToNewTracks(std::int64_t firstItemID, std::int64_t lastItemID);
+    // The entry as it is now is news for everybody, the peer included: it gets a revision of the
+    // owner's, in place of one that this transaction gave it.
+    void tellEverybody(EntityKind kind, std::int64_t pid);
+    // A deletion that everybody is told of has been written.
+    void noteNewsForPeer() { _hasNewsForPeer = true; }
+    // Whether a revision of this transaction is not the peer's.
+    bool hasNewsForPeer() const { return _hasNewsForPeer; }
+    const std::string& uid() const { return _uid; }
     // At the end of the transaction: what follows is the owner's again.
     void end();
     bool hasChanged() const { return _isSet; }
@@ -36,6 +46,7 @@ private:
     common::Database& _database;
     const std::string _uid;
     bool _isSet = false;
+    bool _hasNewsForPeer = false;
 };
 
 }  // namespace korvane

@@ -99,4 +99,12 @@ std::optional<FoundEntry> EntryFinder::find(const RecordIDs& ids) {
     return found ? found : byGlobalID(ids.globalID);
 }
 
+std::optional<FoundEntry> EntryFinder::findPeers(const RecordIDs& ids) {
+    std::optional<FoundEntry> found = byOwnID(ids.ownID);
+    if (!found) {
+        found = byPeersID(ids.persistentID);
+    }
+    return found ? found : byGlobalID(ids.globalID);
+}
+
 }  // namespace korvane

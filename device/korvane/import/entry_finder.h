@@ -40,6 +40,8 @@ public:
                 const NamedEntries* named);
 
     std::optional<FoundEntry> find(const RecordIDs& ids);
+    // As find, but not by sync id: another device's mean other entries here.
+    std::optional<FoundEntry> findPeers(const RecordIDs& ids);
     // Each alone.
     std::optional<FoundEntry> byOwnID(std::int64_t id) { return first(_byPID, id); }
     std::optional<FoundEntry> bySyncID(std::int64_t id) { return first(_bySyncID, id); }

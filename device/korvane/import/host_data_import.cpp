@@ -23,15 +23,38 @@ namespace {
 
 using platform::Value;
 
+std::int64_t checkHostRecord(const qorx::Record& record) {
+    if (record.has_track()) {
+        if (record.track().sync_id() == 0) {
+            refuseStream("a track has no sync id");
+        }
+        return record.track().sync_id();
+    }
+    if (record.has_playlist() && record.playlist().sync_id() == 0 &&
+        record.playlist().global_id() == 0) {
+        refuseStream("a playlist has no id");
+    }
+    return 0;
+}
+
+void checkHostHeader(const qorx::Header& header) {
+    if (header.purpose() != qorx::Header::HOST_DATA) {
+        refuseStream("the stream is no host's data");
+    }
+    if (!isPlausibleUID(header.exporter_uid())) {
+        refuseStream("the stream does not say which host it is from");
+    }
+}
+
 class HostDataImport {
 public:
-    HostDataImport(common::Database& database, HostStream& stream,
-                   const HostStreamContents& contents, const HostDataImportOptions& options)
+    HostDataImport(common::Database& database, RecordStream& stream,
+                   const RecordStreamContents& contents, const HostDataImportOptions& options)
         : _stream(stream),
           _contents(contents),
           _options(options),
           _origin(database, contents.header.exporter_uid()),
-          _newIDs(database, contents.counts.tracks(), contents.trackSyncIDs, options.randomNumber),
+          _newIDs(database, contents.counts.tracks(), contents.ids, options.randomNumber),
           _unreported(database, reportedRevision(database)),
           _context{.database = database,
                    .origin = _origin,
@@ -42,8 +65,7 @@ public:
                    .sourceBit = sourceBit(KV3SourceHostData),
                    .nowMs = options.nowMs,
                    .hadNoTracks = database.int64("SELECT EXISTS (SELECT 1 FROM item)") == 0,
-                   .hasTwins = std::ranges::adjacent_find(contents.trackSyncIDs) !=
-                               contents.trackSyncIDs.end()} {}
+                   .hasTwins = std::ranges::adjacent_find(contents.ids) != contents.ids.end()} {}
 
     void run() {
         importTracks();
@@ -78,7 +100,7 @@ private:
 
     void importTracks() {
         TrackImport tracks(_context);
-        _stream.forEachBatch(qorx::Record::kTrack, [&](HostStream::Batch& batch) {
+        _stream.forEachBatch(qorx::Record::kTrack, [&](RecordStream::Batch& batch) {
             std::ranges::stable_sort(
                 batch, {}, [](const qorx::Record* record) { return record->track().sync_id(); });
             tracks.apply(batch);
@@ -91,7 +113,7 @@ private:
             return;
         }
         PlaylistImport playlists(_context);
-        _stream.forEachBatch(qorx::Record::kPlaylist, [&](HostStream::Batch& batch) {
+        _stream.forEachBatch(qorx::Record::kPlaylist, [&](RecordStream::Batch& batch) {
             for (const qorx::Record* record : batch) {
                 playlists.apply(record->playlist());
             }
@@ -101,7 +123,7 @@ private:
     void removeEntries() {
         Removals removals(_context);
         if (_contents.counts.deletions() != 0) {
-            _stream.forEachBatch(qorx::Record::kDeletion, [&](HostStream::Batch& batch) {
+            _stream.forEachBatch(qorx::Record::kDeletion, [&](RecordStream::Batch& batch) {
                 for (const qorx::Record* record : batch) {
                     const qorx::Deletion& deletion = record->deletion();
                     removals.applyDeletion(deletion.entity() == qorx::Deletion::PLAYLIST
@@ -129,8 +151,8 @@ private:
         }
     }
 
-    HostStream& _stream;
-    const HostStreamContents& _contents;
+    RecordStream& _stream;
+    const RecordStreamContents& _contents;
     const HostDataImportOptions& _options;
     ChangeOrigin _origin;
     NewIDs _newIDs;
@@ -138,24 +160,15 @@ private:
     ImportContext _context;
 };
 
-platform::Error importError(const common::SqliteError& error,
-                            const ImportCancellation& cancellation) {
-    const auto code = error.isInterrupted() && cancellation.isAsked()
-                          ? KVMediaLibraryServiceErrorCancelled
-                      : error.isDiskFull() ? KVMediaLibraryServiceErrorNoSpace
-                                           : KVMediaLibraryServiceErrorDatabase;
-    return platform::Error(KVMediaLibraryServiceErrorDomain, code, error.what());
-}
-
 }  // namespace
 
-platform::OptionalError importHostData(Connections& connections, const OpenHostData& open,
+platform::OptionalError importHostData(Connections& connections, const OpenRecords& open,
                                        const HostDataImportOptions& options,
                                        ImportCancellation& cancellation) {
     try {
         cancellation.check();
-        HostStream stream(open, [&] { cancellation.check(); });
-        const HostStreamContents contents = stream.verify();
+        RecordStream stream(open, [&] { cancellation.check(); });
+        const RecordStreamContents contents = stream.verify({checkHostHeader, checkHostRecord});
         connections.write([&](common::Database& database) {
             const ImportCancellation::Scope scope(cancellation, database);
             cancellation.check();

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "device/korvane/import/host_stream.h"
 #include "device/korvane/import/new_ids.h"
+#include "device/korvane/import/record_stream.h"
 #include "platform/errors.h"
 
 namespace korvane {
@@ -27,7 +27,7 @@ struct HostDataImportOptions {
 
 // Absent on success. After a failure the library is as it was; the error is one of
 // KVMediaLibraryServiceErrorDomain, or the file system's.
-platform::OptionalError importHostData(Connections& connections, const OpenHostData& open,
+platform::OptionalError importHostData(Connections& connections, const OpenRecords& open,
                                        const HostDataImportOptions& options,
                                        ImportCancellation& cancellation);
 

@@ -9,7 +9,13 @@
 #include "platform/errors.h"
 #include "platform/media_library.h"
 
+namespace common {
+class SqliteError;
+}
+
 namespace korvane {
+
+class ImportCancellation;
 
 class ImportFailure : public std::exception {
 public:
@@ -23,5 +29,9 @@ public:
 private:
     platform::Error _error;
 };
+
+// What an import answers when the database fails it.
+platform::Error importError(const common::SqliteError& error,
+                            const ImportCancellation& cancellation);
 
 }  // namespace korvane

@@ -31,8 +31,11 @@ struct ImportService::State {
     const std::shared_ptr<Library> library;
     const std::shared_ptr<platform::WorkQueue> queue;
     ImportCancellation hostDataCancellation;
-    std::mutex mutex;
-    std::optional<std::string> hostDataFile;  // mutex
+    ImportCancellation peerCancellation;
+    std::mutex mutex;  // protects what follows
+    std::optional<std::string> hostDataFile;
+    std::optional<std::string> fullExchangeWith;
+    std::optional<ImportRevisions> lastRevisions;
 
     std::unique_ptr<platform::InputStream> openHostData() {
         std::lock_guard lock(mutex);
@@ -45,23 +48,47 @@ struct ImportService::State {
             return Error(KVMediaLibraryServiceErrorDomain, KVMediaLibraryServiceErrorDatabase,
                          "there is no library at " + request.databasePath);
         }
+        if (request.source == KV3SourceSync) {
+            return importChanges(request);
+        }
         if (request.source != KV3SourceHostData || request.trackData || request.playlistData) {
             return Error(KVMediaLibraryServiceErrorDomain,
                          KVMediaLibraryServiceErrorUnsupportedSource,
                          "this kind of import is not supported");
         }
+        return importHost(request);
+    }
+
+    OptionalError importHost(const Request& request) {
         const platform::Value given(request.options);
         HostDataImportOptions options;
         options.isReset = given[KVImportOperationOptionIsResetSyncKey].boolValue();
         if (const std::string* anchor = given[KVImportOperationOptionSyncAnchorKey].string()) {
             options.anchor = *anchor;
         }
-        options.savedRevision =
-            savedRevision(library->configuration().files, library->libraryUID());
+        options.savedRevision = savedRevision(library->configuration().files, library->uid());
         options.nowMs = library->nowMilliseconds();
-        return importHostData(
-            library->connections(), [this] { return openHostData(); }, options,
-            hostDataCancellation);
+        return importHostData(library->connections(), recordsOf([this] { return openHostData(); }),
+                              options, hostDataCancellation);
+    }
+
+    OptionalError importChanges(const Request& request) {
+        PeerImportOptions options;
+        options.ownUID = library->uid();
+        {
+            std::lock_guard lock(mutex);
+            options.fullExchangeWith = std::exchange(fullExchangeWith, std::nullopt);
+            lastRevisions.reset();
+        }
+        const auto given = [](const std::optional<platform::Data>& data) {
+            return data ? &*data : nullptr;
+        };
+        const PeerImportResult result = importPeerChanges(
+            library->connections(), {given(request.trackData), given(request.playlistData)},
+            options, peerCancellation);
+        std::lock_guard lock(mutex);
+        lastRevisions = result.revisions;
+        return result.error;
     }
 
     // No exception leaves a job of the queue.
@@ -100,6 +127,17 @@ void ImportService::unregisterHostDataFile() {
 
 void ImportService::resetCancel() {
     _state->hostDataCancellation.reset();
+    _state->peerCancellation.reset();
+}
+
+void ImportService::expectFullExchange(const std::string& peerUID) {
+    std::lock_guard lock(_state->mutex);
+    _state->fullExchangeWith = peerUID;
+}
+
+std::optional<ImportRevisions> ImportService::lastImportRevisions() const {
+    std::lock_guard lock(_state->mutex);
+    return _state->lastRevisions;
 }
 
 void ImportService::performImportFromSource(std::int64_t source, const std::string& databasePath,
@@ -119,6 +157,8 @@ void ImportService::cancelImportOperation(std::int64_t source,
                                           std::function<void()> completionHandler) {
     if (source == KV3SourceHostData) {
         _state->hostDataCancellation.ask();
+    } else if (source == KV3SourceSync) {
+        _state->peerCancellation.ask();
     }
     // Behind the import that runs, and those that wait and will now end at once.
     _state->queue->async([state = _state, completion = std::move(completionHandler)] {

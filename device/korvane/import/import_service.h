@@ -7,8 +7,10 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
+#include "device/korvane/import/peer_changes_import.h"
 #include "platform/media_library.h"
 
 namespace korvane {
@@ -18,6 +20,7 @@ class Library;
 // Imports of source 6 without track data read the host's data file; the library's mark of what has
 // been saved for the host becomes what the last save of the session covered (see
 // save/host_saver.h), or what the host says that it has merged, where that is less.
+// Imports of source 2 take another device's changes from the data they are given.
 class ImportService final : public KVMediaLibraryService {
 public:
     explicit ImportService(std::shared_ptr<Library> library);
@@ -28,6 +31,11 @@ public:
     void unregisterHostDataFile();
     // Imports may begin again: a cancel is remembered until here, whether or not it met one.
     void resetCancel();
+
+    // The next import of source 2 brings everything that this peer (its library's uid) has.
+    void expectFullExchange(const std::string& peerUID);
+    // What the last import of source 2 gave; absent: none, or it failed.
+    std::optional<ImportRevisions> lastImportRevisions() const;
 
     // KVMediaLibraryService
     void performImportFromSource(std::int64_t source, const std::string& databasePath,

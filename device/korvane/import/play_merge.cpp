@@ -1,9 +1,13 @@
 #include "device/korvane/import/play_merge.h"
 
 #include <algorithm>
+#include <array>
+#include <map>
+#include <string_view>
 #include <tuple>
 
 #include "common/qorx/qorx.pb.h"
+#include "device/korvane/change_times.h"
 #include "device/korvane/import/change_origin.h"
 #include "device/korvane/import/record_columns.h"
 
@@ -19,6 +23,9 @@ constexpr char Grows[] =
     "SELECT NOT EXISTS (SELECT 1 FROM play_statistics WHERE item_pid = ?1 AND origin_uid = ?2"
     " AND play_count >= ?3 AND skip_count >= ?4 AND last_played_ms >= ?5"
     " AND last_skipped_ms >= ?6)";
+constexpr char Rows[] =
+    "SELECT origin_uid, play_count, skip_count, last_played_ms, last_skipped_ms"
+    " FROM play_statistics WHERE item_pid = ?";
 constexpr char Write[] =
     "INSERT INTO play_statistics"
     " (item_pid, origin_uid, play_count, skip_count, last_played_ms, last_skipped_ms)"
@@ -40,7 +47,7 @@ std::int64_t count(std::uint64_t value) {
 void mergeOwnerValues(const qorx::Track& record, IncomingTrack& into) {
     if (record.has_rating()) {
         const std::int64_t value = std::min<std::int64_t>(record.rating().value(), LargestRating);
-        const std::int64_t changed = record.rating().changed_ms();
+        const std::int64_t changed = boundedMs(record.rating().changed_ms());
         if (std::tie(changed, value) > std::tie(into.ratingChangedMs, into.rating)) {
             into.rating = value;
             into.ratingChangedMs = changed;
@@ -48,7 +55,7 @@ void mergeOwnerValues(const qorx::Track& record, IncomingTrack& into) {
     }
     if (record.has_bookmark()) {
         const std::int64_t position = columnNumber(record.bookmark().position_ms());
-        const std::int64_t changed = record.bookmark().changed_ms();
+        const std::int64_t changed = boundedMs(record.bookmark().changed_ms());
         if (std::tie(changed, position) > std::tie(into.bookmarkChangedMs, into.bookmarkMs)) {
             into.bookmarkMs = position;
             into.bookmarkChangedMs = changed;
@@ -56,8 +63,42 @@ void mergeOwnerValues(const qorx::Track& record, IncomingTrack& into) {
     }
 }
 
+bool holdsMoreOwnerValues(const IncomingTrack& track, const qorx::Track& record) {
+    IncomingTrack sent;
+    mergeOwnerValues(record, sent);
+    return std::tie(track.rating, track.ratingChangedMs, track.bookmarkMs,
+                    track.bookmarkChangedMs) !=
+           std::tie(sent.rating, sent.ratingChangedMs, sent.bookmarkMs, sent.bookmarkChangedMs);
+}
+
 PlayMerge::PlayMerge(common::Database& database, ChangeOrigin& origin)
-    : _origin(origin), _grows(database.prepare(Grows)), _write(database.prepare(Write)) {}
+    : _origin(origin),
+      _grows(database.prepare(Grows)),
+      _write(database.prepare(Write)),
+      _rows(database.prepare(Rows)) {}
+
+bool PlayMerge::holdsMore(std::int64_t pid, const qorx::Track& record) {
+    // A record may name an origin more than once.
+    using Counts = std::array<std::int64_t, 4>;
+    std::map<std::string_view, Counts> sent;
+    for (const qorx::PlayStatistics& plays : record.plays()) {
+        auto& counts = sent[plays.origin_uid()];
+        counts = {std::max(counts[0], count(plays.play_count())),
+                  std::max(counts[1], count(plays.skip_count())),
+                  std::max(counts[2], boundedMs(plays.last_played_ms())),
+                  std::max(counts[3], boundedMs(plays.last_skipped_ms()))};
+    }
+    bool holdsMore = false;
+    _rows->bindAll(pid);
+    while (!holdsMore && _rows.step()) {
+        const auto found = sent.find(_rows->text(0));
+        const Counts held = {_rows->int64(1), _rows->int64(2), _rows->int64(3), _rows->int64(4)};
+        // A row of zeros is none: it does not travel.
+        holdsMore = found == sent.end() ? held != Counts{} : found->second != held;
+    }
+    _rows->reset();
+    return holdsMore;
+}
 
 void PlayMerge::merge(std::int64_t pid, const qorx::Track& record) {
     for (const qorx::PlayStatistics& plays : record.plays()) {
@@ -66,8 +107,8 @@ void PlayMerge::merge(std::int64_t pid, const qorx::Track& record) {
         }
         const auto bind = [&](common::Query& query) {
             query->bindAllBorrowed(pid, plays.origin_uid(), count(plays.play_count()),
-                                   count(plays.skip_count()), plays.last_played_ms(),
-                                   plays.last_skipped_ms());
+                                   count(plays.skip_count()), boundedMs(plays.last_played_ms()),
+                                   boundedMs(plays.last_skipped_ms()));
         };
         bind(_grows);
         _grows.step();

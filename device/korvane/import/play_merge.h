@@ -19,6 +19,9 @@ struct IncomingTrack;
 // the incoming track.
 void mergeOwnerValues(const qorx::Track& record, IncomingTrack& into);
 
+// Whether a track has another rating or bookmark than its record.
+bool holdsMoreOwnerValues(const IncomingTrack& track, const qorx::Track& record);
+
 // Absolute counts per origin: the larger wins.
 class PlayMerge {
 public:
@@ -26,10 +29,14 @@ public:
     // Writes only what grows. The track's rows exist.
     void merge(std::int64_t pid, const qorx::Track& record);
 
+    // After merging: whether the track has counts that the record does not.
+    bool holdsMore(std::int64_t pid, const qorx::Track& record);
+
 private:
     ChangeOrigin& _origin;
     common::Query _grows;
     common::Query _write;
+    common::Query _rows;
 };
 
 }  // namespace korvane

@@ -1,8 +1,7 @@
 #include "device/korvane/import/playlist_import.h"
 
-#include <algorithm>
-
 #include "common/qorx/qorx.pb.h"
+#include "device/korvane/change_times.h"
 #include "device/korvane/import/import_context.h"
 
 namespace korvane {
@@ -27,7 +26,8 @@ platform::Value rulesOf(const qorx::Playlist& record) {
 PlaylistImport::PlaylistImport(ImportContext& context)
     : _context(context),
       _playlists(context.database, EntityKind::Playlist, context.peerID, &context.namedPlaylists),
-      _tracks(context.database, EntityKind::Track, context.peerID, nullptr) {}
+      _tracks(context.database, EntityKind::Track, context.peerID, nullptr),
+      _deleted(context.database) {}
 
 void PlaylistImport::apply(const qorx::Playlist& record) {
     if (_context.unreported.isDeleted(EntityKind::Playlist, record.sync_id(), record.global_id())) {
@@ -44,9 +44,19 @@ void PlaylistImport::apply(const qorx::Playlist& record) {
     if (found) {
         update(*found, record);
     }
-    if (kindOf(record) == ContainerKind::Plain) {
-        writeEntries(containerID, resolve(record));
+    if (kindOf(record) == ContainerKind::Plain &&
+        writePlaylistEntries(_context.database, containerID, resolve(record),
+                             [&] { _context.origin.aboutToChange(); }) &&
+        found) {
+        setItemsChanged(containerID, record);
     }
+}
+
+void PlaylistImport::setItemsChanged(std::int64_t containerID, const qorx::Playlist& record) {
+    const std::int64_t held = _context.database.int64(
+        "SELECT items_changed_ms FROM container WHERE container_id = ?", containerID);
+    _context.database.execute("UPDATE container SET items_changed_ms = ? WHERE container_id = ?",
+                              changedMs(record, held), containerID);
 }
 
 // One that stands for a built-in playlist takes the place of what stood for it before; the ones
@@ -72,40 +82,50 @@ std::optional<FoundEntry> PlaylistImport::find(const qorx::Playlist& record) {
 
 std::int64_t PlaylistImport::insert(const qorx::Playlist& record) {
     _context.origin.aboutToChange();
+    const std::int64_t changed =
+        record.changed_ms() > 0 ? boundedMs(record.changed_ms()) : _context.nowMs;
     _context.database.execute(
         "INSERT INTO container (container_pid, name, kind, smart_rules, built_in_kind, sync_id,"
-        " global_id, sources, changed_ms) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)",
+        " global_id, sources, added_ms, name_changed_ms, items_changed_ms)"
+        " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?10, ?10)",
         _context.newIDs.next(), record.name(), static_cast<int>(kindOf(record)), rulesOf(record),
         record.built_in_kind(), record.sync_id(), record.global_id(), _context.sourceBit,
-        record.changed_ms());
+        _deleted.birthMs(EntityKind::Playlist, record.global_id(), _context.nowMs), changed);
     return _context.database.lastInsertedRow();
 }
 
+std::int64_t PlaylistImport::changedMs(const qorx::Playlist& record, std::int64_t heldMs) const {
+    return record.changed_ms() > heldMs ? boundedMs(record.changed_ms())
+                                        : changeMs(_context.nowMs, heldMs);
+}
+
 void PlaylistImport::update(const FoundEntry& found, const qorx::Playlist& record) {
-    // The triggers see only what really changes; the condition keeps an equal row unwritten.
-    constexpr char Differs[] =
-        "SELECT EXISTS (SELECT 1 FROM container WHERE container_id = ?1 AND (name <> ?2"
-        " OR kind <> ?3 OR smart_rules IS NOT ?4 OR built_in_kind <> ?5 OR sync_id <> ?6"
-        " OR (global_id <> ?7 AND ?7 <> 0) OR (sources | ?8) <> sources OR changed_ms <> ?9"
-        " OR auto_created <> 0))";
-    constexpr char Write[] =
-        "UPDATE container SET name = ?2, kind = ?3, smart_rules = ?4, built_in_kind = ?5,"
-        " sync_id = ?6, global_id = iif(?7 <> 0, ?7, global_id), sources = sources | ?8,"
-        " changed_ms = ?9, auto_created = 0 WHERE container_id = ?1";
     const platform::Value rules = rulesOf(record);
-    const auto run = [&](auto&& use) {
-        return use(found.rowID, record.name(), static_cast<int>(kindOf(record)), rules,
-                   record.built_in_kind(), record.sync_id(), record.global_id(), _context.sourceBit,
-                   record.changed_ms());
-    };
-    const auto differs = [&](const auto&... values) {
-        return _context.database.int64(Differs, values...);
-    };
-    if (run(differs) == 0) {
+    common::Query row = _context.database.query(
+        "SELECT name <> ?2, kind <> ?3 OR smart_rules IS NOT ?4 OR built_in_kind <> ?5,"
+        " sync_id <> ?6 OR (global_id <> ?7 AND ?7 <> 0) OR (sources | ?8) <> sources"
+        "  OR auto_created <> 0, name_changed_ms, items_changed_ms"
+        " FROM container WHERE container_id = ?1",
+        found.rowID, record.name(), static_cast<int>(kindOf(record)), rules, record.built_in_kind(),
+        record.sync_id(), record.global_id(), _context.sourceBit);
+    row.step();
+    const bool isRenamed = row->int64(0) != 0;
+    const bool hasOtherRules = row->int64(1) != 0;
+    const bool isClaimedAnew = row->int64(2) != 0;
+    const std::int64_t nameMs = row->int64(3);
+    const std::int64_t itemsMs = row->int64(4);
+    if (!isRenamed && !hasOtherRules && !isClaimedAnew) {
         return;
     }
     _context.origin.aboutToChange();
-    run([&](const auto&... values) { return _context.database.execute(Write, values...); });
+    _context.database.execute(
+        "UPDATE container SET name = ?2, kind = ?3, smart_rules = ?4, built_in_kind = ?5,"
+        " sync_id = ?6, global_id = iif(?7 <> 0, ?7, global_id), sources = sources | ?8,"
+        " auto_created = 0, name_changed_ms = ?9, items_changed_ms = ?10 WHERE container_id = ?1",
+        found.rowID, record.name(), static_cast<int>(kindOf(record)), rules, record.built_in_kind(),
+        record.sync_id(), record.global_id(), _context.sourceBit,
+        isRenamed ? changedMs(record, nameMs) : nameMs,
+        hasOtherRules ? changedMs(record, itemsMs) : itemsMs);
 }
 
 void PlaylistImport::claim(std::int64_t containerID, std::int64_t syncID) {
@@ -121,8 +141,8 @@ void PlaylistImport::claim(std::int64_t containerID, std::int64_t syncID) {
     }
 }
 
-std::vector<PlaylistImport::Entry> PlaylistImport::resolve(const qorx::Playlist& record) {
-    std::vector<Entry> entries;
+std::vector<PlaylistEntry> PlaylistImport::resolve(const qorx::Playlist& record) {
+    std::vector<PlaylistEntry> entries;
     entries.reserve(static_cast<std::size_t>(record.items_size()));
     for (const qorx::Playlist::Item& item : record.items()) {
         if (const auto track = _tracks.find(RecordIDs::of(item))) {
@@ -132,43 +152,6 @@ std::vector<PlaylistImport::Entry> PlaylistImport::resolve(const qorx::Playlist&
         }
     }
     return entries;
-}
-
-std::vector<PlaylistImport::Entry> PlaylistImport::held(std::int64_t containerID) {
-    std::vector<Entry> entries;
-    common::Query rows = _context.database.query(
-        "SELECT item_pid, foreign_pid, foreign_sync_id, foreign_global_id FROM container_item"
-        " WHERE container_id = ? ORDER BY position",
-        containerID);
-    while (rows.step()) {
-        entries.push_back({rows->int64(0), rows->int64(1), rows->int64(2), rows->int64(3)});
-    }
-    return entries;
-}
-
-// Leaves the entries before the first difference alone.
-void PlaylistImport::writeEntries(std::int64_t containerID, const std::vector<Entry>& entries) {
-    const std::vector<Entry> old = held(containerID);
-    const auto [firstOld, firstNew] = std::ranges::mismatch(old, entries);
-    if (firstOld == old.end() && firstNew == entries.end()) {
-        return;
-    }
-    _context.origin.aboutToChange();
-    const std::int64_t kept = firstOld - old.begin();
-    std::int64_t position = _context.database.int64(
-        "SELECT ifnull(max(position), -1) + 1 FROM (SELECT position FROM container_item"
-        " WHERE container_id = ? ORDER BY position LIMIT ?)",
-        containerID, kept);
-    _context.database.execute("DELETE FROM container_item WHERE container_id = ? AND position >= ?",
-                              containerID, position);
-    common::Query insert = _context.database.prepare(
-        "INSERT INTO container_item (container_id, position, item_pid, foreign_pid,"
-        " foreign_sync_id, foreign_global_id) VALUES (?, ?, ?, ?, ?, ?)");
-    for (auto entry = firstNew; entry != entries.end(); ++entry) {
-        insert->bindAll(containerID, position++, entry->itemPID, entry->foreignPID,
-                        entry->foreignSyncID, entry->foreignGlobalID);
-        insert.run();
-    }
 }
 
 }  // namespace korvane

@@ -7,7 +7,9 @@
 #include <vector>
 
 #include "common/sqlite/database.h"
+#include "device/korvane/import/deleted_entries.h"
 #include "device/korvane/import/entry_finder.h"
+#include "device/korvane/import/playlist_entries.h"
 
 namespace qorx {
 class Playlist;
@@ -24,26 +26,19 @@ public:
     void apply(const qorx::Playlist& record);
 
 private:
-    // An entry in its place: a track of ours, or the ids that it came with.
-    struct Entry {
-        std::int64_t itemPID = 0;
-        std::int64_t foreignPID = 0;
-        std::int64_t foreignSyncID = 0;
-        std::int64_t foreignGlobalID = 0;
-        bool operator==(const Entry&) const = default;
-    };
-
     std::optional<FoundEntry> find(const qorx::Playlist& record);
     std::int64_t insert(const qorx::Playlist& record);
     void update(const FoundEntry& found, const qorx::Playlist& record);
     void claim(std::int64_t containerID, std::int64_t syncID);
-    std::vector<Entry> resolve(const qorx::Playlist& record);
-    std::vector<Entry> held(std::int64_t containerID);
-    void writeEntries(std::int64_t containerID, const std::vector<Entry>& entries);
+    std::vector<PlaylistEntry> resolve(const qorx::Playlist& record);
+    void setItemsChanged(std::int64_t containerID, const qorx::Playlist& record);
+    // The moment of a change that the host makes: the one that it names, or now.
+    std::int64_t changedMs(const qorx::Playlist& record, std::int64_t heldMs) const;
 
     ImportContext& _context;
     EntryFinder _playlists;
     EntryFinder _tracks;
+    DeletedEntries _deleted;
 };
 
 }  // namespace korvane

@@ -17,9 +17,14 @@ namespace korvane {
 // A record, and what of its row does not come from it alone.
 struct IncomingTrack {
     const qorx::Track* record = nullptr;
+    std::int64_t syncID = 0;
+    // A host sends the recommendation data that its records name; a peer does not.
+    bool bringsKenningData = true;
     std::int64_t globalID = 0;
     std::int64_t sources = 0;
     std::int64_t dateAdded = 0;  // seconds since 1970
+    std::int64_t addedMs = 0;    // milliseconds since 1970, as all that follow
+    std::int64_t metadataChangedMs = 0;
     std::int64_t albumPID = 0;
     std::int64_t albumArtistPID = 0;
     std::int64_t itemArtistPID = 0;
@@ -32,6 +37,9 @@ struct IncomingTrack {
 struct RecordColumn {
     const char* name;
     platform::ValueView (*value)(const IncomingTrack&);
+    // The number of the field of a record (device/korvane/field_times.h) that it belongs to; 0 for
+    // what has no moment of change, or one of its own.
+    int field = 0;
 };
 
 struct RecordTable {

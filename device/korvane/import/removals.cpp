@@ -39,9 +39,9 @@ void Removals::applyDeletion(EntityKind kind, const RecordIDs& ids) {
     _context.origin.aboutToChange();
     if (isTrack) {
         _context.namesMayBeUnused = true;
-        deleteTrack(_context.database, found->pid, DeletionReach::Everywhere);
+        deleteTrack(_context.database, found->pid, DeletionReach::everywhere(_context.nowMs));
     } else {
-        deletePlaylist(_context.database, found->pid, DeletionReach::Everywhere);
+        deletePlaylist(_context.database, found->pid, DeletionReach::everywhere(_context.nowMs));
     }
 }
 
@@ -58,15 +58,9 @@ void Removals::takeClaimOffUnnamed() {
         unnamed(_context.database,
                 "SELECT container_id, container_pid FROM container WHERE sources & ? <> 0",
                 _context.sourceBit, _context.namedPlaylists);
-    for (const std::int64_t pid : playlists) {
+    if (!playlists.empty()) {
         _context.origin.aboutToChange();
-        _context.database.execute(
-            "UPDATE container SET sources = sources & ~?2 WHERE container_pid = ?1", pid,
-            _context.sourceBit);
-        if (_context.database.int64("SELECT sources FROM container WHERE container_pid = ?", pid) ==
-            0) {
-            deletePlaylist(_context.database, pid, DeletionReach::Here);
-        }
+        removePlaylistSources(_context.database, _context.sourceBit, playlists);
     }
 }
 

@@ -2,23 +2,10 @@
 
 #include "common/qorx/qorx.pb.h"
 #include "device/korvane/import/import_context.h"
+#include "device/korvane/import/playlist_entries.h"
 #include "device/korvane/import/record_columns.h"
 
 namespace korvane {
-
-namespace {
-
-// Entries of playlists that came before their tracks, or outlived them.
-constexpr char ResolveWaitingEntries[] =
-    "UPDATE container_item SET item_pid = ifnull("
-    "  (SELECT item_pid FROM item_extra WHERE global_id = foreign_global_id AND global_id <> 0),"
-    "  (SELECT item_pid FROM item_store WHERE sync_id = foreign_sync_id AND sync_id <> 0)),"
-    " foreign_pid = 0, foreign_sync_id = 0, foreign_global_id = 0"
-    " WHERE item_pid = 0 AND ("
-    "  EXISTS (SELECT 1 FROM item_extra WHERE global_id = foreign_global_id AND global_id <> 0)"
-    "  OR EXISTS (SELECT 1 FROM item_store WHERE sync_id = foreign_sync_id AND sync_id <> 0))";
-
-}  // namespace
 
 TrackImport::TrackImport(ImportContext& context)
     : _context(context),
@@ -27,7 +14,9 @@ TrackImport::TrackImport(ImportContext& context)
       _places(context.database),
       _statements(context.database),
       _plays(context.database, context.origin),
-      _removed(context.database) {}
+      _removed(context.database),
+      _deleted(context.database),
+      _fieldTimes(context.database) {}
 
 void TrackImport::apply(std::span<const qorx::Record* const> batch) {
     for (const qorx::Record* entry : batch) {
@@ -97,6 +86,7 @@ bool TrackImport::findRow(const qorx::Track& record) {
 IncomingTrack TrackImport::incoming(const qorx::Track& record) {
     IncomingTrack track;
     track.record = &record;
+    track.syncID = record.sync_id();
     track.albumArtistPID = _names.albumArtist(record.album_artist());
     track.albumPID = _names.album(record.album(), track.albumArtistPID);
     track.itemArtistPID = _names.itemArtist(record.artist());
@@ -117,14 +107,15 @@ void TrackImport::update(const qorx::Track& record) {
     }
     mergeOwnerValues(record, track);
 
-    const RecordTableSet different = _statements.differences(track);
+    const TrackDifferences different = _statements.differences(track);
     const bool isOtherFile = _statements.hasOtherFile(record.content_hash());
     _statements.close();
     _context.namedTracks.add(itemID);
-    if (different.any()) {
+    if (different.tables.any()) {
         _context.origin.aboutToChange();
-        _context.namesMayBeUnused |= different[ItemTable];
-        _statements.update(itemID, track, different);
+        _context.namesMayBeUnused |= different.tables[ItemTable];
+        _statements.update(itemID, track, different.tables);
+        _fieldTimes.setChanged(pid, different.fields, _context.nowMs);
         if (isOtherFile) {
             _statements.forgetFile(itemID);
         }
@@ -143,6 +134,8 @@ std::int64_t TrackImport::insert(const qorx::Track& record, const TrackPlace& pl
     } else if (track.dateAdded == 0) {
         track.dateAdded = _context.nowMs / 1000;
     }
+    track.addedMs = _deleted.birthMs(EntityKind::Track, track.globalID, _context.nowMs);
+    track.metadataChangedMs = track.addedMs;
     mergeOwnerValues(record, track);
     const std::int64_t pid = recalled ? *recalled : _context.newIDs.next();
     _statements.insert(pid, track, place);
@@ -154,9 +147,8 @@ std::int64_t TrackImport::insert(const qorx::Track& record, const TrackPlace& pl
 }
 
 void TrackImport::finish() {
-    if (_hasInserted && _context.database.int64(
-                            "SELECT EXISTS (SELECT 1 FROM container_item WHERE item_pid = 0)")) {
-        _context.database.execute(ResolveWaitingEntries);
+    if (_hasInserted) {
+        resolveWaitingEntries(_context.database);
     }
 }
 

@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "common/sqlite/database.h"
+#include "device/korvane/field_times.h"
+#include "device/korvane/import/deleted_entries.h"
 #include "device/korvane/import/entry_finder.h"
 #include "device/korvane/import/names.h"
 #include "device/korvane/import/play_merge.h"
@@ -50,6 +52,8 @@ private:
     TrackStatements _statements;
     PlayMerge _plays;
     RemovedTracks _removed;
+    DeletedEntries _deleted;
+    FieldTimes _fieldTimes;
     std::vector<const qorx::Track*> _pending;  // of the batch: new, not inserted yet
     bool _hasInserted = false;
 };

@@ -24,6 +24,8 @@ constexpr HeldValue HeldValues[] = {
     {"sources", &IncomingTrack::sources},
     {"global_id", &IncomingTrack::globalID},
     {"date_added", &IncomingTrack::dateAdded},
+    {"added_ms", &IncomingTrack::addedMs},
+    {"metadata_changed_ms", &IncomingTrack::metadataChangedMs},
     {"user_rating", &IncomingTrack::rating},
     {"rating_changed_ms", &IncomingTrack::ratingChangedMs},
     {"bookmark_ms", &IncomingTrack::bookmarkMs},
@@ -90,7 +92,9 @@ std::string updateStatement(const RecordTable& table) {
     return fmt::format("UPDATE {} SET {} WHERE item_id = ?", table.name, assignments);
 }
 
-void bindView(common::Statement& statement, int index, const ValueView& view) {
+}  // namespace
+
+void TrackStatements::bindBorrowed(common::Statement& statement, int index, const ValueView& view) {
     switch (view.type()) {
         case Value::Type::Signed:
             statement.bind(index, view.int64Value());
@@ -109,6 +113,8 @@ void bindView(common::Statement& statement, int index, const ValueView& view) {
     }
 }
 
+namespace {
+
 bool isSame(const ValueView& a, const ValueView& b) {
     if (a.type() != b.type()) {
         return false;
@@ -121,7 +127,7 @@ bool isSame(const ValueView& a, const ValueView& b) {
 int bindValues(common::Statement& statement, int index, const RecordTable& table,
                const IncomingTrack& track) {
     for (const RecordColumn& column : table.columns) {
-        bindView(statement, index++, column.value(track));
+        TrackStatements::bindBorrowed(statement, index++, column.value(track));
     }
     return index;
 }
@@ -201,6 +207,10 @@ void TrackStatements::close() {
     _row = nullptr;
 }
 
+ValueView TrackStatements::held(std::size_t column) const {
+    return (*_row)->view(IDColumns + static_cast<int>(column));
+}
+
 void TrackStatements::readHeld(IncomingTrack& track) const {
     for (std::size_t i = 0; i < std::size(HeldValues); ++i) {
         track.*HeldValues[i].member = (*_row)->int64(_heldColumns[i]);
@@ -212,16 +222,18 @@ bool TrackStatements::hasOtherFile(std::string_view contentHash) const {
     return !held.isNull() && !contentHash.empty() && held.string() != contentHash;
 }
 
-RecordTableSet TrackStatements::differences(const IncomingTrack& track) const {
-    RecordTableSet different;
+TrackDifferences TrackStatements::differences(const IncomingTrack& track) const {
+    TrackDifferences different;
     int index = IDColumns;
     for (std::size_t table = 0; table < RecordTableCount; ++table) {
         for (const RecordColumn& column : recordTables()[table].columns) {
             if (!isSame((*_row)->view(index++), column.value(track))) {
-                different.set(table);
+                different.tables.set(table);
+                different.fields.set(static_cast<std::size_t>(column.field));
             }
         }
     }
+    different.fields.reset(0);
     return different;
 }
 

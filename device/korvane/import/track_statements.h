@@ -9,7 +9,9 @@
 #include <vector>
 
 #include "common/sqlite/database.h"
+#include "device/korvane/field_times.h"
 #include "device/korvane/import/track_places.h"
+#include "platform/values.h"
 
 namespace korvane {
 
@@ -17,8 +19,13 @@ struct IncomingTrack;
 
 inline constexpr std::size_t RecordTableCount = 5;
 inline constexpr std::size_t ItemTable = 0;
-// The tables whose rows differ from an incoming track.
 using RecordTableSet = std::bitset<RecordTableCount>;
+
+// Where a track's rows differ from an incoming one.
+struct TrackDifferences {
+    RecordTableSet tables;
+    TrackFieldSet fields;
+};
 
 class TrackStatements {
 public:
@@ -34,17 +41,23 @@ public:
     // Of the row that is open.
     std::int64_t itemID() const { return (*_row)->int64(0); }
     std::int64_t pid() const { return (*_row)->int64(1); }
+    // One of the columns of recordTables(), which are counted through; borrowed until close.
+    platform::ValueView held(std::size_t column) const;
     // Fills in what the track has now and a record may leave as it is.
     void readHeld(IncomingTrack& track) const;
     // Whether both this row and a record know the file's hash and it is not the same.
     bool hasOtherFile(std::string_view contentHash) const;
-    RecordTableSet differences(const IncomingTrack& track) const;
+    TrackDifferences differences(const IncomingTrack& track) const;
 
     void update(std::int64_t itemID, const IncomingTrack& track, const RecordTableSet& tables);
     void insert(std::int64_t pid, const IncomingTrack& track, const TrackPlace& place);
     std::int64_t lastItemID() const { return _nextItemID - 1; }
     // The file that is here is not the one that the track has now: it is to come again.
     void forgetFile(std::int64_t itemID);
+
+    // Binds a value that lives until the statement has run.
+    static void bindBorrowed(common::Statement& statement, int index,
+                             const platform::ValueView& value);
 
 private:
     bool open(common::Query& query, std::int64_t id);

@@ -7,7 +7,8 @@ namespace korvane {
 UnreportedChanges::UnreportedChanges(common::Database& database, std::int64_t coveredRevision) {
     common::Query rows = database.query(
         "SELECT entity_kind, pid, deleted, sync_id, global_id FROM entity_revision"
-        " WHERE revision > ? AND origin = '' AND entity_kind IN (0, 1)",
+        " WHERE revision > ? AND entity_kind IN (0, 1)"
+        " AND (origin = '' OR origin IN (SELECT peer_uid FROM peer))",
         coveredRevision);
     while (rows.step()) {
         Kind& kind = _kinds[rows->int64(0)];

@@ -1,4 +1,5 @@
-// Purpose: what the owner changed after the last save: an import neither overwrites nor forgets it.
+// Purpose: what the owner changed after the last save, here or on another device: an import neither
+// overwrites nor forgets it.
 #pragma once
 
 #include <cstdint>

@@ -24,16 +24,21 @@ constexpr std::string_view TracksPrefix = "Tracks_";
 constexpr std::string_view PlaylistsPrefix = "Playlists_";
 constexpr std::string_view Extension = ".qorx";
 
-// The owner's changes after a revision, oldest first.
+// The owner's changes after a revision, oldest first; those that came from the owner's other
+// devices too, where the host knows the track.
 constexpr char OwnersTracks[] =
-    "SELECT pid, deleted, sync_id, global_id, media_type FROM entity_revision"
-    " WHERE entity_kind = 0 AND revision > ? AND origin = '' ORDER BY revision";
+    "SELECT r.pid, r.deleted FROM entity_revision r LEFT JOIN item i ON i.item_pid = r.pid"
+    " WHERE r.entity_kind = 0 AND r.revision > ?1 AND (r.origin = ''"
+    "  OR (r.origin IN (SELECT peer_uid FROM peer) AND (r.deleted <> 0 OR i.sources & ?2 <> 0)))"
+    " ORDER BY r.revision";
 // And the playlists that no host has acknowledged by naming them. What the library made by itself
 // is not the owner's.
+constexpr std::int64_t HostBit = sourceBit(KV3SourceHostData);
 constexpr char OwnersPlaylists[] =
-    "SELECT r.pid, r.deleted, r.sync_id, r.global_id, 0 FROM entity_revision r"
+    "SELECT r.pid, r.deleted FROM entity_revision r"
     " LEFT JOIN container c ON c.container_pid = r.pid"
-    " WHERE r.entity_kind = 1 AND r.origin = '' AND ifnull(c.auto_created, 0) = 0"
+    " WHERE r.entity_kind = 1 AND (r.origin = '' OR r.origin IN (SELECT peer_uid FROM peer))"
+    " AND ifnull(c.auto_created, 0) = 0"
     " AND (r.revision > ?1 OR (r.deleted = 0 AND c.sources & ?2 = 0))"
     " ORDER BY r.revision";
 
@@ -41,7 +46,7 @@ qorx::Header header(qorx::Header::Purpose purpose, const Library& library,
                     std::int64_t coveredRevision) {
     qorx::Header header;
     header.set_purpose(purpose);
-    header.set_exporter_uid(library.libraryUID());
+    header.set_exporter_uid(library.uid());
     header.set_covered_revision(coveredRevision);
     return header;
 }
@@ -67,32 +72,27 @@ public:
 
     OptionalError track(common::Query& row) {
         if (row->int64(1) != 0) {
-            return _writer.write(deletion(row, qorx::Deletion::TRACK));
+            return deletion(EntityKind::Track, row->int64(0));
         }
         return _export.track(row->int64(0), _track) ? _writer.write(_track) : std::nullopt;
     }
     OptionalError playlist(common::Query& row) {
         if (row->int64(1) != 0) {
-            return _writer.write(deletion(row, qorx::Deletion::PLAYLIST));
+            return deletion(EntityKind::Playlist, row->int64(0));
         }
         return _export.playlist(row->int64(0), _playlist) ? _writer.write(_playlist) : std::nullopt;
     }
 
 private:
-    static qorx::Deletion deletion(common::Query& row, qorx::Deletion::Entity entity) {
-        qorx::Deletion record;
-        record.set_entity(entity);
-        record.set_persistent_id(row->int64(0));
-        record.set_sync_id(row->int64(2));
-        record.set_global_id(row->int64(3));
-        record.set_media_type(static_cast<std::uint32_t>(row->int64(4)));
-        return record;
+    OptionalError deletion(EntityKind kind, std::int64_t pid) {
+        return _export.deletion(kind, pid, _deletion) ? _writer.write(_deletion) : std::nullopt;
     }
 
     RecordExport _export;
     common::QorxWriter& _writer;
     qorx::Track _track;
     qorx::Playlist _playlist;
+    qorx::Deletion _deletion;
 };
 
 // A whole file: `write` writes its records.
@@ -119,7 +119,7 @@ OptionalError save(common::Database& database, Library& library, qorx::Header::P
 }
 
 OptionalError writeTracks(common::Database& database, std::int64_t since, ChangeWriter& changes) {
-    common::Query rows = database.query(OwnersTracks, since);
+    common::Query rows = database.query(OwnersTracks, since, HostBit);
     while (rows.step()) {
         if (OptionalError error = changes.track(rows)) {
             return error;
@@ -130,8 +130,7 @@ OptionalError writeTracks(common::Database& database, std::int64_t since, Change
 
 OptionalError writePlaylists(common::Database& database, std::int64_t since,
                              ChangeWriter& changes) {
-    common::Query rows =
-        database.query(OwnersPlaylists, since, std::int64_t{1} << KV3SourceHostData);
+    common::Query rows = database.query(OwnersPlaylists, since, HostBit);
     while (rows.step()) {
         if (OptionalError error = changes.playlist(rows)) {
             return error;

@@ -6,8 +6,11 @@
 #include <cstdint>
 
 #include "common/sqlite/database.h"
+#include "device/korvane/save/track_rows.h"
+#include "device/korvane/schema.h"
 
 namespace qorx {
+class Deletion;
 class Playlist;
 class Track;
 }  // namespace qorx
@@ -19,18 +22,23 @@ public:
     explicit RecordExport(common::Database& database);
 
     // Fills the record, which is cleared first, with all that travels. False: there is no such
-    // entry.
+    // entry, or no such deletion.
     bool track(std::int64_t pid, qorx::Track& record);
     bool playlist(std::int64_t pid, qorx::Playlist& record);
+    bool deletion(EntityKind kind, std::int64_t pid, qorx::Deletion& record);
 
 private:
     void plays(std::int64_t pid, qorx::Track& record);
+    void fieldChanges(std::int64_t pid, qorx::Track& record);
     void items(std::int64_t containerID, qorx::Playlist& record);
 
-    common::Query _track;
+    TrackRows _tracks;
     common::Query _plays;
+    bool _hasFieldChanges;  // whether any track has one
+    common::Query _fieldChanges;
     common::Query _playlist;
     common::Query _items;
+    common::Query _deletion;
 };
 
 }  // namespace korvane

@@ -1,329 +1,357 @@
 #include "device/downloads/download_service.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <condition_variable>
 #include <fstream>
-#include <mutex>
-#include <thread>
-#include <vector>
 
-#include "device/system/rooted_file_system.h"
-#include "device/system/work_queues.h"
-#include "tests/support/recording_log.h"
-#include "tests/support/temporary_directory.h"
+#include "tests/device/downloads/download_fixture.h"
 
 namespace {
 
-using downloads::DownloadService;
-using downloads::NewDownload;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
-using Operation = VDDownloadManagerObserverOperation;
+using testing::SizeIs;
 
-// Writes down what it is told as "<operation> <library item>:<phase> ...".
-class RecordingObserver final : public VDDownloadManagerObserver {
-public:
-    RecordingObserver(std::vector<Operation> operations, const platform::WorkQueue& queue)
-        : _operations(std::move(operations)), _queue(queue) {}
-
-    bool respondsTo(Operation operation) const override {
-        return std::find(_operations.begin(), _operations.end(), operation) != _operations.end();
-    }
-    void downloadManagerDownloadStatesDidChange(
-        VDDownloadManager&, const std::vector<std::shared_ptr<VDDownload>>& downloads) override {
-        std::string line = "states";
-        for (const auto& download : downloads)
-            line += " " +
-                    *download->valueForProperty(VDDownloadPropertyLibraryItemIdentifier).string() +
-                    ":" + *download->valueForProperty(VDDownloadPropertyDownloadPhase).string();
-        note(line);
-    }
-    void downloadManagerActiveDownloadsDidChange(VDDownloadManager&) override { note("active"); }
-    void downloadManagerDownloadsDidChange(VDDownloadManager&) override { note("list"); }
-
-    std::vector<std::string> seen() {
-        const std::lock_guard lock(_mutex);
-        return _seen;
-    }
-
-private:
-    void note(const std::string& line) {
-        EXPECT_TRUE(_queue.isCurrent());
-        const std::lock_guard lock(_mutex);
-        _seen.push_back(line);
-    }
-
-    const std::vector<Operation> _operations;
-    const platform::WorkQueue& _queue;
-    std::mutex _mutex;
-    std::vector<std::string> _seen;
-};
-
-class DownloadServiceTest : public testing::Test {
+class DownloadService : public test::DownloadsTest {
 protected:
-    void start() { service = std::make_unique<DownloadService>(configuration()); }
-    DownloadService::Configuration configuration() { return {files, log, queue}; }
-
-    static NewDownload song(std::int64_t item, std::string_view kind = VDDownloadKindMusic) {
-        return {std::string(kind),
-                item,
-                1000 + item,
-                77,
-                "https://store.example/" + std::to_string(item),
-                {{std::string(VDDownloadPropertyBundleIdentifier), "com.example.player"}}};
-    }
-    std::int64_t enqueue(const NewDownload& download) {
-        platform::OptionalError error;
-        const auto persistentIdentifier = service->enqueue(download, &error);
-        EXPECT_TRUE(persistentIdentifier) << error->text();
-        return persistentIdentifier.value_or(0);
-    }
-    std::shared_ptr<VDDownloadManager> managerFor(const std::vector<std::string>& kinds) {
-        const auto options = service->makeManagerOptions();
-        options->setDownloadKinds(kinds);
-        options->setPrefetchedDownloadProperties(
-            {std::string(VDDownloadPropertyLibraryItemIdentifier)});
-        return service->makeManager(options);
-    }
-    static std::vector<std::string> items(VDDownloadManager& manager) {
-        std::vector<std::string> result;
-        for (const auto& download : manager.downloads())
-            result.push_back(
-                *download->valueForProperty(VDDownloadPropertyLibraryItemIdentifier).string());
-        return result;
-    }
-    // Everything that the queue was given is over.
-    void settle() {
-        const auto done = device::makeSemaphore(0);
-        queue->async([&] { done->signal(); });
-        done->wait();
-    }
-    // What happens meanwhile is told in one batch.
-    void inOneBatch(const std::function<void()>& changes) {
-        const auto hold = device::makeSemaphore(0);
-        queue->async([&] { hold->wait(); });
-        changes();
-        hold->signal();
-        settle();
-    }
-    std::shared_ptr<RecordingObserver> observe(VDDownloadManager& manager,
-                                               std::vector<Operation> operations) {
-        auto observer = std::make_shared<RecordingObserver>(std::move(operations), *queue);
-        manager.addObserver(observer);
-        return observer;
+    std::string writeFile(const std::string& name, const std::string& bytes) {
+        const std::string path = outside / name;
+        std::ofstream(path, std::ios::binary) << bytes;
+        return "file://" + path;
     }
 
-    test::TemporaryDirectory root;
-    device::RootedFileSystem files{root.path()};
-    support::RecordingLog log;
-    device::WorkQueues queues;
-    std::shared_ptr<platform::WorkQueue> queue = queues.makeSerialQueue("VDDownloadManager");
-    std::unique_ptr<DownloadService> service;
+    const std::string song = content(300'000);
+    test::TemporaryDirectory outside;
+    // A song's server, which sends everything at once.
+    test::HttpServer server{[this](const test::HttpRequest& request) {
+        return test::serveFile(request, song, "\"1\"");
+    }};
 };
 
-const std::vector<Operation> Everything = {
-    Operation::downloadStatesDidChange, Operation::activeDownloadsDidChange,
-    Operation::downloadsDidChange, Operation::networkUsageDidChange};
-
-TEST_F(DownloadServiceTest, ADownloadShowsItsPropertiesAndWaitsAtFirst) {
+TEST_F(DownloadService, AFileComesAndIsInstalledPhaseByPhase) {
     start();
-    const std::int64_t persistentIdentifier = enqueue(song(5));
-    const auto all = service->makeManager(nullptr)->downloads();
-    ASSERT_EQ(all.size(), 1u);
-    const VDDownload& download = *all.front();
-    EXPECT_EQ(download.persistentIdentifier(), persistentIdentifier);
-    EXPECT_EQ(download.valueForProperty(VDDownloadPropertyLibraryItemIdentifier), "5");
-    EXPECT_EQ(download.valueForProperty(VDDownloadPropertyDownloadPhase), "waiting");
-    EXPECT_EQ(download.valueForProperty(VDDownloadPropertyBundleIdentifier), "com.example.player");
-    EXPECT_EQ(download.valueForProperty(downloads::PropertyStoreItemIdentifier), 1005);
-    EXPECT_EQ(download.valueForProperty(downloads::PropertyStoreAccountIdentifier), 77);
-    EXPECT_EQ(download.valueForProperty(downloads::PropertySource), "https://store.example/5");
-    EXPECT_EQ(download.valueForProperty(downloads::PropertyKind), "music");
-    EXPECT_TRUE(download.valueForProperty("unknown").isNull());
+    request(server.url("/music/First%20Song.mp3"));
+    ASSERT_TRUE(waitUntilAllIsInstalled());
+    EXPECT_EQ(installedContent(), song);
+    EXPECT_THAT(observer->phases(1), ElementsAre("waiting", "downloading", "installing"));
+    ASSERT_THAT(installer.installed(), SizeIs(1));
+    const downloads::DownloadItem item = installer.installed().front();
+    EXPECT_EQ(item.libraryItem, 5001);
+    EXPECT_EQ(item.storeAccount, 77);
+    EXPECT_EQ(item.fileName, "First Song.mp3");
+    EXPECT_EQ(item.title, "");
+    EXPECT_THAT(stagedFiles(), IsEmpty());
 }
 
-TEST_F(DownloadServiceTest, AManagerSeesItsKindsOldestFirst) {
+TEST_F(DownloadService, AFileOfThisMachineComesTheSameWay) {
     start();
-    enqueue(song(3));
-    enqueue(song(1, VDDownloadKindMovie));
-    enqueue(song(2, VDDownloadKindPodcast));
-    enqueue(song(9));
-    EXPECT_THAT(items(*managerFor({"music", "podcast"})), ElementsAre("3", "2", "9"));
-    EXPECT_THAT(items(*managerFor({})), IsEmpty());
-    EXPECT_THAT(items(*service->makeManager(service->makeManagerOptions())),
-                ElementsAre("3", "1", "2", "9"));
+    writeFile("A%B.flac", song);
+    request("file://" + outside / "A%25B.flac");
+    ASSERT_TRUE(waitUntilAllIsInstalled());
+    EXPECT_EQ(installedContent(), song);
+    EXPECT_EQ(installer.installed().front().fileName, "A%B.flac");
 }
 
-TEST_F(DownloadServiceTest, DownloadsAndTheirNumbersOutliveARestart) {
+TEST_F(DownloadService, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
     start();
-    const std::int64_t first = enqueue(song(1));
-    const std::int64_t second = enqueue(song(2));
-    EXPECT_EQ(service->update(second, "paused", {{"bytes", 4096}}), std::nullopt);
-    service.reset();
-    start();
-    const auto all = service->makeManager(nullptr)->downloads();
-    ASSERT_EQ(all.size(), 2u);
-    EXPECT_EQ(all[0]->persistentIdentifier(), first);
-    EXPECT_EQ(all[1]->persistentIdentifier(), second);
-    EXPECT_EQ(all[1]->valueForProperty(VDDownloadPropertyDownloadPhase), "paused");
-    EXPECT_EQ(all[1]->valueForProperty("bytes"), 4096);
+    const std::string pipe = outside / "pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_TRUE(waitForPhase(request("file://" + pipe, 1), "failed"));
+    EXPECT_TRUE(waitForPhase(request("file:///dev/zero", 2), "failed"));
+    EXPECT_TRUE(waitForPhase(request("file://" + outside.path(), 3), "failed"));
+    EXPECT_TRUE(waitForPhase(request("file://" + outside / "missing.mp3", 4), "failed"));
+    const std::int64_t empty = request(writeFile("empty.mp3", ""), 5);
+    EXPECT_TRUE(waitForPhase(empty, "failed"));
+    EXPECT_EQ(status(empty).error, "The file is empty.");
 }
 
-TEST_F(DownloadServiceTest, ANumberIsNeverUsedAgain) {
+TEST_F(DownloadService, NoMoreThanTwoComeAtATime) {
     start();
-    const std::int64_t first = enqueue(song(1));
-    EXPECT_EQ(service->remove(first), std::nullopt);
-    service.reset();
-    start();
-    const std::int64_t second = enqueue(song(1));
-    EXPECT_GT(second, first);
-
-    // Not even by a database that takes the place of a lost one.
-    service.reset();
-    ASSERT_EQ(files.removeItem("/var/mobile/Media/Downloads"), std::nullopt);
-    start();
-    EXPECT_GT(enqueue(song(1)), second);
-}
-
-TEST_F(DownloadServiceTest, ADamagedDatabaseIsSetAsideAndLogged) {
-    start();
-    enqueue(song(1));
-    service.reset();
-    {
-        std::ofstream out(root.path() + downloads::DatabasePath, std::ios::trunc);
-        out << std::string(20'000, 'x');
-    }
-    start();
-    EXPECT_EQ(log.lines().size(), 1u);
-    EXPECT_THAT(items(*service->makeManager(nullptr)), IsEmpty());
-    enqueue(song(2));
-    const auto names = *files.contentsOfDirectory("/var/mobile/Media/Downloads", nullptr);
-    EXPECT_TRUE(std::any_of(names.begin(), names.end(), [](const std::string& name) {
-        return name.starts_with("downloads.sqlitedb.damaged-");
-    }));
-}
-
-TEST_F(DownloadServiceTest, WhatIsIncompleteOrUnknownIsRefused) {
-    start();
-    const auto refused = [&](NewDownload download) {
-        platform::OptionalError error;
-        return !service->enqueue(download, &error) && error == platform::Error::posix(EINVAL);
-    };
-    NewDownload download = song(1);
-    download.kind = "ringtone";
-    EXPECT_TRUE(refused(download));
-    download = song(0);
-    EXPECT_TRUE(refused(download));
-    download = song(1);
-    download.storeItem = 0;
-    EXPECT_TRUE(refused(download));
-    download = song(1);
-    download.storeAccount = 0;
-    EXPECT_TRUE(refused(download));
-    download = song(1);
-    download.source.clear();
-    EXPECT_TRUE(refused(download));
-    download = song(1);
-    download.properties["list"] = platform::Array{};
-    EXPECT_TRUE(refused(download));
-    EXPECT_FALSE(service->enqueue(download, nullptr));
-
-    const std::int64_t known = enqueue(song(1));
-    EXPECT_EQ(service->update(known, "sleeping"), platform::Error::posix(EINVAL));
-    EXPECT_EQ(service->update(known + 1, "paused"), platform::Error::posix(ENOENT));
-    EXPECT_EQ(service->remove(known + 1), platform::Error::posix(ENOENT));
-}
-
-TEST_F(DownloadServiceTest, ObserversAreToldInBatchesInTheOrderOfTheChanges) {
-    start();
-    const auto manager = managerFor({"music"});
-    const auto observer = observe(*manager, Everything);
-    inOneBatch([&] {
-        const std::int64_t first = enqueue(song(1));
-        enqueue(song(2));
-        enqueue(song(3, VDDownloadKindMovie));
-        service->update(first, "downloading");
-        service->update(first, "installing");
-        service->remove(first);
+    server.setHandler([&](const test::HttpRequest& request) {
+        auto reply = test::serveFile(request, song, "\"1\"");
+        reply.sends = 1000;
+        reply.stalls = true;
+        return reply;
     });
-    EXPECT_THAT(
-        observer->seen(),
-        ElementsAre("list", "active", "states 1:waiting 2:waiting 1:downloading 1:installing"));
+    const std::int64_t first = request(server.url("/1.mp3"), 1);
+    const std::int64_t second = request(server.url("/2.mp3"), 2);
+    const std::int64_t third = request(server.url("/3.mp3"), 3);
+    ASSERT_TRUE(waitForBytes(first, 1000));
+    ASSERT_TRUE(waitForBytes(second, 1000));
+    EXPECT_EQ(status(third).phase, "waiting");
+    server.setHandler(
+        [&](const test::HttpRequest& request) { return test::serveFile(request, song, "\"1\""); });
+    EXPECT_EQ(service->cancel(first), std::nullopt);
+    ASSERT_TRUE(waitFor([&] { return !installedContent(3).empty(); }));
+    EXPECT_EQ(installedContent(3), song);
+    EXPECT_EQ(status(second).phase, "downloading");
 }
 
-TEST_F(DownloadServiceTest, MovementInTheQueueIsAChangeOfState) {
+TEST_F(DownloadService, ThoseThatWaitAreToldThatTheQueueMoves) {
+    settings.simultaneous = 1;
     start();
-    const std::int64_t waiting = enqueue(song(8));
-    const auto manager = managerFor({"music"});
-    const auto observer = observe(*manager, Everything);
-    inOneBatch([&] { service->update(waiting, "waiting"); });
-    EXPECT_THAT(observer->seen(), ElementsAre("states 8:waiting"));
-}
-
-TEST_F(DownloadServiceTest, AnObserverHearsOnlyWhatItRespondsTo) {
-    start();
-    const auto manager = managerFor({"music"});
-    const auto states = observe(*manager, {Operation::downloadStatesDidChange});
-    const auto nothing = observe(*manager, {});
-    inOneBatch([&] { service->update(enqueue(song(1)), "downloading"); });
-    EXPECT_THAT(states->seen(), ElementsAre("states 1:waiting 1:downloading"));
-    EXPECT_THAT(nothing->seen(), IsEmpty());
-}
-
-TEST_F(DownloadServiceTest, ObserversAndManagersAreHeldWeakly) {
-    start();
-    auto manager = managerFor({"music"});
-    auto observer = observe(*manager, Everything);
-    const std::weak_ptr<RecordingObserver> weakObserver = observer;
-    inOneBatch([&] {
-        enqueue(song(1));
-        observer.reset();
-        EXPECT_TRUE(weakObserver.expired());
+    server.setHandler([&](const test::HttpRequest& request) {
+        auto reply = test::serveFile(request, song, "\"1\"");
+        reply.sends = 1000;
+        reply.stalls = true;
+        return reply;
     });
-    const std::weak_ptr<VDDownloadManager> weakManager = manager;
-    inOneBatch([&] {
-        enqueue(song(2));
-        manager.reset();
-        EXPECT_TRUE(weakManager.expired());
+    const std::int64_t first = request(server.url("/1.mp3"), 1);
+    ASSERT_TRUE(waitForBytes(first, 1000));
+    const auto told = std::make_shared<test::PhaseObserver>();
+    request(server.url("/2.mp3"), 2);
+    manager->addObserver(told);
+    server.release();
+    ASSERT_TRUE(waitFor([&] { return told->phases(2) == std::vector<std::string>{"waiting"}; }));
+}
+
+TEST_F(DownloadService, ARequestForTheSameItemOrAddressIsTheSameDownload) {
+    start();
+    installer.hold();
+    const std::int64_t number = request(server.url("/1.mp3"), 1);
+    EXPECT_EQ(request(server.url("/other.mp3"), 1), number);
+    EXPECT_EQ(request(server.url("/1.mp3"), 2), number);
+    EXPECT_THAT(service->list(), SizeIs(1));
+    installer.letGoOn();
+    ASSERT_TRUE(waitUntilAllIsInstalled());
+    EXPECT_EQ(refusalOf(requestFor(server.url("/1.mp3")))->code, EEXIST);
+}
+
+TEST_F(DownloadService, WhatCannotBeCarriedOutIsRefusedInPlainWords) {
+    start();
+    EXPECT_EQ(refusalOf(requestFor("ftp://127.0.0.1/a.mp3"))->text(),
+              "Downloads come from https, http or file addresses only.");
+    EXPECT_EQ(refusalOf(requestFor(server.url("/1.mp3"), 0))->code, EINVAL);
+    downloads::DownloadRequest bad = requestFor(server.url("/1.mp3"));
+    bad.storeAccount = 0;
+    EXPECT_EQ(refusalOf(bad)->code, EINVAL);
+    bad = requestFor(server.url("/1.mp3"));
+    bad.kind = "ringtone";
+    EXPECT_EQ(refusalOf(bad)->code, EINVAL);
+    bad = requestFor(server.url("/1.mp3"));
+    bad.title = std::string(2000, 'x');
+    EXPECT_EQ(refusalOf(bad)->code, EINVAL);
+    bad.title = "\xFF";
+    EXPECT_EQ(refusalOf(bad)->code, EINVAL);
+    EXPECT_FALSE(service->request(bad, nullptr));
+    EXPECT_THAT(service->list(), IsEmpty());
+}
+
+TEST_F(DownloadService, WhatFailedKeepsItsReasonAndIsTriedAgainWhenAskedForAgain) {
+    start();
+    server.setHandler([](const test::HttpRequest&) { return test::HttpReply{"404 Not Found"}; });
+    const std::int64_t number = request(server.url("/1.mp3"));
+    ASSERT_TRUE(waitForPhase(number, "failed"));
+    EXPECT_EQ(status(number).error, "The server answered with status 404.");
+    EXPECT_THAT(server.requests(), SizeIs(1));
+
+    server.setHandler(
+        [&](const test::HttpRequest& request) { return test::serveFile(request, song, "\"1\""); });
+    EXPECT_EQ(request(server.url("/moved.mp3")), number);
+    ASSERT_TRUE(waitUntilAllIsInstalled());
+    EXPECT_EQ(installedContent(), song);
+}
+
+TEST_F(DownloadService, ACancelledDownloadLeavesNothing) {
+    start();
+    server.setHandler([&](const test::HttpRequest& request) {
+        auto reply = test::serveFile(request, song, "\"1\"");
+        reply.sends = 1000;
+        reply.stalls = true;
+        return reply;
     });
+    const std::int64_t number = request(server.url("/1.mp3"));
+    ASSERT_TRUE(waitForBytes(number, 1000));
+    EXPECT_THAT(stagedFiles(), SizeIs(1));
+    EXPECT_EQ(service->cancel(number), std::nullopt);
+    EXPECT_THAT(installer.abandoned(), ElementsAre(5001));
+    EXPECT_EQ(service->cancel(number)->code, ENOENT);
+    stop();
+    start();
+    EXPECT_THAT(stagedFiles(), IsEmpty());
+    EXPECT_THAT(service->list(), IsEmpty());
 }
 
-TEST_F(DownloadServiceTest, AManagerOutlivesTheService) {
+TEST_F(DownloadService, WhatIsBeingInstalledIsNotCancelled) {
     start();
-    const auto manager = managerFor({"music"});
-    enqueue(song(1));
-    service.reset();
-    EXPECT_THAT(items(*manager), ElementsAre("1"));
+    installer.hold();
+    const std::int64_t number = request(server.url("/1.mp3"));
+    ASSERT_TRUE(waitForPhase(number, "installing"));
+    EXPECT_EQ(service->cancel(number)->code, EBUSY);
+    installer.letGoOn();
+    ASSERT_TRUE(waitUntilAllIsInstalled());
+    EXPECT_EQ(installedContent(), song);
 }
 
-TEST_F(DownloadServiceTest, ThreadsMayChangeAndReadAtOnce) {
+TEST_F(DownloadService, AnInstallThatFailsIsTriedAgainWithoutComingAgain) {
     start();
-    const auto manager = managerFor({"music"});
-    const auto observer = observe(*manager, {Operation::downloadStatesDidChange});
-    std::vector<std::thread> threads;
-    for (int thread = 1; thread <= 3; ++thread)
-        threads.emplace_back([&, thread] {
-            for (int i = 0; i < 10; ++i) {
-                const std::int64_t download = enqueue(song(100 * thread + i));
-                EXPECT_EQ(service->update(download, "downloading"), std::nullopt);
-                manager->downloads();
-                if (i % 2 == 1) {
-                    EXPECT_EQ(service->remove(download), std::nullopt);
-                }
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
-    settle();
-    EXPECT_EQ(manager->downloads().size(), 15u);
-    std::size_t changes = 0;
-    for (const std::string& line : observer->seen())
-        changes += static_cast<std::size_t>(std::count(line.begin(), line.end(), ':'));
-    EXPECT_EQ(changes, 60u);
+    installer.fail({{platform::POSIXErrorDomain, EBUSY, "The library is busy."}});
+    request(server.url("/1.mp3"));
+    ASSERT_TRUE(waitUntilAllIsInstalled());
+    EXPECT_EQ(installedContent(), song);
+    EXPECT_THAT(server.requests(), SizeIs(1));
+    EXPECT_THAT(observer->phases(1),
+                ElementsAre("waiting", "downloading", "installing", "waiting", "installing"));
+}
+
+TEST_F(DownloadService, AFileThatIsNowhereWhenItIsToBeInstalledComesAgain) {
+    start();
+    installer.fail({{platform::POSIXErrorDomain, ENOENT, "The file is gone."}});
+    request(server.url("/1.mp3"));
+    ASSERT_TRUE(waitUntilAllIsInstalled());
+    EXPECT_EQ(installedContent(), song);
+    EXPECT_THAT(server.requests(), SizeIs(2));
+}
+
+TEST_F(DownloadService, AnInstallThatNeverSucceedsFailsInTheEnd) {
+    settings.retry.attempts = 3;
+    start();
+    const platform::Error error{platform::POSIXErrorDomain, EIO, "The library is read-only."};
+    installer.fail({error, error, error});
+    const std::int64_t number = request(server.url("/1.mp3"));
+    ASSERT_TRUE(waitForPhase(number, "failed"));
+    EXPECT_EQ(status(number).error, "The library is read-only.");
+}
+
+TEST_F(DownloadService, WhatHasLeftTheLibraryFailsAtOnce) {
+    start();
+    installer.fail({{platform::POSIXErrorDomain, ESRCH, "The track is gone."}});
+    const std::int64_t number = request(server.url("/1.mp3"));
+    ASSERT_TRUE(waitForPhase(number, "failed"));
+    EXPECT_EQ(status(number).error, "The track is gone.");
+}
+
+TEST_F(DownloadService, AFileLargerThanAllowedIsRefused) {
+    settings.staging.maximumSize = 1000;
+    start();
+    const std::int64_t number = request(server.url("/1.mp3"));
+    ASSERT_TRUE(waitForPhase(number, "failed"));
+    EXPECT_THAT(status(number).error, HasSubstr("larger than a download may be"));
+    // Nor when its size is not told.
+    server.setHandler([&](const test::HttpRequest&) {
+        test::HttpReply reply;
+        reply.fields = {"Transfer-Encoding: chunked"};
+        reply.tellsLength = false;
+        reply.body = "7D0\r\n" + song.substr(0, 2000) + "\r\n0\r\n\r\n";
+        return reply;
+    });
+    EXPECT_EQ(request(server.url("/1.mp3")), number);
+    ASSERT_TRUE(waitForPhase(number, "failed"));
+    EXPECT_THAT(status(number).error, HasSubstr("More than 1000 bytes"));
+}
+
+TEST_F(DownloadService, SpaceIsLeftForTheLibrary) {
+    settings.staging.reservedSpace = std::uint64_t{1} << 62;
+    start();
+    const std::int64_t number = request(server.url("/1.mp3"));
+    ASSERT_TRUE(waitForPhase(number, "failed"));
+    EXPECT_THAT(status(number).error, HasSubstr("The device is full"));
+}
+
+TEST_F(DownloadService, AFileInChunksComesWhole) {
+    start();
+    server.setHandler([&](const test::HttpRequest&) {
+        test::HttpReply reply;
+        reply.fields = {"Transfer-Encoding: chunked",
+                        "Content-Disposition: attachment; filename=\"../Second Song.m4a\""};
+        reply.tellsLength = false;
+        reply.body = "7D0\r\n" + song.substr(0, 2000) + "\r\n0\r\n\r\n";
+        return reply;
+    });
+    request(server.url("/get?id=1"));
+    ASSERT_TRUE(waitUntilAllIsInstalled());
+    EXPECT_EQ(installedContent(), song.substr(0, 2000));
+    EXPECT_EQ(installer.installed().front().fileName, "Second Song.m4a");
+}
+
+TEST_F(DownloadService, AnAnswerWhoseEndCannotBeToldIsRefused) {
+    start();
+    server.setHandler([&](const test::HttpRequest&) {
+        test::HttpReply reply;
+        reply.tellsLength = false;
+        reply.body = song;
+        return reply;
+    });
+    const std::int64_t number = request(server.url("/1.mp3"));
+    ASSERT_TRUE(waitForPhase(number, "failed"));
+    EXPECT_THAT(status(number).error, HasSubstr("does not say where the file ends"));
+}
+
+TEST_F(DownloadService, EmptyAndCompressedAnswersAreRefused) {
+    start();
+    server.setHandler([&](const test::HttpRequest& request) {
+        test::HttpReply reply;
+        if (request.path == "/compressed.mp3") {
+            reply.fields = {"Content-Encoding: gzip"};
+            reply.body = song;
+        }
+        return reply;
+    });
+    const std::int64_t empty = request(server.url("/empty.mp3"), 1);
+    const std::int64_t compressed = request(server.url("/compressed.mp3"), 2);
+    ASSERT_TRUE(waitForPhase(empty, "failed"));
+    EXPECT_EQ(status(empty).error, "The file is empty.");
+    ASSERT_TRUE(waitForPhase(compressed, "failed"));
+    EXPECT_THAT(status(compressed).error, HasSubstr("compressed"));
+}
+
+TEST_F(DownloadService, RedirectionsAreFollowedAFewTimesAndNeverToFiles) {
+    start();
+    server.setHandler([&](const test::HttpRequest& request) {
+        test::HttpReply reply{"302 Found"};
+        if (request.path == "/once.mp3")
+            reply.fields = {"Location: /there.mp3"};
+        else if (request.path == "/there.mp3")
+            return test::serveFile(request, song, "\"1\"");
+        else if (request.path == "/file.mp3")
+            reply.fields = {"Location: " + writeFile("secret.mp3", "secret")};
+        else
+            reply.fields = {"Location: " + request.path + "x"};
+        return reply;
+    });
+    const std::int64_t loop = request(server.url("/loop"), 1);
+    const std::int64_t file = request(server.url("/file.mp3"), 2);
+    request(server.url("/once.mp3"), 3);
+    ASSERT_TRUE(waitForPhase(loop, "failed"));
+    EXPECT_THAT(status(loop).error, HasSubstr("leads on more than 5 times"));
+    ASSERT_TRUE(waitForPhase(file, "failed"));
+    ASSERT_TRUE(waitFor([&] { return installedContent(3) == song; }));
+}
+
+TEST_F(DownloadService, AHeaderThatIsTooLargeIsRefused) {
+    start();
+    server.setHandler([&](const test::HttpRequest& request) {
+        auto reply = test::serveFile(request, song, "\"1\"");
+        for (int i = 0; i < 200; ++i)
+            reply.fields.push_back("X-" + std::to_string(i) + ": " + std::string(1000, 'x'));
+        return reply;
+    });
+    const std::int64_t number = request(server.url("/1.mp3"));
+    ASSERT_TRUE(waitForPhase(number, "failed"));
+    EXPECT_THAT(status(number).error, HasSubstr("header that is too large"));
+}
+
+TEST_F(DownloadService, ManagersSeeTheKindsThatTheyAskFor) {
+    start();
+    installer.hold();
+    downloads::DownloadRequest film = requestFor(server.url("/1.mp4"));
+    film.kind = VDDownloadKindMovie;
+    film.title = "A Film";
+    film.isTemporary = true;
+    ASSERT_TRUE(service->request(film, nullptr));
+    const auto options = service->makeManagerOptions();
+    options->setDownloadKinds({std::string(VDDownloadKindMusic)});
+    EXPECT_THAT(service->makeManager(options)->downloads(), IsEmpty());
+    ASSERT_THAT(manager->downloads(), SizeIs(1));
+    EXPECT_EQ(
+        manager->downloads().front()->valueForProperty(VDDownloadPropertyLibraryItemIdentifier),
+        "5001");
+    installer.letGoOn();
+    ASSERT_TRUE(waitUntilAllIsInstalled());
+    EXPECT_EQ(installer.installed().front().title, "A Film");
+    EXPECT_TRUE(installer.installed().front().isTemporary);
 }
 
 }  // namespace

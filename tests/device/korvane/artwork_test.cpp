@@ -63,4 +63,33 @@ TEST_F(LibraryArtwork, APictureOnDiskGetsItsRowBack) {
     EXPECT_FALSE(library->importExistingOriginalArtworkWithArtworkToken("", 1, 2, 8));
 }
 
+TEST_F(LibraryArtwork, AnItemsPictureIsThatOfItsBestTokenOrNone) {
+    add({.pid = 1});
+    const auto picture = [&] { return library->fetchItemArtworkForPersistentID(1); };
+    EXPECT_FALSE(picture());
+    execute("UPDATE item_artwork SET cloud_artwork_token = 'cloud'");
+    EXPECT_FALSE(picture());
+    writeFile(_received, "picture");
+    ASSERT_TRUE(library->importOriginalArtworkFromFileURL(_received, "cloud", 1, 1, 8));
+    ASSERT_TRUE(picture());
+    EXPECT_EQ(picture()->originalFileURL,
+              korvane::ArtworkStore::originalPath(korvane::artworkRelativePath("cloud")));
+    EXPECT_TRUE(files.fileExists(picture()->originalFileURL));
+    execute("UPDATE item_artwork SET sync_artwork_token = 'sync'");
+    EXPECT_FALSE(picture());
+    EXPECT_FALSE(library->fetchItemArtworkForPersistentID(2));
+    EXPECT_FALSE(library->fetchItemArtworkForPersistentID(0));
+}
+
+TEST_F(LibraryArtwork, APictureWhoseFileIsMissingIsStillNamed) {
+    add({.pid = 1});
+    execute("UPDATE item_artwork SET sync_artwork_token = 'sync'");
+    execute(
+        "INSERT INTO artwork (artwork_token, relative_path, artwork_type, source_type, "
+        "picture_media_type) VALUES ('sync', 'aa/bb/cc', 1, 2, 8)");
+    ASSERT_TRUE(library->fetchItemArtworkForPersistentID(1));
+    EXPECT_EQ(library->fetchItemArtworkForPersistentID(1)->originalFileURL,
+              "/var/mobile/Media/Tessel_Control/Artwork/Originals/aa/bb/cc");
+}
+
 }  // namespace

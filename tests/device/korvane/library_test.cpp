@@ -35,11 +35,11 @@ TEST_F(LibraryCore, PropertiesComeBackWithTheirTypes) {
 }
 
 TEST_F(LibraryCore, PropertiesAndUidOutliveTheProcess) {
-    const std::string uid = library->libraryUID();
+    const std::string uid = library->uid();
     EXPECT_EQ(uid.size(), 32u);
     library->setValueForDatabaseProperty("17", "KVSyncClientSyncAnchor");
     reopen();
-    EXPECT_EQ(library->libraryUID(), uid);
+    EXPECT_EQ(library->uid(), uid);
     EXPECT_EQ(library->valueForDatabaseProperty("KVSyncClientSyncAnchor"), Value("17"));
 }
 
@@ -124,32 +124,32 @@ TEST_F(LibraryCore, ALockedDatabaseAnswersFalse) {
 }
 
 TEST_F(LibraryCore, ACopyOfTheDatabaseGetsANewUid) {
-    const std::string uid = library->libraryUID();
+    const std::string uid = library->uid();
     library->setValueForDatabaseProperty("17", "KVSyncClientSyncAnchor");
     library.reset();
     const std::string copy = realPath() + ".copy";
     std::filesystem::copy_file(realPath(), copy);
     std::filesystem::rename(copy, realPath());
     open();
-    EXPECT_NE(library->libraryUID(), uid);
+    EXPECT_NE(library->uid(), uid);
     EXPECT_TRUE(library->valueForDatabaseProperty("KVSyncClientSyncAnchor").isNull());
 }
 
 TEST_F(LibraryCore, ADatabaseRestoredFromAnOlderStateGetsANewUid) {
     add({.pid = 1});
-    const std::string uid = library->libraryUID();
+    const std::string uid = library->uid();
     library.reset();
     const std::string backup = directory / "backup";
     std::filesystem::copy_file(realPath(), backup);
     open();
-    EXPECT_EQ(library->libraryUID(), uid);
+    EXPECT_EQ(library->uid(), uid);
     add({.pid = 2});
     library.reset();
     // The same file, with the older contents.
     std::filesystem::copy_file(backup, realPath(),
                                std::filesystem::copy_options::overwrite_existing);
     open();
-    EXPECT_NE(library->libraryUID(), uid);
+    EXPECT_NE(library->uid(), uid);
 }
 
 TEST_F(LibraryCore, ADamagedDatabaseIsToldAndCanBeSetAside) {

@@ -233,4 +233,28 @@ TEST_F(LibraryVideoTrack, AFilmThatCannotBeReadGivesNoCover) {
     EXPECT_TRUE(track(1).needsVideoSnapshot());
 }
 
+TEST_F(LibraryTrack, TheAbsolutePathIsThatOfTheFileAlsoWhenItIsMissing) {
+    add({.pid = 1});
+    EXPECT_FALSE(track(1).absoluteFilePath());
+    EXPECT_FALSE(track(2).absoluteFilePath());
+    const std::string path = "/var/mobile/Media/Tessel_Control/Music/F07/song.mp3";
+    writeFile(path, "sound");
+    ASSERT_TRUE(track(1).populateLocationPropertiesWithPath(path));
+    EXPECT_EQ(track(1).absoluteFilePath(), path);
+    files.removeItem(path);
+    EXPECT_EQ(track(1).absoluteFilePath(), path);
+}
+
+TEST_F(LibraryTrack, TheCloudArtworkTokenDoesNotTravel) {
+    add({.pid = 1});
+    const auto before = library->currentRevision();
+    EXPECT_TRUE(track(1).valueForProperty(KV3TrackPropertyCloudArtworkToken).isNull());
+    EXPECT_TRUE(track(1).setValue("token", KV3TrackPropertyCloudArtworkToken));
+    EXPECT_EQ(track(1).valueForProperty(KV3TrackPropertyCloudArtworkToken),
+              platform::Value("token"));
+    EXPECT_TRUE(track(1).setValue("", KV3TrackPropertyCloudArtworkToken));
+    EXPECT_TRUE(track(1).valueForProperty(KV3TrackPropertyCloudArtworkToken).isNull());
+    EXPECT_EQ(library->currentRevision(), before);
+}
+
 }  // namespace

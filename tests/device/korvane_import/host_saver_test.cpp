@@ -74,7 +74,7 @@ TEST_F(HostSaver, SavesTheOwnersChangesOnly) {
     save(0);
     const Saved saved = tracks();
     EXPECT_EQ(saved.header.purpose(), qorx::Header::SAVED_METADATA);
-    EXPECT_EQ(saved.header.exporter_uid(), library->libraryUID());
+    EXPECT_EQ(saved.header.exporter_uid(), library->uid());
     EXPECT_EQ(saved.header.covered_revision(), revision());
     ASSERT_EQ(saved.tracks.size(), 1u);
     const qorx::Track& track = saved.tracks[0];
@@ -104,10 +104,10 @@ TEST_F(HostSaver, SavesTheOwnersDeletions) {
     const std::int64_t pid = pidOf(1);
     const std::int64_t before = revision();
     ASSERT_TRUE(library->connections().write([&](common::Database& database) {
-        return korvane::deleteTrack(database, pid, korvane::DeletionReach::Everywhere) &&
+        return korvane::deleteTrack(database, pid, korvane::DeletionReach::everywhere(1)) &&
                korvane::deletePlaylist(database,
                                        database.int64("SELECT container_pid FROM container"),
-                                       korvane::DeletionReach::Everywhere);
+                                       korvane::DeletionReach::everywhere(1));
     }));
     save(before);
     ASSERT_EQ(tracks().deletions.size(), 1u);
@@ -170,7 +170,7 @@ TEST_F(HostSaver, HowFarASaveWentIsKnownAfterARestart) {
 
 TEST_F(HostSaver, ASaveOfAnotherLibraryDoesNotCount) {
     save(0);
-    EXPECT_EQ(korvane::savedRevision(files, library->libraryUID()), revision());
+    EXPECT_EQ(korvane::savedRevision(files, library->uid()), revision());
     EXPECT_EQ(korvane::savedRevision(files, "another"), std::nullopt);
 }
 
@@ -183,7 +183,7 @@ TEST_F(HostSaver, ASaveThatFailsDoesNotCount) {
     files.removeItem("/var/mobile/Media/Tessel_Control/Sync/Saved");
     writeFile("/var/mobile/Media/Tessel_Control/Sync/Saved", "in the way");
     save(0);
-    EXPECT_EQ(korvane::savedRevision(files, library->libraryUID()), std::nullopt);
+    EXPECT_EQ(korvane::savedRevision(files, library->uid()), std::nullopt);
     EXPECT_THAT(log.messages(), testing::Contains(testing::HasSubstr("could not save")));
 }
 
@@ -197,7 +197,7 @@ TEST_F(HostSaver, ASaveWithoutItsPlaylistsDoesNotCount) {
         library->savePlaylistsSinceRevision(1, 7);
         return true;
     });
-    EXPECT_EQ(korvane::savedRevision(files, library->libraryUID()), std::nullopt);
+    EXPECT_EQ(korvane::savedRevision(files, library->uid()), std::nullopt);
 }
 
 TEST_F(HostSaver, TextThatIsNoUTF8IsMadeSafe) {

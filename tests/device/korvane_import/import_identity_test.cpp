@@ -14,7 +14,7 @@ class ImportIdentity : public ImportTest {
 protected:
     void deleteAsOwner(std::int64_t pid) {
         ASSERT_TRUE(library->connections().write([&](common::Database& database) {
-            return korvane::deleteTrack(database, pid, korvane::DeletionReach::Everywhere);
+            return korvane::deleteTrack(database, pid, korvane::DeletionReach::everywhere(1));
         }));
     }
 };
@@ -103,9 +103,10 @@ TEST_F(ImportIdentity, ANewPersistentIDIsNoIDInUse) {
         return at < numbers.size() ? numbers[at++] : 6000 + at++;
     };
     korvane::ImportCancellation cancellation;
-    const auto error = korvane::importHostData(
-        library->connections(), [&] { return files.openInputStream(HostDataPath); }, options,
-        cancellation);
+    const auto error = korvane::importHostData(library->connections(), korvane::recordsOf([&] {
+                                                   return files.openInputStream(HostDataPath);
+                                               }),
+                                               options, cancellation);
     ASSERT_FALSE(error) << error->description();
     EXPECT_EQ(pidOf(7), 4242);
     EXPECT_EQ(pidOf(8), 5151);

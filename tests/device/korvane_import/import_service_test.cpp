@@ -60,7 +60,7 @@ TEST_F(ImportServiceTest, TheFileIsReadOnlyWhileItIsRegistered) {
 }
 
 TEST_F(ImportServiceTest, WhatIsNotSupportedIsRefusedByACodeOfItsOwn) {
-    perform(2, answers, "changes", korvane::DefaultDatabasePath, platform::Data{1});
+    perform(3, answers, "changes", korvane::DefaultDatabasePath, platform::Data{1});
     perform(6, answers, "update", korvane::DefaultDatabasePath, platform::Data{1});
     perform(6, answers, "elsewhere", "/some/other/database");
     system.queue->runAll();
@@ -173,14 +173,12 @@ TEST_F(ImportServiceTest, ARunningImportStopsAndLeavesNoTrace) {
         platform::OptionalError error;
         std::thread importer([&] {
             int openings = 0;
-            error = korvane::importHostData(
-                library->connections(),
-                [&] {
-                    return std::make_unique<GatedStream>(
-                        files.openInputStream(HostDataPath),
-                        ++openings == gatedOpening ? &gate : nullptr);
-                },
-                {}, cancellation);
+            error = korvane::importHostData(library->connections(), korvane::recordsOf([&] {
+                                                return std::make_unique<GatedStream>(
+                                                    files.openInputStream(HostDataPath),
+                                                    ++openings == gatedOpening ? &gate : nullptr);
+                                            }),
+                                            {}, cancellation);
         });
         gate.waitUntilReached();
         cancellation.ask();
@@ -201,13 +199,11 @@ TEST_F(ImportServiceTest, ACancelAtAnyMomentLeavesAllOrNothing) {
         platform::OptionalError error;
         std::atomic<bool> begun = false;
         std::thread importer([&] {
-            error = korvane::importHostData(
-                library->connections(),
-                [&] {
-                    begun = true;
-                    return files.openInputStream(HostDataPath);
-                },
-                {}, cancellation);
+            error = korvane::importHostData(library->connections(), korvane::recordsOf([&] {
+                                                begun = true;
+                                                return files.openInputStream(HostDataPath);
+                                            }),
+                                            {}, cancellation);
         });
         while (!begun) {
             std::this_thread::yield();

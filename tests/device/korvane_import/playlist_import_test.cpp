@@ -109,7 +109,7 @@ TEST_F(PlaylistImport, WhatTheOwnerChangedSinceTheLastSaveIsNotOverwritten) {
     data.addPlaylist(501, "List", {1});
     imports(data);
     save(1);
-    execute("UPDATE container SET name = 'Renamed here', changed_ms = 5");
+    execute("UPDATE container SET name = 'Renamed here', name_changed_ms = 5");
     imports(data);
     EXPECT_EQ(text("SELECT name FROM container"), "Renamed here");
     EXPECT_EQ(text("SELECT origin FROM entity_revision WHERE entity_kind = 1"), "");

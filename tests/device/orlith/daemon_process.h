@@ -21,18 +21,20 @@ namespace orlith::testing {
 
 namespace fs = std::filesystem;
 
-class DaemonProcess : public ::testing::Test {
-protected:
-    DaemonProcess() {
+class DeviceProcess {
+public:
+    DeviceProcess() {
         std::string name = fs::temp_directory_path() / "orlith-daemon-XXXXXX";
         root = ::mkdtemp(name.data());
     }
-    ~DaemonProcess() override {
+    ~DeviceProcess() {
         if (pid > 0)
             end(SIGKILL);
         std::error_code ignored;
         fs::remove_all(root, ignored);
     }
+    DeviceProcess(const DeviceProcess&) = delete;
+    DeviceProcess& operator=(const DeviceProcess&) = delete;
 
     void start() {
         link::DaemonStart settings;
@@ -84,5 +86,7 @@ protected:
     pid_t pid = -1;
     std::unique_ptr<link::Device::Stub> stub;
 };
+
+class DaemonProcess : public ::testing::Test, protected DeviceProcess {};
 
 }  // namespace orlith::testing

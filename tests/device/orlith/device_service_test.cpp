@@ -95,7 +95,7 @@ TEST(ServerOfAnIdleDevice, LeavesWhenNobodyCalls) {
     device.files.createDirectory("/var/run");
     platform::OptionalError error;
     DeviceService service(device.services(), [] {});
-    Server server(service, device.log,
+    Server server({&service}, service.calls(), device.log,
                   link::listenOnSocket(link::socketPathOfDevice(device.root.path), &error));
     EXPECT_EQ(server.serve(-1, std::chrono::seconds(0)), Server::Ending::Idle);
 }

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "common/property_list/property_list.h"
 #include "device/orlith/names.h"
@@ -29,6 +30,11 @@ public:
         const std::scoped_lock lock(_tracks.mutex);
         return _tracks.byPersistentID(_persistentID) != nullptr;
     }
+    std::optional<std::string> absoluteFilePath() override {
+        const std::scoped_lock lock(_tracks.mutex);
+        const FakeTrack* track = _tracks.byPersistentID(_persistentID);
+        return track ? track->path : std::nullopt;
+    }
     bool deleteFromLibrary() override { return false; }
     Value valueForProperty(KV3TrackProperty property) override {
         const std::scoped_lock lock(_tracks.mutex);
@@ -42,6 +48,12 @@ public:
                 return track->needsRestore;
             case KV3TrackPropertySyncArtworkToken:
                 return track->artworkToken;
+            case KV3TrackPropertyCloudArtworkToken:
+                return track->cloudArtworkToken;
+            case KV3TrackPropertyChapterData:
+                return track->chapters.empty()
+                           ? Value()
+                           : Value(platform::Data(track->chapters.begin(), track->chapters.end()));
             case KV3TrackPropertyKenningChecksum:
                 return track->kenningChecksum;
             case KV3TrackPropertyPendingKenningChecksum:
@@ -121,6 +133,20 @@ public:
         return true;
     }
     KV3AccountCacheDatabase& accountCacheDatabase() override { std::abort(); }
+    Value libraryUID() override { return "uid"; }
+    std::uint64_t countOfChangedPersistentIdsAfterRevision(std::int64_t, std::int64_t,
+                                                           std::int64_t) override {
+        return 0;
+    }
+    void enumeratePersistentIDsAfterRevision(std::int64_t, std::int64_t, std::int64_t,
+                                             const RevisionBlock&) override {}
+    void enumeratePersistentIDsAfterRevisionForMediaTypes(std::int64_t, std::int64_t, std::int64_t,
+                                                          const Value&,
+                                                          const RevisionBlock&) override {}
+    bool removeSource(std::int64_t) override { return true; }
+    std::optional<KV3Artwork> fetchItemArtworkForPersistentID(std::int64_t) override {
+        return std::nullopt;
+    }
 
 private:
     std::unique_ptr<KV3QueryResult> executeQuery(std::string_view) override { return nullptr; }
@@ -179,6 +205,24 @@ bool FakeLibraryFramework::artworkHasOriginalArtwork(const std::string& relative
     return std::any_of(_tracks.all.begin(), _tracks.all.end(), [&](const FakeTrack& track) {
         return track.artworkToken == relativePath && track.hasArtwork;
     });
+}
+
+void FakeLibraryFramework::enumerateChapterTimes(const platform::Data& data,
+                                                 const std::function<void(double)>& block) {
+    double seconds = 0;
+    enumerateChapterArtworkCacheIDs(data, [&](const std::string&, bool&) { block(seconds++); });
+}
+
+void FakeLibraryFramework::enumerateChapterArtworkCacheIDs(
+    const platform::Data& data, const std::function<void(const std::string&, bool&)>& block) {
+    std::istringstream lines(std::string(data.begin(), data.end()));
+    bool stop = false;
+    for (std::string line; !stop && std::getline(lines, line);)
+        block(line, stop);
+}
+
+KV3ArtworkConfiguration& FakeLibraryFramework::artworkConfiguration() {
+    std::abort();
 }
 
 std::vector<std::string> FakeClient::calls() {
@@ -344,6 +388,12 @@ std::optional<Value> FakeOperatingSystem::parse(const platform::Data& bytes, Opt
     return common::parsePropertyList(bytes, error);
 }
 
+std::optional<platform::Data> FakeOperatingSystem::serialize(const Value& value,
+                                                             platform::PropertyListFormat format,
+                                                             OptionalError* error) {
+    return common::serializePropertyList(value, format, error);
+}
+
 TemporaryRoot::TemporaryRoot() {
     std::string name = fs::temp_directory_path() / "orlith-device-XXXXXX";
     path = ::mkdtemp(name.data());
@@ -356,11 +406,11 @@ TemporaryRoot::~TemporaryRoot() {
 
 FakeDevice::FakeDevice()
     : files(root.path),
-      daemon(files),
+      system(files),
+      daemon(files, system),
       library(tracks),
       client(tracks, daemon),
-      access(tracks),
-      system(files) {
+      access(tracks) {
     files.createDirectory("/var/mobile/Media");
 }
 

@@ -15,6 +15,7 @@
 #include "device/orlith/session.h"
 #include "device/orlith/session_slot.h"
 #include "device/system/rooted_file_system.h"
+#include "device/system/work_queues.h"
 #include "platform/media_library.h"
 #include "platform/operating_system.h"
 #include "tests/support/hand_off.h"
@@ -32,6 +33,8 @@ struct FakeTrack {
     bool needsRestore = false;
     std::string assetType = "Music";
     bool deleteAfterUpload = false;
+    std::optional<std::string> cloudArtworkToken;
+    std::string chapters;  // see FakeLibraryFramework
 };
 
 // The tracks of the library; shared by everything below.
@@ -81,8 +84,22 @@ public:
     bool artworkHasOriginalArtwork(const std::string& relativePath) override;
     std::string artworkTokenForChapterArtwork(std::int64_t, double) override { return {}; }
     std::int64_t createIntegerUUID() override { return 1; }
-    void enumerateChapterTimes(const platform::Data&, const std::function<void(double)>&) override {
+    // A table of contents is the names of pictures, one a line; chapters are a second apart.
+    void enumerateChapterTimes(const platform::Data& data,
+                               const std::function<void(double)>& block) override;
+    void enumerateChapterArtworkCacheIDs(
+        const platform::Data& data,
+        const std::function<void(const std::string&, bool&)>& block) override;
+    std::shared_ptr<KV3Container> containerWithPersistentID(
+        std::int64_t, const std::shared_ptr<KV3Korvane>&) override {
+        return nullptr;
     }
+    std::shared_ptr<KV3QORXExportSession> makeExportSession(
+        const std::shared_ptr<KV3Korvane>&,
+        const std::shared_ptr<platform::OutputStream>&) override {
+        return nullptr;
+    }
+    KV3ArtworkConfiguration& artworkConfiguration() override;
 
 private:
     FakeTracks& _tracks;
@@ -168,14 +185,18 @@ class FakeOperatingSystem final : public platform::OperatingSystem,
                                   private platform::PropertyLists {
 public:
     explicit FakeOperatingSystem(platform::FileSystem& files) : _files(files) {}
+    ~FakeOperatingSystem() override { endJobs(); }
+
+    // Returns when every job has ended.
+    void endJobs() { _queues.shutdown(std::chrono::seconds(20)); }
 
     std::vector<std::string> posted;
 
-    std::shared_ptr<platform::WorkQueue> makeSerialQueue(std::string_view) override {
-        return nullptr;
+    std::shared_ptr<platform::WorkQueue> makeSerialQueue(std::string_view label) override {
+        return _queues.makeSerialQueue(label);
     }
-    std::shared_ptr<platform::WorkQueue> globalQueue(platform::QueuePriority) override {
-        return nullptr;
+    std::shared_ptr<platform::WorkQueue> globalQueue(platform::QueuePriority priority) override {
+        return _queues.globalQueue(priority);
     }
     std::shared_ptr<platform::Semaphore> makeSemaphore(std::int64_t) override { return nullptr; }
     std::shared_ptr<platform::TimerSource> makeTimer(
@@ -199,12 +220,12 @@ private:
                                          platform::OptionalError*) override {
         return std::nullopt;
     }
-    std::optional<platform::Data> serialize(const platform::Value&, platform::PropertyListFormat,
-                                            platform::OptionalError*) override {
-        return std::nullopt;
-    }
+    std::optional<platform::Data> serialize(const platform::Value& value,
+                                            platform::PropertyListFormat format,
+                                            platform::OptionalError* error) override;
 
     platform::FileSystem& _files;
+    device::WorkQueues _queues;
 };
 
 class SilentLog final : public platform::LogService {
@@ -235,12 +256,12 @@ struct FakeDevice {
 
     TemporaryRoot root;
     device::RootedFileSystem files;
+    FakeOperatingSystem system;
     DaemonServices daemon;
     FakeTracks tracks;
     FakeLibraryFramework library;
     FakeClient client;
     FakeLibraryAccess access;
-    FakeOperatingSystem system;
     SilentLog log;
     SessionSlot slot;
     Notices notices;

@@ -24,7 +24,7 @@ protected:
         device.files.createDirectory("/var/run");
         platform::OptionalError error;
         server = std::make_unique<Server>(
-            service, device.log,
+            std::vector<grpc::Service*>{&service}, service.calls(), device.log,
             link::listenOnSocket(link::socketPathOfDevice(device.root.path), &error));
         serving = std::thread([this] { server->serve(-1, std::nullopt); });
         stub = connectTo(device.root.path);

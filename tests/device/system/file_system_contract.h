@@ -75,6 +75,33 @@ TYPED_TEST_P(FileSystemContract, AnInputStreamGivesTheFileInPiecesAndThenNothing
     EXPECT_FALSE(this->files().openInputStream("/var"));
 }
 
+TYPED_TEST_P(FileSystemContract, AnInputStreamOverBytesGivesThemInPiecesAndThenNothing) {
+    const auto stream = this->files().makeInputStream({1, 2, 3, 4, 5});
+    platform::Data bytes{0};
+    EXPECT_FALSE(stream->read(bytes, 0));
+    EXPECT_FALSE(stream->read(bytes, 3));
+    EXPECT_EQ(bytes, (platform::Data{0, 1, 2, 3}));
+    EXPECT_FALSE(stream->read(bytes, 1000));
+    EXPECT_FALSE(stream->read(bytes, 1));
+    EXPECT_EQ(bytes, (platform::Data{0, 1, 2, 3, 4, 5}));
+    EXPECT_FALSE(this->files().makeInputStream({})->read(bytes, 1));
+    EXPECT_EQ(bytes.size(), 6u);
+}
+
+TYPED_TEST_P(FileSystemContract, AMemoryOutputStreamKeepsWhatIsWrittenUntilItIsTaken) {
+    const auto stream = this->files().makeMemoryOutputStream();
+    EXPECT_TRUE(stream->takeData().empty());
+    stream->open();
+    EXPECT_FALSE(stream->write(platform::Data{1, 2}));
+    EXPECT_FALSE(stream->write({}));
+    EXPECT_FALSE(stream->write(platform::Data{3}));
+    EXPECT_EQ(stream->takeData(), (platform::Data{1, 2, 3}));
+    EXPECT_TRUE(stream->takeData().empty());
+    EXPECT_FALSE(stream->write(platform::Data{4}));
+    stream->close();
+    EXPECT_EQ(stream->takeData(), (platform::Data{4}));
+}
+
 TYPED_TEST_P(FileSystemContract, PrivateIsTheSamePlaceAsWithoutIt) {
     this->subject.writeFile("/private/var/file", "x");
     EXPECT_EQ(this->contents("/var/file"), "x");
@@ -147,6 +174,8 @@ REGISTER_TYPED_TEST_SUITE_P(FileSystemContract, ADirectoryIsMadeWithItsMissingPa
                             ADirectoryIsNotMadeWhereAFileIs,
                             AFileIsReadUpToTheLimitAndRefusedBeyondIt,
                             AnInputStreamGivesTheFileInPiecesAndThenNothing,
+                            AnInputStreamOverBytesGivesThemInPiecesAndThenNothing,
+                            AMemoryOutputStreamKeepsWhatIsWrittenUntilItIsTaken,
                             PrivateIsTheSamePlaceAsWithoutIt, ListingsNameEverythingBelowADirectory,
                             LinksAndMovesNeverReplaceWhatIsThere,
                             RemovingADirectoryTakesAllThatItHolds, UnlinkRemovesFilesOnly,

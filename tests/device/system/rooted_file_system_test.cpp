@@ -268,4 +268,14 @@ TEST_F(RootedFileSystemTest, ARootedOpenCostsLittleMoreThanAPlainOne) {
     EXPECT_LE(rooted / plain, 1.5);
 }
 
+TEST_F(RootedFileSystemTest, AMemoryStreamTakesBytesOnlyWhileItIsOpen) {
+    const auto stream = files.makeMemoryOutputStream();
+    EXPECT_EQ(stream->write(platform::Data{1}), platform::Error::posix(EBADF));
+    stream->open();
+    EXPECT_FALSE(stream->write(platform::Data{2}));
+    stream->close();
+    EXPECT_EQ(stream->write(platform::Data{3}), platform::Error::posix(EBADF));
+    EXPECT_EQ(stream->takeData(), platform::Data{2});
+}
+
 }  // namespace

@@ -1,4 +1,4 @@
-#include "device/korvane/import/host_stream.h"
+#include "device/korvane/import/record_stream.h"
 
 #include <algorithm>
 
@@ -44,10 +44,6 @@ private:
     google::protobuf::Arena _arena{options(_block.get())};
 };
 
-[[noreturn]] void refuse(std::string_view text) {
-    throw ImportFailure(KVMediaLibraryServiceErrorDamagedData, text);
-}
-
 void throwIfFailed(const common::QorxReader& reader) {
     if (!reader.error()) {
         return;
@@ -56,46 +52,41 @@ void throwIfFailed(const common::QorxReader& reader) {
     if (reader.error()->domain != common::QorxErrorDomain) {
         throw ImportFailure(*reader.error());
     }
-    refuse(reader.error()->text());
-}
-
-void requireHostData(const qorx::Header& header) {
-    if (header.purpose() != qorx::Header::HOST_DATA) {
-        refuse("the stream is no host's data");
-    }
-    if (header.exporter_uid().empty() || header.exporter_uid().size() > LongestUID) {
-        refuse("the stream does not say which host it is from");
-    }
+    refuseStream(reader.error()->text());
 }
 
 }  // namespace
 
-std::unique_ptr<common::QorxReader> HostStream::reader() {
-    std::shared_ptr<platform::InputStream> stream = _open();
-    if (!stream) {
-        throw ImportFailure(KVMediaLibraryServiceErrorNoData, "the host has sent no data");
-    }
-    return std::make_unique<common::QorxReader>(sourceOf(std::move(stream)));
+void refuseStream(std::string_view text) {
+    throw ImportFailure(KVMediaLibraryServiceErrorDamagedData, text);
 }
 
-HostStreamContents HostStream::verify() {
-    HostStreamContents contents;
-    const auto stream = reader();
+bool isPlausibleUID(std::string_view uid) {
+    return !uid.empty() && uid.size() <= LongestUID;
+}
+
+OpenRecords recordsOf(std::function<std::unique_ptr<platform::InputStream>()> open) {
+    return [open = std::move(open)] {
+        std::shared_ptr<platform::InputStream> stream = open();
+        if (!stream) {
+            throw ImportFailure(KVMediaLibraryServiceErrorNoData, "the host has sent no data");
+        }
+        return std::make_unique<common::QorxReader>(sourceOf(std::move(stream)));
+    };
+}
+
+RecordStreamContents RecordStream::verify(const RecordRules& rules) {
+    RecordStreamContents contents;
+    const auto stream = _open();
     if (const qorx::Header* header = stream->header()) {
-        requireHostData(*header);
+        rules.checkHeader(*header);
         contents.header = *header;
     }
     RecordArena arena;
     std::size_t held = 0;
     while (const qorx::Record* record = stream->next(*arena)) {
-        if (record->has_track()) {
-            if (record->track().sync_id() == 0) {
-                refuse("a track has no sync id");
-            }
-            contents.trackSyncIDs.push_back(record->track().sync_id());
-        } else if (record->has_playlist() && record->playlist().sync_id() == 0 &&
-                   record->playlist().global_id() == 0) {
-            refuse("a playlist has no id");
+        if (const std::int64_t id = rules.checkRecord(*record); id != 0) {
+            contents.ids.push_back(id);
         }
         if (++held == RecordsPerBatch || arena->SpaceUsed() > ArenaBytesPerBatch) {
             _checkCancelled();
@@ -105,13 +96,13 @@ HostStreamContents HostStream::verify() {
     }
     throwIfFailed(*stream);
     contents.counts = stream->counts();
-    std::ranges::sort(contents.trackSyncIDs);
+    std::ranges::sort(contents.ids);
     return contents;
 }
 
-void HostStream::forEachBatch(qorx::Record::KindCase kind,
-                              const std::function<void(Batch&)>& block) {
-    const auto stream = reader();
+void RecordStream::forEachBatch(qorx::Record::KindCase kind,
+                                const std::function<void(Batch&)>& block) {
+    const auto stream = _open();
     stream->handOutOnly(kind);
     RecordArena arena;
     Batch batch;

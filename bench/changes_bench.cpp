@@ -1,0 +1,93 @@
+// Importing another device's changes into an empty library, beside a changeset of the session
+// extension with the same rows, applied to empty tables with the same indices.
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <semaphore>
+
+#include "bench/bare_export.h"
+#include "bench/bench_device.h"
+#include "bench/figures.h"
+#include "bench/library_bench.h"
+#include "device/system/memory_streams.h"
+#include "platform/media_library.h"
+
+namespace bench {
+namespace {
+
+constexpr char NewTracks[] = "import of changes, new tracks";
+constexpr int Rounds = 3;
+
+platform::Data exportedTracks() {
+    const std::shared_ptr<KV3Korvane> library = KV3Korvane::sharedLibrary();
+    const std::shared_ptr<platform::MemoryOutputStream> stream = device::makeMemoryOutputStream();
+    stream->open();
+    const auto session = KV3QORXExportSession::initWithLibrary(library, stream);
+    session->begin();
+    library->enumeratePersistentIDsAfterRevision(
+        0, KV3RevisionTrackingCodeTrack, KV3RevisionTypeAll,
+        [&](std::int64_t pid, std::int64_t, std::int64_t, std::int64_t, bool&) {
+            session->exportTrack(pid);
+        });
+    session->end();
+    return stream->takeData();
+}
+
+bool import(const platform::Data& tracks) {
+    std::binary_semaphore finished(0);
+    bool succeeded = false;
+    KVMediaLibraryService::sharedMediaLibraryService().performImportFromSource(
+        KV3SourceSync, KV3Korvane::sharedLibraryDatabasePath(), tracks, std::nullopt, {},
+        [&](bool success, const platform::OptionalError&) {
+            succeeded = success;
+            finished.release();
+        });
+    finished.acquire();
+    return succeeded;
+}
+
+void importChanges(benchmark::State& state, std::int64_t tracks) {
+    Device& first = Device::filled(tracks);
+    first.emptyLog();
+    const platform::Data records = exportedTracks();
+    const test::TemporaryDirectory directory;
+    constexpr RecordedTables Tables = RecordedTables::TracksAndChangeLog;
+    const std::string library = directory / "library";
+    std::filesystem::copy_file(first.databasePath(), library);
+    const std::vector<std::uint8_t> changeset =
+        RecordedChanges(library, directory / "recorded", Tables).changeset();
+    Figure figure{NewTracks, "session changeset", tracks, tracks, 1.0};
+    for (auto _ : state) {
+        bool succeeded = false;
+        const std::string copy = directory / "applied";
+        addRound(
+            figure,
+            [&] {
+                Device::fresh(tracks);
+                return costOf([&] { succeeded = import(records); });
+            },
+            [&] { return applyChangeset(changeset, library, copy, Tables); });
+        for (const char* part : {"", "-wal", "-shm"})
+            std::filesystem::remove(copy + part);
+        if (!succeeded)
+            return state.SkipWithError("the changes were refused");
+        state.SetIterationTime(figure.ours.back().wallSeconds);
+    }
+    Device::release();
+    report(state, std::move(figure));
+}
+
+}  // namespace
+
+void registerImportsOfChanges(std::int64_t tracks) {
+    // The extension keeps every row's changes in memory.
+    constexpr std::int64_t MostTracksRecorded = 100'000;
+    if (tracks <= MostTracksRecorded)
+        benchmark::RegisterBenchmark(fmt::format("{}/{}", NewTracks, tracks).c_str(), importChanges,
+                                     tracks)
+            ->Iterations(Rounds)
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+}
+
+}  // namespace bench

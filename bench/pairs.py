@@ -1,0 +1,61 @@
+"""Measures of ours and a peer in pairs.
+
+Each pair runs interleaved, on the same files and the same disk; the figure is the median of the rounds,
+the ratio the median of the rounds' ratios. Peak memory is the largest resident size of any one process.
+"""
+
+import json
+import os
+import shutil
+import statistics
+import subprocess
+import time
+
+
+def timed(command, **options):
+    """(seconds, peak KiB of the command's own processes)"""
+    before = time.monotonic()
+    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, **options)
+    errors = process.stderr.read()
+    _, status, usage = os.wait4(process.pid, 0)
+    took = time.monotonic() - before
+    if os.waitstatus_to_exitcode(status) != 0:
+        raise RuntimeError(f"{command[0]} failed: {errors.decode(errors='replace')}")
+    return took, usage.ru_maxrss
+
+
+def peak_of(pid):
+    try:
+        with open(f"/proc/{pid}/status") as file:
+            return next(int(line.split()[1]) for line in file if line.startswith("VmHWM"))
+    except (OSError, StopIteration, TypeError):
+        return 0
+
+
+def drop(path):
+    shutil.rmtree(path, ignore_errors=True)
+    os.sync()
+
+
+def row(name, peer, pairs, limit):
+    return {"name": name, "against": peer,
+            "seconds": statistics.median(p["ours"][0] for p in pairs),
+            "peer_seconds": statistics.median(p["peer"][0] for p in pairs),
+            "ratio": statistics.median(p["ours"][0] / p["peer"][0] for p in pairs),
+            "limit": limit, "rounds": len(pairs),
+            "peak_mib": max(p["ours"][1] for p in pairs) / 1024,
+            "peer_peak_mib": max(p["peer"][1] for p in pairs) / 1024}
+
+
+def report(rows, output):
+    """The table on the terminal, and JSON into the file `output`, if any."""
+    print(f"{'what':44} {'against':18} {'ours s':>8} {'peer s':>8} {'ratio':>6} {'limit':>6} "
+          f"{'MiB':>6} {'peer':>6}")
+    for r in rows:
+        verdict = "" if r["ratio"] <= r["limit"] else "  over"
+        print(f"{r['name']:44} {r['against']:18} {r['seconds']:8.3f} {r['peer_seconds']:8.3f} "
+              f"{r['ratio']:6.2f} {r['limit']:6.2f} {r['peak_mib']:6.0f} {r['peer_peak_mib']:6.0f}"
+              + verdict)
+    if output:
+        with open(output, "w") as file:
+            json.dump({"rows": rows, "cores": os.cpu_count()}, file, indent=2)

@@ -1,0 +1,47 @@
+// What downloads ask of the library: an item to download for, and to take the file in.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/errors.h"
+
+namespace downloads {
+
+// What is known of a download's item.
+struct DownloadItem {
+    std::string kind;              // a VDDownloadKind
+    std::int64_t libraryItem = 0;  // the library's persistent id; 0 before it has one
+    std::int64_t storeItem = 0;
+    std::int64_t storeAccount = 0;
+    std::string title;         // as asked for; "" when it goes by the file
+    std::string fileName;      // with extension, harmless as a name; what the source calls it
+    bool isTemporary = false;  // not meant to stay
+};
+
+struct PreparedItem {
+    std::int64_t libraryItem = 0;  // the library's persistent id
+    bool isNew = false;            // made just now, for this download
+};
+
+// Implemented by whoever owns the library. Any thread; it outlives the download service and its
+// jobs, and may block.
+class DownloadInstaller {
+public:
+    virtual ~DownloadInstaller() = default;
+    // The library's item: found by its store item, else made, without a file. Absent with an error
+    // in plain words; EEXIST when the item's file is on the device already.
+    virtual std::optional<PreparedItem> prepare(const DownloadItem& item,
+                                                platform::OptionalError* error) = 0;
+    // Moves the file at `stagedPath` (an absolute device path; on the disk in full) to its place
+    // and records it. May be asked again after the process was killed in the middle: a file that
+    // has been moved already is recorded then. ENOENT when it is nowhere, so that it has to come
+    // again; ESRCH when the item has left the library, so that it need not.
+    virtual platform::OptionalError install(const DownloadItem& item,
+                                            const std::string& stagedPath) = 0;
+    // The download that the item was made for was cancelled; without another claim it goes.
+    virtual void abandon(std::int64_t libraryItem) = 0;
+};
+
+}  // namespace downloads

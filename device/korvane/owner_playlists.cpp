@@ -1,0 +1,154 @@
+// What the owner does to playlists.
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "common/random_id.h"
+#include "common/sqlite/database.h"
+#include "device/korvane/change_times.h"
+#include "device/korvane/identifiers.h"
+#include "device/korvane/import/playlist_entries.h"
+#include "device/korvane/library.h"
+#include "device/korvane/owner_edit.h"
+#include "device/korvane/owner_edits.h"
+#include "device/korvane/schema.h"
+#include "device/korvane/track_deletion.h"
+
+namespace korvane {
+
+using platform::OptionalError;
+
+namespace {
+
+constexpr std::size_t LongestName = 4096;
+// As many as a record holds.
+constexpr std::size_t MostEntries = 1'000'000;
+
+using Entries = std::vector<PlaylistEntry>;
+
+OptionalError checkName(const std::string& name) {
+    if (name.empty())
+        return refusedEdit("a playlist needs a name");
+    if (!isPlainText(name, LongestName))
+        return refusedEdit("this is no name for a playlist");
+    return std::nullopt;
+}
+
+// Edits the entries of a plain playlist.
+OptionalError editEntries(Library& library, std::int64_t playlistPID,
+                          const std::function<OptionalError(common::Database&, Entries&)>& edit) {
+    return editPlaylistAsOwner(
+        library, playlistPID, [&](common::Database& database) -> OptionalError {
+            const std::int64_t containerID = database.int64(
+                "SELECT container_id FROM container WHERE container_pid = ? AND kind = ?",
+                playlistPID, static_cast<int>(ContainerKind::Plain));
+            if (containerID == 0)
+                return refusedEdit("a smart playlist is filled by its rules");
+            Entries entries = playlistEntries(database, containerID);
+            if (auto error = edit(database, entries))
+                return error;
+            if (entries.size() > MostEntries)
+                return refusedEdit(fmt::format("a playlist holds at most {} tracks", MostEntries));
+            if (writePlaylistEntries(database, containerID, entries, [] {}))
+                database.execute(
+                    "UPDATE container SET items_changed_ms = max(?, min(?, items_changed_ms + 1)) "
+                    "WHERE container_id = ?",
+                    boundedMs(library.nowMilliseconds()), LatestMs, containerID);
+            return std::nullopt;
+        });
+}
+
+// The entry of the track at a place; end: there is none.
+Entries::iterator entryAt(Entries& entries, std::size_t place) {
+    for (auto entry = entries.begin(); entry != entries.end(); ++entry)
+        if (entry->itemPID != 0 && place-- == 0)
+            return entry;
+    return entries.end();
+}
+
+platform::Error noSuchPlace(std::size_t place) {
+    return refusedEdit(fmt::format("the playlist has no track at place {}", place + 1));
+}
+
+}  // namespace
+
+std::int64_t createPlaylist(Library& library, const std::string& name, OptionalError& error) {
+    error = checkName(name);
+    if (error)
+        return 0;
+    std::int64_t pid = 0;
+    error = editAsOwner(library, [&](common::Database& database) -> OptionalError {
+        pid = newPersistentID(database);
+        database.execute(
+            "INSERT INTO container (container_pid, name, global_id, sources, added_ms, "
+            "name_changed_ms, items_changed_ms) VALUES (?1, ?2, ?3, ?4, ?5, ?5, ?5)",
+            pid, name, common::randomPositiveId(), OwnerSourceBit, library.nowMilliseconds());
+        return std::nullopt;
+    });
+    return error ? 0 : pid;
+}
+
+OptionalError renamePlaylist(Library& library, std::int64_t playlistPID, const std::string& name) {
+    if (auto error = checkName(name))
+        return error;
+    return editPlaylistAsOwner(
+        library, playlistPID, [&](common::Database& database) -> OptionalError {
+            database.execute(
+                "UPDATE container SET name = ?, name_changed_ms = max(?, min(?, name_changed_ms + "
+                "1)) WHERE container_pid = ?",
+                name, boundedMs(library.nowMilliseconds()), LatestMs, playlistPID);
+            return std::nullopt;
+        });
+}
+
+OptionalError removePlaylist(Library& library, std::int64_t playlistPID) {
+    return editPlaylistAsOwner(
+        library, playlistPID, [&](common::Database& database) -> OptionalError {
+            deletePlaylist(database, playlistPID,
+                           DeletionReach::everywhere(library.nowMilliseconds()));
+            return std::nullopt;
+        });
+}
+
+OptionalError addToPlaylist(Library& library, std::int64_t playlistPID,
+                            const std::vector<std::int64_t>& trackPIDs) {
+    return editEntries(
+        library, playlistPID, [&](common::Database& database, Entries& entries) -> OptionalError {
+            for (const std::int64_t pid : trackPIDs) {
+                if (database.int64("SELECT count(*) FROM item WHERE item_pid = ?", pid) == 0)
+                    return refusedEdit(fmt::format("there is no track {}", pid));
+                entries.push_back({pid, 0, 0, 0});
+            }
+            return std::nullopt;
+        });
+}
+
+OptionalError removeFromPlaylist(Library& library, std::int64_t playlistPID, std::size_t place) {
+    return editEntries(library, playlistPID,
+                       [&](common::Database&, Entries& entries) -> OptionalError {
+                           const auto entry = entryAt(entries, place);
+                           if (entry == entries.end())
+                               return noSuchPlace(place);
+                           entries.erase(entry);
+                           return std::nullopt;
+                       });
+}
+
+OptionalError moveInPlaylist(Library& library, std::int64_t playlistPID, std::size_t from,
+                             std::size_t to) {
+    return editEntries(library, playlistPID,
+                       [&](common::Database&, Entries& entries) -> OptionalError {
+                           const auto entry = entryAt(entries, from);
+                           const auto target = entryAt(entries, to);
+                           if (entry == entries.end() || target == entries.end())
+                               return noSuchPlace(entry == entries.end() ? from : to);
+                           // What lies between moves by one place.
+                           if (entry < target)
+                               std::rotate(entry, entry + 1, target + 1);
+                           else
+                               std::rotate(target, entry, entry + 1);
+                           return std::nullopt;
+                       });
+}
+
+}  // namespace korvane

@@ -1,0 +1,53 @@
+// Purpose: tracks that the owner gets on this device, without a host: an entry at first, then with
+//          its file. They carry the owner's claim, so no sync takes them away.
+// Calling thread: any.
+// Failure: an error of LibraryErrorDomain (or the database's) says in plain words what is wrong.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/errors.h"
+
+namespace korvane {
+
+class Library;
+
+struct Purchase {
+    std::int64_t storeItem = 0;  // not 0
+    std::int64_t storeAccount = 0;
+    std::uint32_t mediaType = 0;  // KV3MediaType bits
+    std::string title;
+    std::string fileExtension;  // without dot, lower case
+    bool isTemporary = false;   // a download from the cloud that is not meant to stay
+};
+
+struct PurchasedTrack {
+    std::int64_t persistentID = 0;
+    bool isNew = false;    // the entry was made just now
+    bool hasFile = false;  // on this device
+};
+
+// The track of the store's item; made, without a file, when there is none.
+std::optional<PurchasedTrack> findOrMakePurchase(Library& library, const Purchase& purchase,
+                                                 platform::OptionalError& error);
+
+// The file that has been put at an absolute device path below the media directory.
+struct PurchasedFile {
+    std::string path;
+    // What the track is called when it had no better title than this guess: only an entry of the
+    // owner's that never had a file takes it. "" leaves the title.
+    std::string title;
+    std::string fileExtension;
+};
+
+// Records the file, and the owner's claim on the track.
+platform::OptionalError recordPurchasedFile(Library& library, std::int64_t trackPID,
+                                            const PurchasedFile& file);
+
+// Takes an entry that was made for a purchase out of the library, if it never got a file and
+// nobody else has a claim on it. One that is gone is no error.
+platform::OptionalError removeUnfinishedPurchase(Library& library, std::int64_t trackPID);
+
+}  // namespace korvane

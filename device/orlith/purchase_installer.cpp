@@ -1,0 +1,107 @@
+#include "device/orlith/purchase_installer.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "device/downloads/media_name.h"
+#include "device/korvane/purchases.h"
+#include "platform/media_library_properties.h"
+#include "platform/store_downloads.h"
+
+namespace orlith {
+namespace {
+
+using platform::Error;
+using platform::OptionalError;
+
+constexpr char PurchasesDirectory[] = "/var/mobile/Media/Purchases";
+
+constexpr std::array MediaTypes = std::to_array<std::pair<std::string_view, std::uint32_t>>(
+    {{VDDownloadKindAudiobook, KV3MediaTypeAudiobook},
+     {VDDownloadKindMovie, KV3MediaTypeMovie},
+     {VDDownloadKindMusicVideo, KV3MediaTypeMusicVideo},
+     {VDDownloadKindTelevisionEpisode, KV3MediaTypeTVEpisode},
+     {VDDownloadKindVideoPodcast, KV3MediaTypeVideoPodcast},
+     {VDDownloadKindPodcast, KV3MediaTypePodcast}});
+
+std::uint32_t mediaTypeOf(std::string_view kind) {
+    for (const auto& [known, mediaType] : MediaTypes)
+        if (known == kind)
+            return mediaType;
+    return KV3MediaTypeMusic;
+}
+
+// The track is gone; nothing is wrong with the library.
+bool isRefusal(const Error& error) {
+    return error.domain == korvane::LibraryErrorDomain &&
+           error.code == korvane::LibraryErrorRefused;
+}
+
+}  // namespace
+
+std::optional<downloads::PreparedItem> PurchaseInstaller::prepare(
+    const downloads::DownloadItem& item, OptionalError* error) {
+    OptionalError problem;
+    const korvane::Purchase purchase{
+        item.storeItem,
+        item.storeAccount,
+        mediaTypeOf(item.kind),
+        item.title.empty() ? downloads::nameStem(item.fileName) : item.title,
+        downloads::nameExtension(item.fileName),
+        item.isTemporary};
+    const auto track = korvane::findOrMakePurchase(_library, purchase, problem);
+    if (track && track->hasFile)
+        problem = Error(platform::POSIXErrorDomain, EEXIST,
+                        fmt::format("\"{}\" is on the device already.", purchase.title));
+    if (problem && error)
+        *error = problem;
+    if (problem)
+        return std::nullopt;
+    if (track->isNew)
+        _library.notifyContentsDidChange();
+    return downloads::PreparedItem{track->persistentID, track->isNew};
+}
+
+OptionalError PurchaseInstaller::install(const downloads::DownloadItem& item,
+                                         const std::string& stagedPath) {
+    const korvane::ActivityLock::Hold hold = _activities.holdForFiles();
+    const std::string extension = downloads::nameExtension(item.fileName);
+    const std::string path =
+        fmt::format("{}/{}.{}", PurchasesDirectory, item.libraryItem, extension);
+    if (OptionalError error = moveIntoPlace(stagedPath, path))
+        return error;
+    const std::string title = item.title.empty() ? downloads::nameStem(item.fileName) : item.title;
+    const OptionalError error =
+        korvane::recordPurchasedFile(_library, item.libraryItem, {path, title, extension});
+    if (error && isRefusal(*error)) {
+        _files.unlink(path);
+        return Error(platform::POSIXErrorDomain, ESRCH, error->text());
+    }
+    if (error)
+        return error;
+    _library.notifyContentsDidChange();
+    return std::nullopt;
+}
+
+// The bytes are on the disk; afterwards their name is too.
+OptionalError PurchaseInstaller::moveIntoPlace(const std::string& stagedPath,
+                                               const std::string& path) {
+    if (OptionalError error = _files.createDirectory(PurchasesDirectory))
+        return error;
+    // An attempt that was killed may have moved it already.
+    if (!_files.fileExists(stagedPath) && _files.fileExists(path))
+        return std::nullopt;
+    if (OptionalError error = _files.renameReplacing(stagedPath, path))
+        return error;
+    return _files.syncDirectory(PurchasesDirectory);
+}
+
+void PurchaseInstaller::abandon(std::int64_t libraryItem) {
+    if (!korvane::removeUnfinishedPurchase(_library, libraryItem))
+        _library.notifyContentsDidChange();
+}
+
+}  // namespace orlith
