@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "host/commands/exit_code.h"
 #include "host/session/sync_run.h"
@@ -20,9 +22,64 @@ ExitCode runSync(const SyncOptions& options, const CommonOptions& common);
 ExitCode runListTracks(const CommonOptions& common);
 ExitCode runListPlaylists(const CommonOptions& common);
 ExitCode runStatus(const CommonOptions& common);
+ExitCode runWatch(const CommonOptions& common);
+
+// ---- What a device's owner changes. Tracks and playlists are named by id or by title or name.
 ExitCode runRate(const CommonOptions& common, const std::string& track, std::uint32_t stars);
 ExitCode runPlayed(const CommonOptions& common, const std::string& track);
-ExitCode runWatch(const CommonOptions& common);
+// "field=value" each; understood before the device is asked.
+ExitCode runEdit(const CommonOptions& common, const std::string& track,
+                 const std::vector<std::string>& assignments);
+
+struct PlaylistEdit {
+    enum class Action { Create, Add, Remove, Move, Rename, Delete };
+    Action action = Action::Create;
+    std::string playlist;
+    std::vector<std::string> tracks;
+    // Positions as people count them, from 1.
+    std::optional<std::uint32_t> position;
+    std::uint32_t newPosition = 1;
+    std::string name;
+};
+ExitCode runPlaylist(const CommonOptions& common, const PlaylistEdit& edit);
+
+// ---- Between devices.
+struct MirrorOptions {
+    std::string from;  // directories of devices
+    std::string to;
+    std::uint32_t mediaTypes = 0;  // bits; 0 for all
+    bool follow = false;
+    bool json = false;
+};
+ExitCode runMirror(const MirrorOptions& options);
+
+struct ExportOptions {
+    std::int64_t after = 0;
+    std::int64_t upTo = 0;  // 0: as far as the library stands
+    std::uint32_t syncType = 0;
+    std::string output;  // a file; empty: the standard output
+};
+ExitCode runExport(const CommonOptions& common, const ExportOptions& options);
+ExitCode runImport(const CommonOptions& common, const std::string& file);
+ExitCode runRevision(const CommonOptions& common);
+ExitCode runResetChanges(const CommonOptions& common);
+ExitCode runAssets(const CommonOptions& common);
+ExitCode runQorx(const std::string& file, bool json);
+
+// ---- From stores and the cloud.
+struct DownloadOptions {
+    std::string url;
+    std::string title;
+    std::string track;
+    std::uint64_t item = 0;
+    std::uint64_t account = 0;
+    bool temporary = false;
+};
+ExitCode runDownload(const CommonOptions& common, const DownloadOptions& options);
+ExitCode runListDownloads(const CommonOptions& common);
+ExitCode runCancelDownload(const CommonOptions& common, std::int64_t download);
+ExitCode runCloudSignIn(const CommonOptions& common, bool hasKenningData);
+ExitCode runCloudSignOut(const CommonOptions& common);
 
 // The whole program: understands the arguments and runs the command.
 int runCommandLine(int argumentCount, const char* const* arguments);

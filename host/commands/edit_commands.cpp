@@ -1,13 +1,12 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <functional>
 #include <nlohmann/json.hpp>
 
 #include "host/commands/commands.h"
-#include "host/commands/output.h"
-#include "host/scan/file_names.h"
+#include "host/commands/edit_outcome.h"
 #include "host/session/device_connection.h"
-#include "host/session/link_error.h"
 #include "link/orlith.pb.h"
 
 namespace host {
@@ -16,28 +15,31 @@ namespace link = ::orlith::link;
 
 namespace {
 
-using platform::OptionalError;
+// How the answer is shown in JSON.
+nlohmann::ordered_json editOf(const link::EditReply& reply) {
+    return {{"type", "edit"}, {"title", reply.title()}, {"revision", reply.revision()}};
+}
 
-ExitCode edit(const CommonOptions& common, const std::string& done,
-              const std::function<OptionalError(DeviceConnection&, link::EditReply&)>& change) {
-    const Output output(common.json);
-    OptionalError error;
-    link::EditReply reply;
-    const auto connection = DeviceConnection::open(common.deviceDirectory, &error);
-    if (connection) {
-        error = change(*connection, reply);
-        if (error && error->domain == LibraryErrorDomain && error->code == LibraryErrorRefused)
-            error = platform::Error(LinkErrorDomain, LinkErrorNotFound, error->text());
+nlohmann::ordered_json summaryOf(const link::EditReply& reply) {
+    return {{"type", "summary"},
+            {"title", reply.title()},
+            {"revision", std::to_string(reply.revision())}};
+}
+
+// People write "album-artist" where the device says "album_artist".
+link::EditTrackRequest requestOf(const std::string& track,
+                                 const std::vector<std::string>& assignments) {
+    link::EditTrackRequest request;
+    request.set_track(track);
+    for (const std::string& assignment : assignments) {
+        const std::size_t equals = assignment.find('=');
+        std::string field = assignment.substr(0, equals);
+        std::replace(field.begin(), field.end(), '-', '_');
+        link::FieldValue& value = *request.add_fields();
+        value.set_field(field);
+        value.set_value(assignment.substr(equals + 1));
     }
-    if (error) {
-        output.error(*error);
-        return exitCodeOf(*error);
-    }
-    if (common.json)
-        output.object({{"type", "edit"}, {"title", reply.title()}, {"revision", reply.revision()}});
-    else
-        output.line(fmt::format("{}: {}", displayText(reply.title()), done));
-    return ExitCode::Done;
+    return request;
 }
 
 }  // namespace
@@ -45,15 +47,25 @@ ExitCode edit(const CommonOptions& common, const std::string& done,
 ExitCode runRate(const CommonOptions& common, const std::string& track, std::uint32_t stars) {
     const std::string done =
         stars == 0 ? "no rating" : fmt::format("{} star{}", stars, stars == 1 ? "" : "s");
-    return edit(common, done, [&](DeviceConnection& device, link::EditReply& reply) {
+    return editDevice(common, done, editOf, [&](DeviceConnection& device, link::EditReply& reply) {
         return device.rate(track, stars, reply);
     });
 }
 
 ExitCode runPlayed(const CommonOptions& common, const std::string& track) {
-    return edit(common, "played once more", [&](DeviceConnection& device, link::EditReply& reply) {
-        return device.played(track, reply);
-    });
+    return editDevice(common, "played once more", editOf,
+                      [&](DeviceConnection& device, link::EditReply& reply) {
+                          return device.played(track, reply);
+                      });
+}
+
+ExitCode runEdit(const CommonOptions& common, const std::string& track,
+                 const std::vector<std::string>& assignments) {
+    const link::EditTrackRequest request = requestOf(track, assignments);
+    return editDevice(common, "changed", summaryOf,
+                      [&](DeviceConnection& device, link::EditReply& reply) {
+                          return device.editTrack(request, reply);
+                      });
 }
 
 }  // namespace host

@@ -1,5 +1,7 @@
 #include "host/commands/exit_code.h"
 
+#include <cerrno>
+
 #include "host/scan/scanner.h"
 #include "host/session/link_error.h"
 #include "host/session/sync_run.h"
@@ -59,6 +61,8 @@ ExitCode exitCodeOf(const platform::Error& error) {
         return ExitCode::Busy;
     if (isNoSpace(error))
         return ExitCode::NoSpace;
+    if (error.domain == platform::POSIXErrorDomain && error.code == ENOENT)
+        return ExitCode::NotFound;
     return ExitCode::Failure;
 }
 

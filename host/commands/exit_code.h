@@ -29,9 +29,9 @@ inline constexpr const char* ExitCodeHelp =
     "  1    something else went wrong\n"
     "  2    the command was not understood\n"
     "  3    done, but some items failed; they are listed\n"
-    "  10   folder or track not found\n"
-    "  11   the device or the folder is busy with another run\n"
-    "  13   the device has too little space\n"
+    "  10   folder, file, device or track not found\n"
+    "  11   a device or the folder is busy with another run\n"
+    "  13   too little space\n"
     "  14   stopped by the delete guard; nothing was changed\n"
     "  130  interrupted\n";
 

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/commands/commands.h"
+#include "host/commands/device_question.h"
 #include "host/commands/list_rows.h"
 #include "host/commands/output.h"
 #include "host/progress/progress.h"
@@ -15,30 +16,13 @@ namespace host {
 
 namespace link = ::orlith::link;
 
-namespace {
-
 using platform::OptionalError;
-
-// Opens the device and asks; says what went wrong.
-ExitCode ask(const CommonOptions& common, const Output& output,
-             const std::function<OptionalError(DeviceConnection&)>& question) {
-    OptionalError error;
-    const auto connection = DeviceConnection::open(common.deviceDirectory, &error);
-    if (connection)
-        error = question(*connection);
-    if (!error)
-        return ExitCode::Done;
-    output.error(*error);
-    return exitCodeOf(*error);
-}
-
-}  // namespace
 
 ExitCode runListTracks(const CommonOptions& common) {
     const Output output(common.json);
     std::vector<link::TrackRow> rows;
     std::size_t count = 0;
-    const ExitCode code = ask(common, output, [&](DeviceConnection& device) {
+    const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
         return device.listTracks([&](const link::TrackRow& row) {
             ++count;
             if (common.json)
@@ -61,7 +45,7 @@ ExitCode runListPlaylists(const CommonOptions& common) {
     const Output output(common.json);
     // A long playlist comes in several rows, one after another.
     std::vector<link::PlaylistRow> playlists;
-    const ExitCode code = ask(common, output, [&](DeviceConnection& device) {
+    const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
         return device.listPlaylists([&](const link::PlaylistRow& row) {
             if (!playlists.empty() && playlists.back().persistent_id() == row.persistent_id())
                 playlists.back().mutable_tracks()->MergeFrom(row.tracks());
@@ -88,17 +72,18 @@ ExitCode runListPlaylists(const CommonOptions& common) {
 
 ExitCode runStatus(const CommonOptions& common) {
     const Output output(common.json);
-    return ask(common, output, [&](DeviceConnection& device) -> OptionalError {
-        link::StatusReply status;
-        if (auto error = device.status(status))
-            return error;
-        if (common.json)
-            output.object(jsonOf(status));
-        else
-            for (const std::string& line : statusLines(status))
-                output.line(line);
-        return std::nullopt;
-    });
+    return askDevice(common.deviceDirectory, output,
+                     [&](DeviceConnection& device) -> OptionalError {
+                         link::StatusReply status;
+                         if (auto error = device.status(status))
+                             return error;
+                         if (common.json)
+                             output.object(jsonOf(status));
+                         else
+                             for (const std::string& line : statusLines(status))
+                                 output.line(line);
+                         return std::nullopt;
+                     });
 }
 
 }  // namespace host

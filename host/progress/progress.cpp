@@ -31,6 +31,7 @@ void Progress::phase(std::string_view name) {
         return;
     _phase = name;
     _countDone = _countTotal = 0;
+    _countsBytes = false;
     _rate.reset();
     show(_style.terminal);
 }
@@ -42,14 +43,23 @@ void Progress::count(std::int64_t done, std::int64_t total) {
     show(false);
 }
 
-void Progress::startTransfer(std::size_t files, std::uint64_t bytes) {
+void Progress::countBytes(std::uint64_t done, std::uint64_t total) {
     const std::lock_guard lock(_mutex);
-    _phase = "sending";
+    _countDone = static_cast<std::int64_t>(done);
+    _countTotal = static_cast<std::int64_t>(total);
+    _countsBytes = true;
+    show(false);
+}
+
+void Progress::startTransfer(std::string_view name, std::size_t files, std::uint64_t bytes) {
+    const std::lock_guard lock(_mutex);
+    _phase = name;
     _files = files;
     _bytes = bytes;
     _filesDone = 0;
     _bytesDone = 0;
-    _rate.emplace(_clock());
+    _transferStart = _clock();
+    _rate.emplace(_transferStart);
     show(_style.terminal);
 }
 
@@ -105,22 +115,37 @@ void Progress::draw() {
 std::string Progress::line() const {
     if (_rate)
         return transferLine();
+    const auto amount = [this](std::int64_t count) {
+        return _countsBytes ? formatBytes(static_cast<std::uint64_t>(count))
+                            : std::to_string(count);
+    };
     if (_countTotal > 0)
-        return fmt::format("{}: {} of {}", _phase, _countDone, _countTotal);
+        return fmt::format("{}: {} of {}", _phase, amount(_countDone), amount(_countTotal));
     if (_countDone > 0)
-        return fmt::format("{}: {}", _phase, _countDone);
+        return fmt::format("{}: {}", _phase, amount(_countDone));
     return _phase;
 }
 
 std::string Progress::transferLine() const {
-    std::string text = fmt::format("{}: {} of {} files, {} of {}", _phase, _filesDone, _files,
-                                   formatBytes(_bytesDone), formatBytes(_bytes));
+    std::string text =
+        fmt::format("{}: {} of {} files, {}", _phase, _filesDone, _files, formatBytes(_bytesDone));
+    if (_bytes > 0)
+        text += " of " + formatBytes(_bytes);
     if (const auto rate = _rate->current())
         text += fmt::format(", {}/s", formatBytes(static_cast<std::uint64_t>(*rate)));
-    if (_bytesDone < _bytes)
-        if (const auto left = _rate->timeLeft(_bytes - _bytesDone))
-            text += fmt::format(", {} left", formatDuration(*left));
+    if (const auto left = timeLeft())
+        text += fmt::format(", {} left", formatDuration(*left));
     return text;
+}
+
+std::optional<std::chrono::seconds> Progress::timeLeft() const {
+    if (_bytesDone < _bytes)
+        return _rate->timeLeft(_bytes - _bytesDone);
+    if (_bytes > 0 || _filesDone == 0 || _filesDone >= _files)
+        return std::nullopt;
+    const std::chrono::duration<double> passed = _clock() - _transferStart;
+    return std::chrono::ceil<std::chrono::seconds>(
+        passed * (static_cast<double>(_files - _filesDone) / static_cast<double>(_filesDone)));
 }
 
 void Progress::clearLine() {

@@ -1,4 +1,4 @@
-// Purpose: shows how far a sync is: on a terminal one line that is redrawn in place, elsewhere a
+// Purpose: shows how far a run is: on a terminal one line that is redrawn in place, elsewhere a
 // plain line now and then. Everything goes to the error output.
 // Thread: any; calls are serialised by the object.
 // Failure: none; output that cannot be written is dropped.
@@ -38,11 +38,14 @@ public:
         ProgressStyle style, Output output,
         Clock clock = [] { return std::chrono::steady_clock::now(); });
 
-    // A phase without a known end: "reading the folder", with a count that grows.
+    // A phase without a known end: "reading the folder", with a count that grows. A total of 0 is
+    // one that is not known.
     void phase(std::string_view name);
     void count(std::int64_t done, std::int64_t total);
-    // The phase of the transfers.
-    void startTransfer(std::size_t files, std::uint64_t bytes);
+    void countBytes(std::uint64_t done, std::uint64_t total);
+    // The phase of the transfers, "sending" for example. Bytes of 0 are not known beforehand; the
+    // time left is then told by the files alone.
+    void startTransfer(std::string_view name, std::size_t files, std::uint64_t bytes);
     void transferred(std::size_t files, std::uint64_t bytes);
     // Takes the line off the screen.
     void finish();
@@ -56,6 +59,7 @@ private:
     void draw();
     std::string line() const;
     std::string transferLine() const;
+    std::optional<std::chrono::seconds> timeLeft() const;
     void clearLine();
 
     const ProgressStyle _style;
@@ -66,11 +70,13 @@ private:
     std::string _phase;
     std::int64_t _countDone = 0;
     std::int64_t _countTotal = 0;
+    bool _countsBytes = false;
     std::size_t _filesDone = 0;
     std::size_t _files = 0;
     std::uint64_t _bytesDone = 0;
     std::uint64_t _bytes = 0;
     std::optional<TransferRate> _rate;
+    Time _transferStart;
     std::optional<Time> _lastShown;
     bool _lineShown = false;
 };

@@ -1,46 +1,15 @@
 #include "host/session/device_connection.h"
 
-#include <fcntl.h>
-#include <grpcpp/create_channel.h>
-#include <grpcpp/create_channel_posix.h>
-#include <grpcpp/security/credentials.h>
+#include <grpcpp/channel.h>
 
-#include <cerrno>
-#include <cstdlib>
-
+#include "host/session/device_channel.h"
 #include "host/session/link_error.h"
 #include "host/session/session_stream.h"
 #include "link/orlith.grpc.pb.h"
-#include "link/start_daemon.h"
 
 namespace host {
 
 namespace link = ::orlith::link;
-
-namespace {
-
-// How long a daemon that this program started stays without work.
-std::chrono::seconds idleExit() {
-    const char* given = std::getenv("ORLITH_IDLE_SECONDS");
-    const long seconds = given != nullptr ? std::strtol(given, nullptr, 10) : 0;
-    return std::chrono::seconds(seconds > 0 ? seconds : 60);
-}
-
-platform::OptionalError errorOf(const grpc::Status& status) {
-    if (status.ok())
-        return std::nullopt;
-    return errorOfStatus(status);
-}
-
-platform::OptionalError errorOf(const grpc::Status& status, const link::EditReply& reply) {
-    if (auto error = errorOf(status))
-        return error;
-    if (reply.success())
-        return std::nullopt;
-    return errorOfFailure(reply.failure());
-}
-
-}  // namespace
 
 struct DeviceConnection::Impl {
     std::shared_ptr<grpc::Channel> channel;
@@ -49,20 +18,8 @@ struct DeviceConnection::Impl {
 
 std::unique_ptr<DeviceConnection> DeviceConnection::open(const std::string& deviceDirectory,
                                                          platform::OptionalError* error) {
-    link::DaemonStart start;
-    start.root = deviceDirectory;
-    start.idleExit = idleExit();
-    common::UniqueFd fd = link::connectOrStart(start, error);
-    if (!fd)
-        return nullptr;
-    const int flags = ::fcntl(fd.get(), F_GETFL);
-    if (flags < 0 || ::fcntl(fd.get(), F_SETFL, flags | O_NONBLOCK) != 0) {
-        if (error != nullptr)
-            *error = platform::Error::posix(errno);
-        return nullptr;
-    }
-    return std::make_unique<DeviceConnection>(
-        grpc::CreateInsecureChannelFromFd("device", fd.release()));
+    auto channel = openDeviceChannel(deviceDirectory, error);
+    return channel ? std::make_unique<DeviceConnection>(std::move(channel)) : nullptr;
 }
 
 DeviceConnection::DeviceConnection(std::shared_ptr<grpc::Channel> channel)
@@ -75,7 +32,7 @@ DeviceConnection::~DeviceConnection() = default;
 
 platform::OptionalError DeviceConnection::status(link::StatusReply& reply) {
     grpc::ClientContext context;
-    return errorOf(_impl->stub->Status(&context, {}, &reply));
+    return errorOfCall(_impl->stub->Status(&context, {}, &reply));
 }
 
 platform::OptionalError DeviceConnection::listTracks(
@@ -86,7 +43,7 @@ platform::OptionalError DeviceConnection::listTracks(
     while (reader->Read(&batch))
         for (const link::TrackRow& track : batch.tracks())
             row(track);
-    return errorOf(reader->Finish());
+    return errorOfCall(reader->Finish());
 }
 
 platform::OptionalError DeviceConnection::listPlaylists(
@@ -97,7 +54,7 @@ platform::OptionalError DeviceConnection::listPlaylists(
     while (reader->Read(&batch))
         for (const link::PlaylistRow& playlist : batch.playlists())
             row(playlist);
-    return errorOf(reader->Finish());
+    return errorOfCall(reader->Finish());
 }
 
 platform::OptionalError DeviceConnection::rate(const std::string& track, std::uint32_t stars,
@@ -107,7 +64,7 @@ platform::OptionalError DeviceConnection::rate(const std::string& track, std::ui
     request.set_track(track);
     request.set_stars(stars);
     const grpc::Status status = _impl->stub->Rate(&context, request, &reply);
-    return errorOf(status, reply);
+    return errorOfReply(status, reply.success(), reply.failure());
 }
 
 platform::OptionalError DeviceConnection::played(const std::string& track, link::EditReply& reply) {
@@ -115,7 +72,63 @@ platform::OptionalError DeviceConnection::played(const std::string& track, link:
     link::PlayedRequest request;
     request.set_track(track);
     const grpc::Status status = _impl->stub->Played(&context, request, &reply);
-    return errorOf(status, reply);
+    return errorOfReply(status, reply.success(), reply.failure());
+}
+
+platform::OptionalError DeviceConnection::editTrack(const link::EditTrackRequest& request,
+                                                    link::EditReply& reply) {
+    grpc::ClientContext context;
+    const grpc::Status status = _impl->stub->EditTrack(&context, request, &reply);
+    return errorOfReply(status, reply.success(), reply.failure());
+}
+
+platform::OptionalError DeviceConnection::editPlaylist(const link::EditPlaylistRequest& request,
+                                                       link::EditReply& reply) {
+    grpc::ClientContext context;
+    const grpc::Status status = _impl->stub->EditPlaylist(&context, request, &reply);
+    return errorOfReply(status, reply.success(), reply.failure());
+}
+
+platform::OptionalError DeviceConnection::download(const link::DownloadRequest& request,
+                                                   link::DownloadReply& reply) {
+    grpc::ClientContext context;
+    const grpc::Status status = _impl->stub->Download(&context, request, &reply);
+    return errorOfReply(status, reply.success(), reply.failure());
+}
+
+platform::OptionalError DeviceConnection::listDownloads(
+    const std::function<void(const link::DownloadRow&)>& row) {
+    grpc::ClientContext context;
+    link::DownloadList list;
+    if (auto error = errorOfCall(_impl->stub->ListDownloads(&context, {}, &list)))
+        return error;
+    for (const link::DownloadRow& download : list.downloads())
+        row(download);
+    return std::nullopt;
+}
+
+platform::OptionalError DeviceConnection::cancelDownload(std::int64_t download) {
+    grpc::ClientContext context;
+    link::CancelDownloadRequest request;
+    request.set_download(download);
+    link::CancelDownloadReply reply;
+    const grpc::Status status = _impl->stub->CancelDownload(&context, request, &reply);
+    return errorOfReply(status, reply.success(), reply.failure());
+}
+
+platform::OptionalError DeviceConnection::signInToCloud(bool hasKenningData,
+                                                        link::CloudReply& reply) {
+    grpc::ClientContext context;
+    link::CloudSignInRequest request;
+    request.set_has_kenning_data(hasKenningData);
+    const grpc::Status status = _impl->stub->CloudSignIn(&context, request, &reply);
+    return errorOfReply(status, reply.success(), reply.failure());
+}
+
+platform::OptionalError DeviceConnection::signOutOfCloud(link::CloudReply& reply) {
+    grpc::ClientContext context;
+    const grpc::Status status = _impl->stub->CloudSignOut(&context, {}, &reply);
+    return errorOfReply(status, reply.success(), reply.failure());
 }
 
 std::unique_ptr<SessionStream> DeviceConnection::startSession() {

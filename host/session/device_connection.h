@@ -16,7 +16,13 @@ class Channel;
 }
 
 namespace orlith::link {
+class CloudReply;
+class DownloadReply;
+class DownloadRequest;
+class DownloadRow;
+class EditPlaylistRequest;
 class EditReply;
+class EditTrackRequest;
 class PlaylistRow;
 class StatusReply;
 class TrackRow;
@@ -45,6 +51,17 @@ public:
     platform::OptionalError rate(const std::string& track, std::uint32_t stars,
                                  orlith::link::EditReply& reply);
     platform::OptionalError played(const std::string& track, orlith::link::EditReply& reply);
+    platform::OptionalError editTrack(const orlith::link::EditTrackRequest& request,
+                                      orlith::link::EditReply& reply);
+    platform::OptionalError editPlaylist(const orlith::link::EditPlaylistRequest& request,
+                                         orlith::link::EditReply& reply);
+    platform::OptionalError download(const orlith::link::DownloadRequest& request,
+                                     orlith::link::DownloadReply& reply);
+    platform::OptionalError listDownloads(
+        const std::function<void(const orlith::link::DownloadRow&)>& row);
+    platform::OptionalError cancelDownload(std::int64_t download);
+    platform::OptionalError signInToCloud(bool hasKenningData, orlith::link::CloudReply& reply);
+    platform::OptionalError signOutOfCloud(orlith::link::CloudReply& reply);
     std::unique_ptr<SessionStream> startSession();
 
 private:

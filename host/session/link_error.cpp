@@ -25,6 +25,21 @@ platform::Error errorOfStatus(const grpc::Status& status) {
     }
 }
 
+platform::OptionalError errorOfCall(const grpc::Status& status) {
+    if (status.ok())
+        return std::nullopt;
+    return errorOfStatus(status);
+}
+
+platform::OptionalError errorOfReply(const grpc::Status& status, bool success,
+                                     const orlith::link::Failure& failure) {
+    if (auto error = errorOfCall(status))
+        return error;
+    if (success)
+        return std::nullopt;
+    return errorOfFailure(failure);
+}
+
 platform::Error errorOfFailure(const orlith::link::Failure& failure) {
     const std::string text = failure.text().empty() ? "the device gave no reason" : failure.text();
     if (failure.domain() == DaemonErrorDomain && failure.code() == DaemonErrorBusy)

@@ -36,6 +36,11 @@ inline constexpr std::string_view LibraryErrorDomain = "KV3KorvaneErrorDomain";
 inline constexpr std::int64_t LibraryErrorRefused = 3;
 
 platform::Error errorOfStatus(const grpc::Status& status);
+// None when the call went well.
+platform::OptionalError errorOfCall(const grpc::Status& status);
+// Of a call whose answer says itself whether the device did what was asked.
+platform::OptionalError errorOfReply(const grpc::Status& status, bool success,
+                                     const orlith::link::Failure& failure);
 platform::Error errorOfFailure(const orlith::link::Failure& failure);
 platform::Error errorOfFailedSession(const orlith::link::SessionFailed& failed);
 platform::Error cancelledError();

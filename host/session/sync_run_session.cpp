@@ -233,7 +233,7 @@ OptionalError SyncRun::Impl::sendAssets(std::vector<OutstandingAsset>& assets) {
         ++files;
         bytes += static_cast<std::uint64_t>(file->media.stamp.size) - asset.resumeFrom;
     }
-    progress.startTransfer(files, bytes);
+    progress.startTransfer("sending", files, bytes);
     TransferEvents events;
     events.sent = [&](std::uint64_t sent) {
         summary.bytes = sent;

@@ -63,7 +63,7 @@ protected:
 
 TEST_F(ProgressLines, OffATerminalOneLineComesPerInterval) {
     Progress progress = make(false);
-    progress.startTransfer(10, 10'000);
+    progress.startTransfer("sending", 10, 10'000);
     for (int i = 1; i <= 25; ++i) {
         now += 1s;
         progress.transferred(static_cast<std::size_t>(i) / 3, static_cast<std::uint64_t>(i) * 100);
@@ -77,7 +77,7 @@ TEST_F(ProgressLines, OffATerminalOneLineComesPerInterval) {
 TEST_F(ProgressLines, AShortRunOffATerminalSaysNothing) {
     Progress progress = make(false);
     progress.phase("reading");
-    progress.startTransfer(1, 10);
+    progress.startTransfer("sending", 1, 10);
     progress.transferred(1, 10);
     progress.finish();
     EXPECT_EQ(written, "");
@@ -85,13 +85,30 @@ TEST_F(ProgressLines, AShortRunOffATerminalSaysNothing) {
 
 TEST_F(ProgressLines, OnATerminalRedrawsAreCapped) {
     Progress progress = make(true);
-    progress.startTransfer(1, 1000);
+    progress.startTransfer("sending", 1, 1000);
     written.clear();
     for (int i = 0; i < 1000; ++i) {
         now += 1ms;
         progress.transferred(0, static_cast<std::uint64_t>(i));
     }
     EXPECT_LE(std::count(written.begin(), written.end(), '\r'), 11);
+}
+
+TEST_F(ProgressLines, WithoutKnownBytesTheFilesTellTheTimeLeft) {
+    Progress progress = make(true);
+    progress.startTransfer("fetching", 4, 0);
+    now += 10s;
+    progress.transferred(1, 2048);
+    EXPECT_NE(written.find("fetching: 1 of 4 files, 2.0 KiB"), std::string::npos) << written;
+    EXPECT_NE(written.find("30 s left"), std::string::npos) << written;
+}
+
+TEST_F(ProgressLines, BytesAreCountedAsBytes) {
+    Progress progress = make(true);
+    progress.phase("fetching changes");
+    now += 1s;
+    progress.countBytes(2048, 4096);
+    EXPECT_NE(written.find("fetching changes: 2.0 KiB of 4.0 KiB"), std::string::npos) << written;
 }
 
 TEST_F(ProgressLines, AMessageStandsAboveTheLine) {

@@ -1,0 +1,48 @@
+// Purpose: gathers the commands of `orlith`: each family declares its own, and the one that the
+// arguments name is run once all of them have been understood.
+// Thread: the main thread.
+// Ownership: borrows the parser; what a command's options are stored in is kept alive by its `run`.
+// Failure: none; the parser reports wrong usage.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "host/commands/commands.h"
+
+namespace host {
+
+class CommandSet {
+public:
+    using Run = std::function<ExitCode()>;
+
+    // `group` is the heading under which --help lists the commands that follow.
+    explicit CommandSet(CLI::App& program) : _program(program) {}
+    void beginGroup(const char* group) { _group = group; }
+
+    // A command with --json; `examples` stand below its options in --help.
+    CLI::App& add(const char* name, const char* purpose, const char* examples, bool& json, Run run);
+    // A command on one device, named by --device.
+    CLI::App& addOnDevice(const char* name, const char* purpose, const char* examples,
+                          CommonOptions& common, Run run);
+    // One of the things that a command does; the command's own options may come after its.
+    CLI::App& addAction(CLI::App& command, const char* name, const char* purpose, Run run);
+
+    // After the parser is through.
+    ExitCode run() const { return _chosen(); }
+
+private:
+    CLI::App& _program;
+    const char* _group = "";
+    Run _chosen;
+};
+
+// The families, each in a file of its own.
+void addSyncCommands(CommandSet& commands);
+void addDeviceCommands(CommandSet& commands);
+void addEditCommands(CommandSet& commands);
+void addMirrorCommands(CommandSet& commands);
+void addChangeCommands(CommandSet& commands);
+void addFetchCommands(CommandSet& commands);
+
+}  // namespace host

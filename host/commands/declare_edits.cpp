@@ -1,0 +1,162 @@
+#include "host/commands/command_set.h"
+
+namespace host {
+
+namespace {
+
+constexpr char TrackHelp[] = "Its id, or its title when only one has it";
+constexpr char TracksHelp[] = "Ids, or titles that only one has";
+constexpr char PlaylistHelp[] = "Its id, or its name when only one has it";
+
+constexpr char RateExamples[] = R"(
+Examples:
+  orlith rate --device ~/player "A title" 4
+  orlith rate --device ~/player 123456789 0     takes the rating away
+)";
+
+constexpr char PlayedExamples[] = R"(
+Example:
+  orlith played --device ~/player "A title"
+)";
+
+constexpr char EditExamples[] = R"(
+All values are set or none. A field without a value ("comment=") loses it.
+
+Fields: title, artist, album, album_artist, composer, genre, comment, grouping, year, disc_number,
+disc_count, track_number, track_count; a device names those that it does not know.
+
+Examples:
+  orlith edit --device ~/player "A titel" title="A title"
+  orlith edit --device ~/player 123456789 artist="Someone else" year=1994 comment=
+)";
+
+constexpr char PlaylistExamples[] = R"(
+Positions count from 1, as a list shows them. A track may stand in a playlist more than once.
+
+Examples:
+  orlith playlist create --device ~/player "On the road" "First song" "Second song"
+  orlith playlist add --device ~/player "On the road" "Third song" --at 2
+  orlith playlist move --device ~/player "On the road" 3 1       the third becomes the first
+  orlith playlist remove --device ~/player "On the road" --at 2
+  orlith playlist remove --device ~/player "On the road" "First song"
+  orlith playlist rename --device ~/player "On the road" "At home"
+  orlith playlist delete --device ~/player "At home"             its tracks stay on the device
+)";
+
+struct TrackArguments {
+    CommonOptions common;
+    std::string track;
+    std::uint32_t stars = 0;
+    std::vector<std::string> assignments;
+};
+
+struct PlaylistArguments {
+    CommonOptions common;
+    PlaylistEdit edit;
+};
+
+void addRate(CommandSet& commands) {
+    const auto given = std::make_shared<TrackArguments>();
+    CLI::App& rate = commands.addOnDevice(
+        "rate", "Rate a track on a device", RateExamples, given->common,
+        [given] { return runRate(given->common, given->track, given->stars); });
+    rate.add_option("TRACK", given->track, TrackHelp)->required();
+    rate.add_option("STARS", given->stars, "0 to 5; 0 takes the rating away")
+        ->required()
+        ->check(CLI::Range(0, 5));
+}
+
+void addPlayed(CommandSet& commands) {
+    const auto given = std::make_shared<TrackArguments>();
+    commands
+        .addOnDevice("played", "Count a track as played once more", PlayedExamples, given->common,
+                     [given] { return runPlayed(given->common, given->track); })
+        .add_option("TRACK", given->track, TrackHelp)
+        ->required();
+}
+
+void addEdit(CommandSet& commands) {
+    const auto given = std::make_shared<TrackArguments>();
+    CLI::App& edit = commands.addOnDevice(
+        "edit", "Change what a device says of a track", EditExamples, given->common,
+        [given] { return runEdit(given->common, given->track, given->assignments); });
+    edit.add_option("TRACK", given->track, TrackHelp)->required();
+    edit.add_option("FIELD=VALUE", given->assignments, "What to set; several may be given")
+        ->required()
+        ->check([](const std::string& text) {
+            return text.find('=') == std::string::npos || text.front() == '='
+                       ? "\"" + text + "\" is not FIELD=VALUE"
+                       : std::string();
+        });
+}
+
+using Action = PlaylistEdit::Action;
+
+// Declares one action on a playlist; the playlist itself is its first argument.
+CLI::App& addPlaylistAction(CommandSet& commands, CLI::App& command, Action action,
+                            const char* name, const char* purpose,
+                            const std::shared_ptr<PlaylistArguments>& given,
+                            const char* playlistHelp = PlaylistHelp) {
+    CLI::App& declared = commands.addAction(command, name, purpose, [given, action] {
+        given->edit.action = action;
+        return runPlaylist(given->common, given->edit);
+    });
+    declared.add_option("PLAYLIST", given->edit.playlist, playlistHelp)->required();
+    return declared;
+}
+
+CLI::Range positions() {
+    return CLI::Range(std::uint32_t{1}, std::uint32_t{1'000'000'000}, "counted from 1");
+}
+
+void addPlaylist(CommandSet& commands) {
+    const auto given = std::make_shared<PlaylistArguments>();
+    PlaylistEdit& edit = given->edit;
+    CLI::App& playlist = commands.addOnDevice("playlist", "Make and change playlists on a device",
+                                              PlaylistExamples, given->common, {});
+    addPlaylistAction(commands, playlist, Action::Create, "create", "Make a playlist", given,
+                      "The new playlist's name")
+        .add_option("TRACK", edit.tracks, TracksHelp);
+
+    CLI::App& add = addPlaylistAction(commands, playlist, Action::Add, "add",
+                                      "Put tracks into a playlist", given);
+    add.add_option("TRACK", edit.tracks, TracksHelp)->required();
+    add.add_option("--at", edit.position, "Where the first of them stands; without it: at the end")
+        ->type_name("N")
+        ->check(CLI::Range(1u, 1'000'000'000u));
+
+    CLI::App& remove = addPlaylistAction(commands, playlist, Action::Remove, "remove",
+                                         "Take tracks out of a playlist", given);
+    CLI::Option* tracks =
+        remove.add_option("TRACK", edit.tracks, "Ids or titles; each goes wherever it stands");
+    CLI::Option* at = remove.add_option("--at", edit.position, "The one that stands there instead")
+                          ->type_name("N")
+                          ->check(CLI::Range(1u, 1'000'000'000u));
+    tracks->excludes(at);
+
+    CLI::App& move = addPlaylistAction(commands, playlist, Action::Move, "move",
+                                       "Give a track of a playlist another place", given);
+    move.add_option("FROM", edit.position, "Where it stands")
+        ->required()
+        ->check(CLI::Range(1u, 1'000'000'000u));
+    move.add_option("TO", edit.newPosition, "Where it is to stand")->required()->check(positions());
+
+    addPlaylistAction(commands, playlist, Action::Rename, "rename", "Give a playlist another name",
+                      given)
+        .add_option("NAME", edit.name, "The new name")
+        ->required();
+    addPlaylistAction(commands, playlist, Action::Delete, "delete",
+                      "Delete a playlist; its tracks stay", given);
+}
+
+}  // namespace
+
+void addEditCommands(CommandSet& commands) {
+    commands.beginGroup("What a device's owner changes");
+    addRate(commands);
+    addPlayed(commands);
+    addEdit(commands);
+    addPlaylist(commands);
+}
+
+}  // namespace host

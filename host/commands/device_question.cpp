@@ -1,0 +1,41 @@
+#include "host/commands/device_question.h"
+
+#include "host/session/device_connection.h"
+#include "host/session/mirror_connection.h"
+
+namespace host {
+
+namespace {
+
+using platform::OptionalError;
+
+template <typename Connection>
+ExitCode ask(const std::string& deviceDirectory, const Output& output,
+             const std::function<OptionalError(Connection&)>& question) {
+    OptionalError error;
+    const auto connection = Connection::open(deviceDirectory, &error);
+    if (connection)
+        error = question(*connection);
+    return outcomeOf(error, output);
+}
+
+}  // namespace
+
+ExitCode askDevice(const std::string& deviceDirectory, const Output& output,
+                   const std::function<OptionalError(DeviceConnection&)>& question) {
+    return ask<DeviceConnection>(deviceDirectory, output, question);
+}
+
+ExitCode askMirror(const std::string& deviceDirectory, const Output& output,
+                   const std::function<OptionalError(MirrorConnection&)>& question) {
+    return ask<MirrorConnection>(deviceDirectory, output, question);
+}
+
+ExitCode outcomeOf(const OptionalError& error, const Output& output) {
+    if (!error)
+        return ExitCode::Done;
+    output.error(*error);
+    return exitCodeOf(*error);
+}
+
+}  // namespace host

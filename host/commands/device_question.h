@@ -1,0 +1,26 @@
+// Purpose: asks a device one thing, and tells what went wrong.
+// Thread: the main thread.
+// Failure: told through the output; the exit code follows the error.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "host/commands/exit_code.h"
+#include "host/commands/output.h"
+#include "platform/errors.h"
+
+namespace host {
+
+class DeviceConnection;
+class MirrorConnection;
+
+ExitCode askDevice(const std::string& deviceDirectory, const Output& output,
+                   const std::function<platform::OptionalError(DeviceConnection&)>& question);
+ExitCode askMirror(const std::string& deviceDirectory, const Output& output,
+                   const std::function<platform::OptionalError(MirrorConnection&)>& question);
+
+// Done, or the error told.
+ExitCode outcomeOf(const platform::OptionalError& error, const Output& output);
+
+}  // namespace host

@@ -1,0 +1,40 @@
+#include "host/commands/edit_outcome.h"
+
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "host/commands/device_question.h"
+#include "host/scan/file_names.h"
+#include "host/session/device_connection.h"
+#include "host/session/link_error.h"
+#include "link/orlith.pb.h"
+
+namespace host {
+
+namespace link = ::orlith::link;
+
+using platform::OptionalError;
+
+ExitCode editDevice(
+    const CommonOptions& common, const std::string& done,
+    nlohmann::ordered_json (*json)(const link::EditReply& reply),
+    const std::function<OptionalError(DeviceConnection&, link::EditReply&)>& change) {
+    const Output output(common.json);
+    link::EditReply reply;
+    const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
+        OptionalError error = change(device, reply);
+        if (error && error->domain == LibraryErrorDomain && error->code == LibraryErrorRefused)
+            error = platform::Error(LinkErrorDomain, LinkErrorNotFound, error->text());
+        return error;
+    });
+    if (code != ExitCode::Done)
+        return code;
+    if (common.json)
+        output.object(json(reply));
+    else
+        output.line(fmt::format("{}: {}", displayText(reply.title()), done));
+    return code;
+}
+
+}  // namespace host

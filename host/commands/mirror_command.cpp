@@ -1,0 +1,93 @@
+#include <fmt/format.h>
+#include <grpcpp/channel.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "host/commands/commands.h"
+#include "host/commands/interrupts.h"
+#include "host/commands/mirror_report.h"
+#include "host/scan/file_names.h"
+#include "host/session/call_cancellation.h"
+#include "host/session/device_channel.h"
+#include "host/session/link_error.h"
+#include "host/session/mirror_connection.h"
+#include "link/peer.pb.h"
+
+namespace host {
+
+namespace link = ::orlith::link;
+namespace fs = std::filesystem;
+
+namespace {
+
+using platform::OptionalError;
+
+// The real path of the first device. A name that is mistyped must not make a new, empty device.
+std::string firstDevice(const std::string& directory, OptionalError& error) {
+    std::error_code failed;
+    const fs::path path = fs::canonical(directory, failed);
+    if (!failed && fs::is_directory(path / "var", failed))
+        return path.string();
+    error = platform::Error(LinkErrorDomain, LinkErrorNotFound,
+                            fmt::format("{}: there is no device", displayText(directory)));
+    return {};
+}
+
+bool isSame(const std::string& one, const std::string& other) {
+    std::error_code ignored;
+    return fs::equivalent(one, other, ignored);
+}
+
+// The first device's daemon is started here, so that what is wrong with it is told plainly.
+OptionalError mirror(const MirrorOptions& options, MirrorReport& report,
+                     CallCancellation& cancellation) {
+    OptionalError error;
+    link::MirrorRequest request;
+    request.set_from_directory(firstDevice(options.from, error));
+    request.set_media_types(options.mediaTypes);
+    request.set_follow(options.follow);
+    if (error)
+        return error;
+    const auto first = openDeviceChannel(request.from_directory(), &error);
+    if (!first)
+        return error;
+    const auto companion = MirrorConnection::open(options.to, &error);
+    if (!companion)
+        return error;
+    return companion->run(
+        request, [&](const link::MirrorEvent& event) { report.take(event); }, cancellation);
+}
+
+}  // namespace
+
+ExitCode runMirror(const MirrorOptions& options) {
+    if (isSame(options.from, options.to)) {
+        complain("--from and --to are the same device");
+        return ExitCode::Usage;
+    }
+    const Output output(options.json);
+    Progress progress(progressStyleFor(STDERR_FILENO),
+                      [](std::string_view text) { writeTo(STDERR_FILENO, text); });
+    MirrorReport report(output, progress);
+    CallCancellation cancellation;
+    OptionalError error;
+    {
+        const Interrupts interrupts([&] {
+            progress.message("stopping in order; press Ctrl-C again to stop at once");
+            cancellation.cancel();
+        });
+        error = mirror(options, report, cancellation);
+    }
+    progress.finish();
+    // To follow ends with Ctrl-C; that is no error.
+    const bool asAsked = options.follow && cancellation.isCancelled();
+    if (error && !asAsked)
+        output.error(*error);
+    report.end();
+    if (error)
+        return exitCodeOf(*error);
+    return report.anyFailed() ? ExitCode::PartlyDone : ExitCode::Done;
+}
+
+}  // namespace host
