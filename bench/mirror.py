@@ -4,17 +4,14 @@
 See pairs.py for how a pair is measured.
 """
 
-import argparse
 import os
-import shutil
 import sys
-import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "tests", "support", "commands"))
 import collection  # noqa: E402
 from device import Device  # noqa: E402
-from pairs import drop, peak_of, report, row, timed  # noqa: E402
+from pairs import bench, drop, peak_of, report, row, timed  # noqa: E402
 
 MUSIC = os.path.join("var", "mobile", "Media", "Tessel_Control", "Music")
 
@@ -56,27 +53,13 @@ def mirror_rounds(build, scratch, rounds, files, size):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__,
-                                     formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", default="build")
-    parser.add_argument("--rounds", type=int, default=3)
-    parser.add_argument("--files", type=int, default=2000)
-    parser.add_argument("--size", type=int, default=1_000_000)
-    parser.add_argument("--output", help="JSON file to write")
-    parser.add_argument("--scratch", help="folder on the disk to measure (default: the build folder)")
-    options = parser.parse_args()
-    build = os.path.abspath(options.build)
-    scratch = tempfile.mkdtemp(prefix="bench-", dir=options.scratch or build)
-    try:
+    with bench(__doc__) as (options, build, scratch):
         whole, nothing = mirror_rounds(build, scratch, options.rounds, options.files, options.size)
-    finally:
-        shutil.rmtree(scratch, ignore_errors=True)
     report([row(f"mirror of {options.files} files of {options.size} bytes", "rsync -a --fsync", whole,
                 1.3),
             row(f"mirror with nothing to do, {options.files} files", "rsync -a again", nothing, 4.0)],
            options.output)
-    return 0
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    main()

@@ -4,12 +4,35 @@ Each pair runs interleaved, on the same files and the same disk; the figure is t
 the ratio the median of the rounds' ratios. Peak memory is the largest resident size of any one process.
 """
 
+import argparse
+import contextlib
 import json
 import os
 import shutil
 import statistics
 import subprocess
+import tempfile
 import time
+
+
+@contextlib.contextmanager
+def bench(about):
+    """(options, build folder, scratch folder) of a program that measures `about`."""
+    parser = argparse.ArgumentParser(description=about,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--build", default="build")
+    parser.add_argument("--rounds", type=int, default=3)
+    parser.add_argument("--files", type=int, default=2000)
+    parser.add_argument("--size", type=int, default=1_000_000)
+    parser.add_argument("--output", help="JSON file to write")
+    parser.add_argument("--scratch", help="folder on the disk to measure (default: the build folder)")
+    options = parser.parse_args()
+    build = os.path.abspath(options.build)
+    scratch = tempfile.mkdtemp(prefix="bench-", dir=options.scratch or build)
+    try:
+        yield options, build, scratch
+    finally:
+        shutil.rmtree(scratch, ignore_errors=True)
 
 
 def timed(command, **options):

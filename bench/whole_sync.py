@@ -4,19 +4,17 @@
 See pairs.py for how a pair is measured.
 """
 
-import argparse
 import os
 import shutil
 import subprocess
 import sys
-import tempfile
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(HERE, "..", "tests", "support", "commands"))
 import collection  # noqa: E402
 from device import Device  # noqa: E402
-from pairs import drop, peak_of, report, row, timed  # noqa: E402
+from pairs import bench, drop, peak_of, report, row, timed  # noqa: E402
 
 
 def orlith(build, media, device):
@@ -111,32 +109,16 @@ def beets_import(media, scratch):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__,
-                                     formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", default="build")
-    parser.add_argument("--rounds", type=int, default=3)
-    parser.add_argument("--files", type=int, default=2000)
-    parser.add_argument("--size", type=int, default=1_000_000)
-    parser.add_argument("--output", help="JSON file to write")
-    parser.add_argument("--scratch", help="folder on the disk to measure (default: the build folder)")
-    options = parser.parse_args()
-    build = os.path.abspath(options.build)
-    scratch = tempfile.mkdtemp(prefix="bench-", dir=options.scratch or build)
-    rows = []
-    try:
+    with bench(__doc__) as (options, build, scratch):
         whole, nothing = sync_rounds(build, scratch, options.rounds, options.files, options.size)
-        rows.append(row(f"sync of {options.files} files of {options.size} bytes", "rsync -a --fsync",
-                        whole, 1.3))
-        rows.append(row(f"sync with nothing to do, {options.files} files", "rsync -a again", nothing,
-                        4.0))
-        for name, limit, pairs in zip(("mpd rescan", "beets import"), (4.0, 1.0),
-                                      tag_rounds(build, scratch, options.rounds, options.files)):
-            rows.append(row(f"{options.files} small tagged files", name, pairs, limit))
-    finally:
-        shutil.rmtree(scratch, ignore_errors=True)
-    report(rows, options.output)
-    return 0
+        against_mpd, against_beets = tag_rounds(build, scratch, options.rounds, options.files)
+    report([row(f"sync of {options.files} files of {options.size} bytes", "rsync -a --fsync", whole,
+                1.3),
+            row(f"sync with nothing to do, {options.files} files", "rsync -a again", nothing, 4.0),
+            row(f"{options.files} small tagged files", "mpd rescan", against_mpd, 4.0),
+            row(f"{options.files} small tagged files", "beets import", against_beets, 1.0)],
+           options.output)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    main()

@@ -7,7 +7,7 @@
 
 #include "device/orlith/batch_writer.h"
 #include "device/orlith/call_boundary.h"
-#include "device/orlith/grpc_session_stream.h"
+#include "device/orlith/grpc_message_stream.h"
 #include "device/orlith/names.h"
 #include "device/orlith/row_messages.h"
 #include "device/orlith/session_error.h"
@@ -25,7 +25,7 @@ grpc::Status DeviceService::Session(
     grpc::ServerContext* context,
     grpc::ServerReaderWriter<link::FromDevice, link::FromHost>* stream) {
     return guarded("Session", [&] {
-        GrpcSessionStream messages(*context, *stream);
+        GrpcMessageStream messages(*context, *stream);
         const platform::OptionalError failure = orlith::Session(_services, messages).run();
         const bool wasBusy =
             failure && failure->domain == OrlithErrorDomain && failure->code == OrlithErrorBusy;

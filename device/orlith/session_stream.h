@@ -1,19 +1,11 @@
-// The two-way stream of one session's messages, whatever carries it.
+// The stream of one sync session with a host.
 #pragma once
 
+#include "device/orlith/message_stream.h"
 #include "link/orlith.pb.h"
 
 namespace orlith {
 
-class SessionStream {
-public:
-    virtual ~SessionStream() = default;
-    // One thread. False when the host has said its last or is gone.
-    virtual bool read(link::FromHost& message) = 0;
-    // Any thread, also while another reads. False when the host is gone.
-    virtual bool write(const link::FromDevice& message) = 0;
-    // Any thread: makes read() answer false soon, without waiting for the host.
-    virtual void cancel() = 0;
-};
+using SessionStream = MessageStream<link::FromHost, link::FromDevice>;
 
 }  // namespace orlith

@@ -1,8 +1,7 @@
 #include "device/orlith/mirror/peer_service.h"
 
-#include <mutex>
-
 #include "device/orlith/call_boundary.h"
+#include "device/orlith/grpc_message_stream.h"
 #include "device/orlith/mirror/serving_session.h"
 
 namespace orlith {
@@ -13,33 +12,13 @@ constexpr int MostWatchers = 16;
 // How often a watcher that has gone is noticed.
 constexpr std::chrono::milliseconds LookInterval{200};
 
-class ExchangeStream final : public ServingStream {
-public:
-    using Stream = grpc::ServerReaderWriter<link::FromFirst, link::FromCompanion>;
-
-    ExchangeStream(grpc::ServerContext& context, Stream& stream)
-        : _context(context), _stream(stream) {}
-
-    bool read(link::FromCompanion& message) override { return _stream.Read(&message); }
-    bool write(const link::FromFirst& message) override {
-        const std::scoped_lock lock(_writing);
-        return _stream.Write(message);
-    }
-    void cancel() override { _context.TryCancel(); }
-
-private:
-    grpc::ServerContext& _context;
-    Stream& _stream;
-    std::mutex _writing;  // one write at a time
-};
-
 }  // namespace
 
 grpc::Status PeerService::Exchange(
     grpc::ServerContext* context,
     grpc::ServerReaderWriter<link::FromFirst, link::FromCompanion>* stream) {
     return guardedCall(_calls, _services.device.log, "Exchange", [&] {
-        ExchangeStream messages(*context, *stream);
+        GrpcMessageStream messages(*context, *stream);
         const platform::OptionalError failure = ServingSession(_services, messages).run();
         return failure ? statusOf(*failure) : grpc::Status::OK;
     });
