@@ -83,8 +83,10 @@ std::string settleLibraryUID(common::Database& database, const std::string& file
         uid = row->text(0);
         ownFile = row->text(1);
     }
+    // What lies beside is of the last opening: it knew another uid when an older copy has been put
+    // back twice, and a later revision when once.
     const bool isRestored =
-        beside && beside->libraryUID == uid && beside->revision > revisionCounter(database);
+        beside && (beside->libraryUID != uid || beside->revision > revisionCounter(database));
     if (!uid.empty() && ownFile == file && !isRestored)
         return uid;
 

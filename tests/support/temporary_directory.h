@@ -1,4 +1,5 @@
-// A fresh directory on the real disk, removed with all it holds at the end of a test.
+// A fresh directory, on the real disk unless another place is named, removed with all it holds at
+// the end of a test.
 #pragma once
 
 #include <stdlib.h>
@@ -11,9 +12,9 @@ namespace test {
 
 class TemporaryDirectory {
 public:
-    TemporaryDirectory() {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "orlith-test-XXXXXX").native();
+    TemporaryDirectory() : TemporaryDirectory(std::filesystem::temp_directory_path()) {}
+    explicit TemporaryDirectory(const std::filesystem::path& parent) {
+        std::string pattern = (parent / "orlith-test-XXXXXX").native();
         if (!::mkdtemp(pattern.data()))
             throw std::runtime_error("no temporary directory");
         _path = pattern;

@@ -127,6 +127,10 @@ std::int64_t knownPeer(common::Database& database, const std::string& uid) {
     return database.int64("SELECT peer_id FROM peer WHERE peer_uid = ?", uid);
 }
 
+std::int64_t receivedRevision(common::Database& database, const std::string& uid) {
+    return database.int64("SELECT received_revision FROM peer WHERE peer_uid = ?", uid);
+}
+
 std::int64_t peerID(common::Database& database, const std::string& uid) {
     if (const std::int64_t known = knownPeer(database, uid)) {
         return known;
@@ -143,6 +147,7 @@ public:
           _sections(sections),
           _isFull(options.fullExchangeWith.has_value()),
           _wasKnown(knownPeer(database, uid) != 0),
+          _hadReceived(receivedRevision(database, uid) != 0),
           _before(revisionCounter(database)),
           _peerID(peerID(database, uid)),
           _origin(database, uid),
@@ -206,7 +211,11 @@ private:
             });
         }
         if (_isFull || section.isComplete()) {
-            removals.dropUnnamed(section.ids());
+            // A peer that begins anew although we have received from it went back to an older
+            // state: what it has lost is not what it has given up.
+            if (!_hadReceived) {
+                removals.dropUnnamed(section.ids());
+            }
             // A peer that is met for the first time has yet to ask what is here.
             if (_wasKnown) {
                 removals.tellUnnamed();
@@ -218,6 +227,7 @@ private:
     Sections& _sections;
     const bool _isFull;
     const bool _wasKnown;
+    const bool _hadReceived;  // and so much that what is not named now may be lost there
     const std::int64_t _before;
     const std::int64_t _peerID;
     ChangeOrigin _origin;

@@ -149,7 +149,15 @@ TEST_F(LibraryCore, ADatabaseRestoredFromAnOlderStateGetsANewUid) {
     std::filesystem::copy_file(backup, realPath(),
                                std::filesystem::copy_options::overwrite_existing);
     open();
+    const std::string restored = library->uid();
+    EXPECT_NE(restored, uid);
+    // The same older contents once more: nothing tells them from what they were before.
+    library.reset();
+    std::filesystem::copy_file(backup, realPath(),
+                               std::filesystem::copy_options::overwrite_existing);
+    open();
     EXPECT_NE(library->uid(), uid);
+    EXPECT_NE(library->uid(), restored);
 }
 
 TEST_F(LibraryCore, ADamagedDatabaseIsToldAndCanBeSetAside) {

@@ -303,6 +303,8 @@ TEST_F(ChangeImport, AFullExchangeDropsThePeersClaimWithoutTellingAnybody) {
     c.pullFrom(b);
     a.execute("DELETE FROM item WHERE item_pid = " + std::to_string(a.pidOf(100'003)));
     const ChangeStreams everything = a.exportFor(b, 0, true);
+    // As after a restore or a reset here.
+    korvane::recordReceivedRevision(b.library(), a.uid(), 0);
     ASSERT_TRUE(b.import(everything, a.uid()).success);
     EXPECT_EQ(tracks(b), 2);
     EXPECT_EQ(b.number("SELECT count(*) FROM entity_revision WHERE deleted <> 0"), 0);
@@ -360,6 +362,38 @@ TEST_F(ChangeImport, AFirstDeviceThatIsRestoredFromAnOlderCopyGetsBackWhatItLost
     EXPECT_EQ(tracks(a), 3);
     EXPECT_EQ(title(a), "After the copy");
     EXPECT_EQ(a.pidOf(100'002), 0);
+    expectRest();
+}
+
+TEST_F(ChangeImport, WhatADeviceLostByARestoreThatNobodyNoticedIsNotDroppedElsewhere) {
+    fill(a);
+    a.backUp();
+    tick();
+    fill(a, 3);
+    platform::OptionalError error;
+    korvane::createPlaylist(a.library(), "Lost", error);
+    b.pullFrom(a);
+    const std::string uid = a.uid();
+    a.restoreBackupUnnoticed();
+    ASSERT_EQ(a.uid(), uid);
+    ASSERT_EQ(tracks(a), 2);
+    exchange();
+    EXPECT_EQ(tracks(b), 3);
+    EXPECT_EQ(tracks(a), 3);
+    EXPECT_EQ(a.number("SELECT count(*) FROM container WHERE name = 'Lost'"), 1);
+    expectRest();
+}
+
+TEST_F(ChangeImport, APlaylistOutlivesThatItsDeviceIsRestoredTwice) {
+    fill(a);
+    a.backUp();
+    platform::OptionalError error;
+    korvane::createPlaylist(a.library(), "Kept", error);
+    b.pullFrom(a);
+    a.restoreBackup();
+    a.restoreBackup();
+    exchange();
+    EXPECT_EQ(a.number("SELECT count(*) FROM container WHERE name = 'Kept'"), 1);
     expectRest();
 }
 

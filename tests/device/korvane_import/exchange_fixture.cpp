@@ -103,6 +103,10 @@ void TestDevice::backUp() {
     });
 }
 
+bool TestDevice::hasBackup() const {
+    return std::filesystem::exists(_directory / "backup");
+}
+
 void TestDevice::restoreBackup() {
     const std::string path = _files.realPath(korvane::DefaultDatabasePath);
     _service.reset();
@@ -112,6 +116,17 @@ void TestDevice::restoreBackup() {
     }
     std::filesystem::copy_file(_directory / "backup", path,
                                std::filesystem::copy_options::overwrite_existing);
+    _savedRevision = 0;
+    open();
+}
+
+void TestDevice::restoreBackupUnnoticed() {
+    const std::string uid = this->uid();
+    restoreBackup();
+    execute("UPDATE library_identity SET library_uid = '" + uid + "'");
+    _service.reset();
+    _library.reset();
+    std::filesystem::remove(_files.realPath(korvane::DefaultDatabasePath) + ".identity");
     open();
 }
 

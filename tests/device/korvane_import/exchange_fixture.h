@@ -1,6 +1,7 @@
 // Devices with real libraries that exchange changes, on one clock that the test moves.
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,6 +35,9 @@ public:
     // The database as it is now, to be put back later.
     void backUp();
     void restoreBackup();
+    // As a whole disk is put back: nothing beside the database tells of what has been since.
+    void restoreBackupUnnoticed();
+    bool hasBackup() const;
 
     // Changes for the other device after what it has received; all of them when it has to begin
     // anew.
@@ -64,7 +68,9 @@ public:
 private:
     void open();
 
-    TemporaryDirectory _directory;
+    // In memory: histories commit often, and nothing here is about the disk.
+    TemporaryDirectory _directory{
+        std::filesystem::exists("/dev/shm") ? "/dev/shm" : std::filesystem::temp_directory_path()};
     device::RootedFileSystem _files{_directory.path()};
     LibraryTestSystem _system{_files};
     RecordingLog _log;
