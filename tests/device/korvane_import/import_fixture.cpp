@@ -13,7 +13,7 @@ HostData::HostData() {
 qorx::Track& HostData::add(std::int64_t syncID, const std::string& title) {
     qorx::Track& track = tracks.emplace_back();
     track.set_sync_id(syncID);
-    track.set_global_id(syncID + 100'000);
+    track.set_global_id(globalID(syncID));
     track.set_media_type(KV3MediaTypeMusic);
     track.set_title(title);
     return track;

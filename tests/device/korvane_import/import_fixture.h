@@ -21,6 +21,8 @@ struct HostData {
     std::vector<qorx::Deletion> deletions;
 
     HostData();
+    // Of the track that the host calls so.
+    static std::int64_t globalID(std::int64_t syncID) { return syncID + 100'000; }
     qorx::Track& add(std::int64_t syncID, const std::string& title);
     qorx::Playlist& addPlaylist(std::int64_t syncID, const std::string& name,
                                 const std::vector<std::int64_t>& trackSyncIDs);
