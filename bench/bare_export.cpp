@@ -199,7 +199,8 @@ void makeIndices(sqlite3* connection, const char* table) {
 }  // namespace
 
 BareTrackReader::BareTrackReader(sqlite3* connection)
-    : _all(prepareBare(connection, statement("item i NOT INDEXED", "CROSS JOIN", ""))),
+    : _connection(connection),
+      _all(prepareBare(connection, statement("item i NOT INDEXED", "CROSS JOIN", ""))),
       _one(prepareBare(connection, statement("item i", "JOIN", "WHERE i.item_pid = ?"))) {}
 
 std::uint64_t BareTrackReader::readAll() {
@@ -212,12 +213,14 @@ std::uint64_t BareTrackReader::readAll() {
 
 std::uint64_t BareTrackReader::readSome(std::span<const std::int64_t> pids) {
     Encoder encoder;
+    executeBare(_connection, "BEGIN");
     for (const std::int64_t pid : pids) {
         sqlite3_bind_int64(_one.get(), 1, pid);
         if (sqlite3_step(_one.get()) == SQLITE_ROW)
             encoder.add(_one.get());
         sqlite3_reset(_one.get());
     }
+    executeBare(_connection, "COMMIT");
     return encoder.bytes();
 }
 

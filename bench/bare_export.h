@@ -22,10 +22,11 @@ public:
 
     // Bytes of the records.
     std::uint64_t readAll();
-    // By persistent id.
+    // By persistent id, in one transaction.
     std::uint64_t readSome(std::span<const std::int64_t> pids);
 
 private:
+    sqlite3* const _connection;
     BareStatement _all;
     BareStatement _one;
 };

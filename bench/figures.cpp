@@ -139,13 +139,17 @@ void report(benchmark::State& state, Figure figure) {
 
 void reportGrowth(benchmark::State& state, const std::string& what, std::int64_t small,
                   std::int64_t large, double limit) {
-    const Line* const before = reported(what, small);
-    const Line* const after = reported(what, large);
-    if (!before || !after)
+    const Line* const atSmall = reported(what, small);
+    const Line* const atLarge = reported(what, large);
+    if (!atSmall || !atLarge)
         return state.SkipWithError("both sizes must have been measured");
-    setCounters(state, {what + ": growth", fmt::format("itself at {}", small), large,
-                        after->ourTime, before->ourTime, after->ourTime / before->ourTime, limit,
-                        after->peakMiB, before->peakMiB});
+    const Line before = *atSmall;
+    const Line after = *atLarge;
+    const std::string against = fmt::format("itself at {}", small);
+    lines().push_back({after.against + ": growth", against, large, after.peerTime, before.peerTime,
+                       after.peerTime / before.peerTime, 0, after.peerPeakMiB, before.peerPeakMiB});
+    setCounters(state, {what + ": growth", against, large, after.ourTime, before.ourTime,
+                        after.ourTime / before.ourTime, limit, after.peakMiB, before.peakMiB});
 }
 
 void printTable() {

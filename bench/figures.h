@@ -48,7 +48,7 @@ void addRound(Figure& figure, const std::function<Cost()>& ours, const std::func
 // Fills in the benchmark's counters and keeps the figure for the table.
 void report(benchmark::State& state, Figure figure);
 // The time an item takes in a library of `large` tracks against that in one of `small`, of figures
-// reported before.
+// reported before; and the same of the peer, in the table alone: what grows without us.
 void reportGrowth(benchmark::State& state, const std::string& what, std::int64_t small,
                   std::int64_t large, double limit);
 // All that was reported.
