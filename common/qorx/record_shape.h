@@ -1,4 +1,4 @@
-// What keeps a small record from becoming a large object. For the use of QorxReader.
+// What keeps a small record from becoming a large object. For the use of reader and writer.
 #pragma once
 
 #include <cstdint>

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "common/qorx/record_shape.h"
+
 namespace common {
 
 using google::protobuf::io::CodedOutputStream;
@@ -60,11 +62,17 @@ struct QorxWriter::State {
             return platform::Error(QorxErrorDomain, QorxErrorTooLarge,
                                    fmt::format("a record of {} bytes is too large", size));
         }
+        const std::size_t before = pending.size();
         std::uint8_t* at = grow(CodedOutputStream::VarintSize64(size) + size);
         at = CodedOutputStream::WriteVarint64ToArray(size, at);
         at = CodedOutputStream::WriteVarint32ToArray(tag, at);
         at = CodedOutputStream::WriteVarint64ToArray(bodySize, at);
         body.SerializeWithCachedSizesToArray(at);
+        if (!hasBoundedShape(std::span(pending).last(size))) {
+            pending.resize(before);
+            return platform::Error(QorxErrorDomain, QorxErrorTooLarge,
+                                   fmt::format("a record of {} bytes has too many parts", size));
+        }
         return pending.size() >= PieceSize ? flush() : std::nullopt;
     }
 };
@@ -92,11 +100,6 @@ OptionalError QorxWriter::write(const qorx::Track& track) {
 }
 
 OptionalError QorxWriter::write(const qorx::Playlist& playlist) {
-    if (static_cast<std::size_t>(playlist.items_size()) > QorxElementLimit) {
-        return platform::Error(
-            QorxErrorDomain, QorxErrorTooLarge,
-            fmt::format("a playlist of {} items is too large", playlist.items_size()));
-    }
     OptionalError error = _state->writeRecord(qorx::Record::kPlaylist, playlist);
     if (!error) {
         _state->counts.set_playlists(_state->counts.playlists() + 1);

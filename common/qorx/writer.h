@@ -17,8 +17,8 @@ using QorxSink = std::function<platform::OptionalError(std::span<const std::uint
 
 // begin, any number of records, end: in this order, each once. Bytes reach the sink in pieces of
 // about 64 KiB. After a failure of the sink the stream is lost and every call returns that error; a
-// record that is too large is refused alone and the stream goes on without it. One thread at a
-// time.
+// record that is larger than a reader takes is refused alone and the stream goes on without it. One
+// thread at a time.
 class QorxWriter {
 public:
     explicit QorxWriter(QorxSink sink);

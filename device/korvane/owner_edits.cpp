@@ -2,12 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 
 #include "common/sqlite/database.h"
 #include "device/korvane/change_times.h"
 #include "device/korvane/library.h"
 #include "device/korvane/owner_edit.h"
+#include "device/korvane/play_counts.h"
 
 namespace korvane {
 
@@ -53,10 +55,10 @@ void count(common::Database& database, const Library& library, std::int64_t trac
            const char* counter, const char* moment) {
     database.execute(
         fmt::format("INSERT INTO play_statistics (item_pid, origin_uid, {0}, {1}) VALUES (?1, ?2, "
-                    "1, ?3) ON CONFLICT (item_pid, origin_uid) DO UPDATE SET {0} = {0} + 1, {1} = "
-                    "max({1}, ?3)",
+                    "1, ?3) ON CONFLICT (item_pid, origin_uid) DO UPDATE SET {0} = "
+                    "min({0} + 1, ?4), {1} = max({1}, ?3)",
                     counter, moment),
-        trackPID, library.uid(), library.nowMilliseconds());
+        trackPID, library.uid(), library.nowMilliseconds(), LargestPlayCount);
 }
 
 }  // namespace
@@ -107,8 +109,8 @@ OptionalError setBookmark(Library& library, std::int64_t trackPID, std::uint64_t
         database.execute(
             "UPDATE item_stats SET bookmark_ms = ?, bookmark_changed_ms = max(?, min(?, "
             "bookmark_changed_ms + 1)) WHERE item_pid = ?",
-            static_cast<std::int64_t>(milliseconds), boundedMs(library.nowMilliseconds()), LatestMs,
-            trackPID);
+            static_cast<std::int64_t>(std::min<std::uint64_t>(milliseconds, INT64_MAX)),
+            boundedMs(library.nowMilliseconds()), LatestMs, trackPID);
         return std::nullopt;
     });
 }

@@ -91,14 +91,14 @@ OptionalError ExportSession::State::playlist(Reading& reading, std::int64_t pid)
     playlistRecord.set_own_id(reading.peerIds.of(EntityKind::Playlist, pid));
     for (qorx::Playlist::Item& item : *playlistRecord.mutable_items())
         item.set_own_id(reading.peerIds.of(EntityKind::Track, item.persistent_id()));
-    return writer.write(playlistRecord);
+    return leaveOutIfTooLarge(writer.write(playlistRecord), *library, "playlist", pid);
 }
 
 OptionalError ExportSession::State::track(Reading& reading, std::int64_t pid) {
     if (!reading.records.track(pid, trackRecord))
         return std::nullopt;
     trackRecord.set_own_id(reading.peerIds.of(EntityKind::Track, pid));
-    return writer.write(trackRecord);
+    return leaveOutIfTooLarge(writer.write(trackRecord), *library, "track", pid);
 }
 
 OptionalError ExportSession::State::deletion(Reading& reading, EntityKind kind, std::int64_t pid) {

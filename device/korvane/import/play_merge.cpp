@@ -10,6 +10,7 @@
 #include "device/korvane/change_times.h"
 #include "device/korvane/import/change_origin.h"
 #include "device/korvane/import/record_columns.h"
+#include "device/korvane/play_counts.h"
 
 namespace korvane {
 
@@ -36,10 +37,8 @@ constexpr char Write[] =
     " last_played_ms = max(last_played_ms, excluded.last_played_ms),"
     " last_skipped_ms = max(last_skipped_ms, excluded.last_skipped_ms)";
 
-// A sum of them stays within 63 bits.
 std::int64_t count(std::uint64_t value) {
-    constexpr std::uint64_t Largest = std::uint64_t{1} << 40;
-    return static_cast<std::int64_t>(std::min(value, Largest));
+    return std::min(columnNumber(value), LargestPlayCount);
 }
 
 }  // namespace

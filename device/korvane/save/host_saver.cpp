@@ -67,20 +67,25 @@ void removeSave(device::RootedFileSystem& files, std::uint32_t torvelID) {
 // Writes the changed entries that the statement's rows name.
 class ChangeWriter {
 public:
-    ChangeWriter(common::Database& database, common::QorxWriter& writer)
-        : _export(database), _writer(writer) {}
+    ChangeWriter(common::Database& database, const Library& library, common::QorxWriter& writer)
+        : _library(library), _export(database), _writer(writer) {}
 
     OptionalError track(common::Query& row) {
         if (row->int64(1) != 0) {
             return deletion(EntityKind::Track, row->int64(0));
         }
-        return _export.track(row->int64(0), _track) ? _writer.write(_track) : std::nullopt;
+        return _export.track(row->int64(0), _track)
+                   ? leaveOutIfTooLarge(_writer.write(_track), _library, "track", row->int64(0))
+                   : std::nullopt;
     }
     OptionalError playlist(common::Query& row) {
         if (row->int64(1) != 0) {
             return deletion(EntityKind::Playlist, row->int64(0));
         }
-        return _export.playlist(row->int64(0), _playlist) ? _writer.write(_playlist) : std::nullopt;
+        return _export.playlist(row->int64(0), _playlist)
+                   ? leaveOutIfTooLarge(_writer.write(_playlist), _library, "playlist",
+                                        row->int64(0))
+                   : std::nullopt;
     }
 
 private:
@@ -88,6 +93,7 @@ private:
         return _export.deletion(kind, pid, _deletion) ? _writer.write(_deletion) : std::nullopt;
     }
 
+    const Library& _library;
     RecordExport _export;
     common::QorxWriter& _writer;
     qorx::Track _track;
@@ -111,7 +117,7 @@ OptionalError save(common::Database& database, Library& library, qorx::Header::P
             stream.writer().begin(header(purpose, library, revisionCounter(database)))) {
         return error;
     }
-    ChangeWriter changes(database, stream.writer());
+    ChangeWriter changes(database, library, stream.writer());
     if (OptionalError error = write(changes)) {
         return error;
     }

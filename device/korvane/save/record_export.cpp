@@ -1,6 +1,10 @@
 #include "device/korvane/save/record_export.h"
 
+#include <fmt/format.h>
+
+#include "common/qorx/format.h"
 #include "common/qorx/qorx.pb.h"
+#include "device/korvane/library.h"
 #include "device/korvane/save/column_values.h"
 
 namespace korvane {
@@ -126,6 +130,17 @@ bool RecordExport::deletion(EntityKind kind, std::int64_t pid, qorx::Deletion& r
     }
     _deletion->reset();
     return isThere;
+}
+
+platform::OptionalError leaveOutIfTooLarge(const platform::OptionalError& written,
+                                           const Library& library, std::string_view kind,
+                                           std::int64_t pid) {
+    if (!written || written->domain != common::QorxErrorDomain ||
+        written->code != common::QorxErrorTooLarge)
+        return written;
+    library.log().warning("export",
+                          fmt::format("{} {} is left out: {}", kind, pid, written->text()));
+    return std::nullopt;
 }
 
 }  // namespace korvane

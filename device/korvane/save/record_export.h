@@ -4,10 +4,12 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "common/sqlite/database.h"
 #include "device/korvane/save/track_rows.h"
 #include "device/korvane/schema.h"
+#include "platform/errors.h"
 
 namespace qorx {
 class Deletion;
@@ -16,6 +18,8 @@ class Track;
 }  // namespace qorx
 
 namespace korvane {
+
+class Library;
 
 class RecordExport {
 public:
@@ -40,5 +44,11 @@ private:
     common::Query _items;
     common::Query _deletion;
 };
+
+// What became of writing the record of an entry: one that no reader would take is left out, which
+// the log says, so that it does not keep all others from travelling.
+platform::OptionalError leaveOutIfTooLarge(const platform::OptionalError& written,
+                                           const Library& library, std::string_view kind,
+                                           std::int64_t pid);
 
 }  // namespace korvane

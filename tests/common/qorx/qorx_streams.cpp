@@ -53,6 +53,14 @@ Bytes sample() {
     return bytes;
 }
 
+Bytes sealed(Bytes bytes) {
+    std::uint64_t checksum = XXH3_64bits(bytes.data(), bytes.size());
+    for (int i = 0; i < 8; ++i, checksum >>= 8) {
+        bytes.push_back(static_cast<std::uint8_t>(checksum));
+    }
+    return bytes;
+}
+
 RawStream::RawStream() : _bytes{'Q', 'O', 'R', 'X', common::QorxVersion} {}
 
 RawStream& RawStream::length(std::uint64_t value) {
@@ -75,12 +83,7 @@ RawStream& RawStream::record(const qorx::Record& record) {
 }
 
 Bytes RawStream::finish() const {
-    Bytes whole = _bytes;
-    std::uint64_t checksum = XXH3_64bits(_bytes.data(), _bytes.size());
-    for (int i = 0; i < 8; ++i, checksum >>= 8) {
-        whole.push_back(static_cast<std::uint8_t>(checksum));
-    }
-    return whole;
+    return sealed(_bytes);
 }
 
 qorx::Record headerRecord() {

@@ -21,6 +21,9 @@ qorx::Track track(std::int64_t syncID, const std::string& title);
 // A header, two tracks, a playlist of both, a deletion and the end.
 Bytes sample();
 
+// The bytes and their checksum.
+Bytes sealed(Bytes bytes);
+
 // A stream of raw records with a checksum that is right, whatever the records hold.
 class RawStream {
 public:

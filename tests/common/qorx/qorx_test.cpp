@@ -292,6 +292,12 @@ TEST(Qorx, ARecordTooLargeToWriteIsRefusedAlone) {
     QorxWriter writer(into(bytes));
     writer.begin({});
     EXPECT_EQ(codeOf(writer.write(track(1, std::string(17u << 20, 'x')))), QorxErrorTooLarge);
+    // Smaller, and still more than a reader takes.
+    qorx::Track manyParts;
+    for (std::size_t i = 0; i <= common::QorxElementLimit; ++i) {
+        manyParts.add_plays()->set_origin_uid("123456");
+    }
+    EXPECT_EQ(codeOf(writer.write(manyParts)), QorxErrorTooLarge);
     EXPECT_FALSE(writer.write(track(2, "Two")));
     EXPECT_FALSE(writer.end());
     const Outcome outcome = readAll(bytes);
