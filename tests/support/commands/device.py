@@ -18,6 +18,12 @@ class Device:
                                "--device", self.root], env=self.environment, timeout=timeout,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE)
 
+    def orlith_alone(self, *arguments, timeout=300):
+        """A command that asks no device."""
+        return subprocess.run([os.path.join(self.build, "bin", "orlith"), *arguments],
+                              env=self.environment, timeout=timeout, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE)
+
     def start_sync(self, media, *arguments):
         return subprocess.Popen([os.path.join(self.build, "bin", "orlith"), "sync", media, "--device",
                                  self.root, "--json", *arguments], env=self.environment,
