@@ -14,10 +14,6 @@ constexpr char PeersTrackID[] =
     " WHERE peer_uid = ?1 AND entity_kind = 0 AND pid = ifnull("
     "  (SELECT item_pid FROM item_store WHERE sync_id = ?2 AND sync_id <> 0), ?2)"
     " ORDER BY claimed DESC, peer_pid LIMIT 1";
-constexpr char OwnAssetIdentifier[] =
-    "SELECT iif(s.sync_id <> 0, s.sync_id, s.item_pid) FROM peer JOIN peer_identity p"
-    " ON p.peer_id = peer.peer_id JOIN item_store s ON s.item_pid = p.pid"
-    " WHERE peer_uid = ? AND p.entity_kind = 0 AND p.peer_pid = ?";
 
 void addPeer(common::Database& database, const std::string& peerUID) {
     database.execute("INSERT INTO peer (peer_uid) VALUES (?) ON CONFLICT DO NOTHING", peerUID);
@@ -51,12 +47,6 @@ std::vector<std::string> knownPeers(Library& library) {
     return uids;
 }
 
-bool needsFullExchange(Library& library, const std::string& peerUID,
-                       std::int64_t peersCurrentRevision) {
-    const std::int64_t received = peerProgress(library, peerUID).receivedRevision;
-    return received == 0 || peersCurrentRevision < received;
-}
-
 bool recordReceivedRevision(Library& library, const std::string& peerUID, std::int64_t revision) {
     return library.change("recordReceivedRevision", [&](common::Database& database) {
         addPeer(database, peerUID);
@@ -77,33 +67,11 @@ bool recordAcknowledgedRevision(Library& library, const std::string& peerUID,
     });
 }
 
-bool forgetPeer(Library& library, const std::string& peerUID) {
-    return library.change("forgetPeer", [&](common::Database& database) {
-        database.execute(
-            "DELETE FROM peer_identity WHERE peer_id = (SELECT peer_id FROM peer WHERE peer_uid = "
-            "?)",
-            peerUID);
-        database.execute("DELETE FROM peer WHERE peer_uid = ?", peerUID);
-        pruneChangeLog(database);
-        return true;
-    });
-}
-
 std::int64_t peersTrackID(Library& library, const std::string& peerUID,
                           std::int64_t assetIdentifier) {
     std::int64_t id = 0;
     library.read("peersTrackID", [&](common::Database& database) {
         id = database.int64(PeersTrackID, peerUID, assetIdentifier);
-        return true;
-    });
-    return id;
-}
-
-std::int64_t ownAssetIdentifier(Library& library, const std::string& peerUID,
-                                std::int64_t peersTrackID) {
-    std::int64_t id = 0;
-    library.read("ownAssetIdentifier", [&](common::Database& database) {
-        id = database.int64(OwnAssetIdentifier, peerUID, peersTrackID);
         return true;
     });
     return id;

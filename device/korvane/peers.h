@@ -22,26 +22,15 @@ PeerProgress peerProgress(Library& library, const std::string& peerUID);
 // The uids of those with which anything was exchanged.
 std::vector<std::string> knownPeers(Library& library);
 
-// Whether the next exchange from the peer must be a full one (from revision 0): nothing was
-// received yet, or its revisions have gone back.
-bool needsFullExchange(Library& library, const std::string& peerUID,
-                       std::int64_t peersCurrentRevision);
-
 // A revision is recorded as it is, also when it is smaller than the one before.
 bool recordReceivedRevision(Library& library, const std::string& peerUID, std::int64_t revision);
 // Also forgets the deletions that all known peers have now.
 bool recordAcknowledgedRevision(Library& library, const std::string& peerUID,
                                 std::int64_t revision);
-// A peer that will not come again holds the change log no longer.
-bool forgetPeer(Library& library, const std::string& peerUID);
 
 // The peer's persistent id of the track that an asset identifier of ours (its sync id, or else its
 // persistent id) means; 0: the peer is not known to have it.
 std::int64_t peersTrackID(Library& library, const std::string& peerUID,
                           std::int64_t assetIdentifier);
-// The asset identifier (sync id, or else persistent id) of our track that the peer knows by this
-// persistent id; 0: there is none.
-std::int64_t ownAssetIdentifier(Library& library, const std::string& peerUID,
-                                std::int64_t peersTrackID);
 
 }  // namespace korvane

@@ -1,12 +1,10 @@
 #include "device/korvane/purchases.h"
 
-#include <functional>
-
 #include "common/random_id.h"
 #include "common/sqlite/database.h"
-#include "common/sqlite/sqlite_error.h"
 #include "device/korvane/identifiers.h"
 #include "device/korvane/library.h"
+#include "device/korvane/owner_edit.h"
 #include "device/korvane/schema.h"
 #include "device/korvane/track_deletion.h"
 #include "device/korvane/track_location.h"
@@ -22,20 +20,6 @@ constexpr char IsUnfinished[] =
     "SELECT EXISTS (SELECT 1 FROM item i JOIN item_store s ON s.item_id = i.item_id WHERE "
     "i.item_pid = ? AND i.sources = ? AND i.base_location_id = 0 AND i.needs_restore = 0 AND "
     "s.sync_id = 0 AND ifnull(s.veska_id, 0) = 0)";
-
-OptionalError inTransaction(Library& library,
-                            const std::function<OptionalError(common::Database&)>& block) {
-    OptionalError error;
-    try {
-        library.connections().write([&](common::Database& database) {
-            error = block(database);
-            return !error;
-        });
-    } catch (const common::SqliteError& failure) {
-        return failure.platformError();
-    }
-    return error;
-}
 
 bool isUnfinished(common::Database& database, std::int64_t trackPID) {
     return database.int64(IsUnfinished, trackPID, OwnerSourceBit) != 0;
@@ -80,7 +64,7 @@ PurchasedTrack make(common::Database& database, const Library& library, const Pu
 std::optional<PurchasedTrack> findOrMakePurchase(Library& library, const Purchase& purchase,
                                                  OptionalError& error) {
     std::optional<PurchasedTrack> track;
-    error = inTransaction(library, [&](common::Database& database) -> OptionalError {
+    error = editAsOwner(library, [&](common::Database& database) -> OptionalError {
         track = find(database, purchase.storeItem);
         if (!track)
             track = make(database, library, purchase);
@@ -91,7 +75,7 @@ std::optional<PurchasedTrack> findOrMakePurchase(Library& library, const Purchas
 
 OptionalError recordPurchasedFile(Library& library, std::int64_t trackPID,
                                   const PurchasedFile& file) {
-    return inTransaction(library, [&](common::Database& database) -> OptionalError {
+    return editAsOwner(library, [&](common::Database& database) -> OptionalError {
         if (database.int64("SELECT count(*) FROM item WHERE item_pid = ?", trackPID) == 0)
             return Error(LibraryErrorDomain, LibraryErrorRefused,
                          "The track is no longer in the library.");
@@ -112,7 +96,7 @@ OptionalError recordPurchasedFile(Library& library, std::int64_t trackPID,
 }
 
 OptionalError removeUnfinishedPurchase(Library& library, std::int64_t trackPID) {
-    return inTransaction(library, [&](common::Database& database) -> OptionalError {
+    return editAsOwner(library, [&](common::Database& database) -> OptionalError {
         if (isUnfinished(database, trackPID))
             deleteTrack(database, trackPID, DeletionReach::everywhere(library.nowMilliseconds()));
         return std::nullopt;

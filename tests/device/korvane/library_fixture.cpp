@@ -38,4 +38,29 @@ void addTrack(common::Database& database, const NewTrack& track) {
     database.execute("INSERT INTO item_artwork (item_id, item_pid) VALUES (?, ?)", id, track.pid);
 }
 
+std::string dumpOf(korvane::Library& library) {
+    return library.connections().reading<std::string>([&](common::Database& database) {
+        std::vector<std::string> tables;
+        {
+            common::Query names =
+                database.query("SELECT name FROM sqlite_schema WHERE type = 'table' ORDER BY name");
+            while (names.step()) {
+                tables.emplace_back(names->text(0));
+            }
+        }
+        std::string result;
+        for (const std::string& table : tables) {
+            common::Query rows = database.query("SELECT * FROM " + table + " ORDER BY 1, 2");
+            while (rows.step()) {
+                result += table;
+                for (int column = 0; column < rows->columnCount(); ++column) {
+                    result += "|" + rows->value(column).description();
+                }
+                result += "\n";
+            }
+        }
+        return result;
+    });
+}
+
 }  // namespace test

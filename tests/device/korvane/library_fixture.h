@@ -132,6 +132,9 @@ struct NewTrack {
 // Adds a track with all its rows, inside the caller's write transaction.
 void addTrack(common::Database& database, const NewTrack& track);
 
+// Every table's rows as text.
+std::string dumpOf(korvane::Library& library);
+
 class LibraryTest : public testing::Test {
 protected:
     void SetUp() override { open(); }

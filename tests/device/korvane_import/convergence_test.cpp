@@ -136,13 +136,9 @@ private:
     // What came to the farthest device goes all the way back. Who begins anew hears of no deletions
     // before the second round. Two that know each other agree after an exchange each way.
     int roundsToRest() {
-        const bool knowEachOther = !needsFullExchange(*_devices[0], *_devices[1]) &&
-                                   !needsFullExchange(*_devices[1], *_devices[0]);
+        const bool knowEachOther = !_devices[0]->needsEverythingOf(*_devices[1]) &&
+                                   !_devices[1]->needsEverythingOf(*_devices[0]);
         return _devices.size() == 2 && knowEachOther ? 1 : static_cast<int>(_devices.size()) + 1;
-    }
-
-    static bool needsFullExchange(TestDevice& device, TestDevice& peer) {
-        return korvane::needsFullExchange(device.library(), peer.uid(), peer.revision());
     }
 
     // A device loses what it has of others', or what it has done since: what is nowhere else is

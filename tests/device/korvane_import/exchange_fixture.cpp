@@ -131,9 +131,14 @@ void TestDevice::restoreBackupUnnoticed() {
 }
 
 ChangeStreams TestDevice::changesFor(TestDevice& other) {
+    const bool isFull = other.needsEverythingOf(*this);
     const auto progress = korvane::peerProgress(other.library(), uid());
-    const bool isFull = korvane::needsFullExchange(other.library(), uid(), revision());
     return exportFor(other, isFull ? 0 : progress.receivedRevision, isFull);
+}
+
+bool TestDevice::needsEverythingOf(TestDevice& peer) {
+    const auto received = korvane::peerProgress(library(), peer.uid()).receivedRevision;
+    return received == 0 || peer.revision() < received;
 }
 
 ChangeStreams TestDevice::exportFor(TestDevice& other, std::int64_t after, bool isFull) {
@@ -281,28 +286,7 @@ std::string TestDevice::state() {
 }
 
 std::string TestDevice::dump() {
-    return _library->connections().reading<std::string>([&](common::Database& database) {
-        std::vector<std::string> tables;
-        {
-            common::Query names =
-                database.query("SELECT name FROM sqlite_schema WHERE type = 'table' ORDER BY name");
-            while (names.step()) {
-                tables.emplace_back(names->text(0));
-            }
-        }
-        std::string result;
-        for (const std::string& table : tables) {
-            common::Query rows = database.query("SELECT * FROM " + table + " ORDER BY 1, 2");
-            while (rows.step()) {
-                result += table;
-                for (int column = 0; column < rows->columnCount(); ++column) {
-                    result += "|" + rows->value(column).description();
-                }
-                result += "\n";
-            }
-        }
-        return result;
-    });
+    return dumpOf(*_library);
 }
 
 void ExchangeTest::settle() {

@@ -42,6 +42,8 @@ public:
     // Changes for the other device after what it has received; all of them when it has to begin
     // anew.
     ChangeStreams changesFor(TestDevice& other);
+    // Nothing was received of the peer yet, or its revisions have gone back.
+    bool needsEverythingOf(TestDevice& peer);
     // A full exchange begins from nothing and tells of no deletions.
     ChangeStreams exportFor(TestDevice& other, std::int64_t after, bool isFull);
     ImportResult import(const ChangeStreams& streams, const std::string& fullExchangeWith = {});
