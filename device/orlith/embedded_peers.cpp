@@ -76,7 +76,7 @@ std::vector<std::int64_t> EmbeddedPeers::lineUpPlaylistDeletions(std::int64_t af
 }
 
 void EmbeddedPeers::expectFullExchange(const std::string& uid) {
-    _imports.expectFullExchange(uid);
+    _imports.expectFullExchange(uid.empty() ? std::nullopt : std::optional(uid));
 }
 
 std::optional<ImportRevisions> EmbeddedPeers::lastImportRevisions() {
@@ -84,6 +84,13 @@ std::optional<ImportRevisions> EmbeddedPeers::lastImportRevisions() {
     if (!given)
         return std::nullopt;
     return ImportRevisions{given->first, given->last, given->hasNewsForPeer};
+}
+
+ImportEffects EmbeddedPeers::lastImportEffects() {
+    const auto count = [](std::int64_t number) { return static_cast<std::uint64_t>(number); };
+    const korvane::ImportEffects effects = _imports.lastImportEffects();
+    return {count(effects.tracksChanged), count(effects.playlistsChanged),
+            count(effects.tracksDeleted), count(effects.playlistsDeleted)};
 }
 
 std::optional<std::int64_t> EmbeddedPeers::trackAtPeer(const std::string& uid,

@@ -26,6 +26,7 @@ public:
                                                       platform::OptionalError* error) override;
     void expectFullExchange(const std::string& uid) override;
     std::optional<ImportRevisions> lastImportRevisions() override;
+    ImportEffects lastImportEffects() override;
     std::optional<std::int64_t> trackAtPeer(const std::string& uid, std::int64_t syncID) override;
     std::string picturePath(const std::string& token) override;
 

@@ -34,6 +34,7 @@ void ChangeOrigin::tellEverybody(EntityKind kind, std::int64_t pid) {
             " AND deleted = 0 AND revision > (SELECT base_revision FROM change_state)",
             entityKind, pid, OwnerOrigin) != 0;
     if (!isGiven) {
+        ++_toldUnchanged[static_cast<std::size_t>(kind)];
         _database.execute("DELETE FROM entity_revision WHERE entity_kind = ? AND pid = ?",
                           entityKind, pid);
         _database.execute("INSERT INTO entity_revision (entity_kind, pid, origin) VALUES (?, ?, ?)",

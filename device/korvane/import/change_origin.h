@@ -4,6 +4,8 @@
 // Calling thread: that of the transaction.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -31,6 +33,10 @@ public:
     // The entry as it is now is news for everybody, the peer included: it gets a revision of the
     // owner's, in place of one that this transaction gave it.
     void tellEverybody(EntityKind kind, std::int64_t pid);
+    // How many entries of a kind were told to everybody without having changed here.
+    std::int64_t toldUnchanged(EntityKind kind) const {
+        return _toldUnchanged[static_cast<std::size_t>(kind)];
+    }
     // A deletion that everybody is told of has been written.
     void noteNewsForPeer() { _hasNewsForPeer = true; }
     // Whether a revision of this transaction is not the peer's.
@@ -47,6 +53,7 @@ private:
     const std::string _uid;
     bool _isSet = false;
     bool _hasNewsForPeer = false;
+    std::array<std::int64_t, 2> _toldUnchanged{};  // by EntityKind
 };
 
 }  // namespace korvane

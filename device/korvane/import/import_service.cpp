@@ -36,6 +36,7 @@ struct ImportService::State {
     std::optional<std::string> hostDataFile;
     std::optional<std::string> fullExchangeWith;
     std::optional<ImportRevisions> lastRevisions;
+    ImportEffects lastEffects;
 
     std::unique_ptr<platform::InputStream> openHostData() {
         std::lock_guard lock(mutex);
@@ -79,6 +80,7 @@ struct ImportService::State {
             std::lock_guard lock(mutex);
             options.fullExchangeWith = std::exchange(fullExchangeWith, std::nullopt);
             lastRevisions.reset();
+            lastEffects = {};
         }
         const auto given = [](const std::optional<platform::Data>& data) {
             return data ? &*data : nullptr;
@@ -88,6 +90,7 @@ struct ImportService::State {
             options, peerCancellation);
         std::lock_guard lock(mutex);
         lastRevisions = result.revisions;
+        lastEffects = result.effects;
         return result.error;
     }
 
@@ -130,14 +133,19 @@ void ImportService::resetCancel() {
     _state->peerCancellation.reset();
 }
 
-void ImportService::expectFullExchange(const std::string& peerUID) {
+void ImportService::expectFullExchange(std::optional<std::string> peerUID) {
     std::lock_guard lock(_state->mutex);
-    _state->fullExchangeWith = peerUID;
+    _state->fullExchangeWith = std::move(peerUID);
 }
 
 std::optional<ImportRevisions> ImportService::lastImportRevisions() const {
     std::lock_guard lock(_state->mutex);
     return _state->lastRevisions;
+}
+
+ImportEffects ImportService::lastImportEffects() const {
+    std::lock_guard lock(_state->mutex);
+    return _state->lastEffects;
 }
 
 void ImportService::performImportFromSource(std::int64_t source, const std::string& databasePath,

@@ -32,10 +32,13 @@ public:
     // Imports may begin again: a cancel is remembered until here, whether or not it met one.
     void resetCancel();
 
-    // The next import of source 2 brings everything that this peer (its library's uid) has.
-    void expectFullExchange(const std::string& peerUID);
+    // The next import of source 2 brings everything that this peer (its library's uid) has; absent:
+    // it does not, after all.
+    void expectFullExchange(std::optional<std::string> peerUID);
     // What the last import of source 2 gave; absent: none, or it failed.
     std::optional<ImportRevisions> lastImportRevisions() const;
+    // What it changed; nothing when it failed.
+    ImportEffects lastImportEffects() const;
 
     // KVMediaLibraryService
     void performImportFromSource(std::int64_t source, const std::string& databasePath,

@@ -123,6 +123,12 @@ bool areForUs(const Sections& sections, const PeerImportOptions& options) {
         });
 }
 
+// The entries of a kind that are here.
+std::int64_t countOf(common::Database& database, EntityKind kind) {
+    return database.int64(kind == EntityKind::Track ? "SELECT COUNT(*) FROM item"
+                                                    : "SELECT COUNT(*) FROM container");
+}
+
 std::int64_t knownPeer(common::Database& database, const std::string& uid) {
     return database.int64("SELECT peer_id FROM peer WHERE peer_uid = ?", uid);
 }
@@ -149,6 +155,8 @@ public:
           _wasKnown(knownPeer(database, uid) != 0),
           _hadReceived(receivedRevision(database, uid) != 0),
           _before(revisionCounter(database)),
+          _tracksBefore(countOf(database, EntityKind::Track)),
+          _playlistsBefore(countOf(database, EntityKind::Playlist)),
           _peerID(peerID(database, uid)),
           _origin(database, uid),
           _newIDs(database, sections.tracks.ids().size(), sections.tracks.ids(),
@@ -162,9 +170,9 @@ public:
                    .identities = _identities,
                    .peerID = _peerID,
                    .knowsOwnIDs = areForUs(sections, options),
-                   .hadNoTracks = database.int64("SELECT EXISTS (SELECT 1 FROM item)") == 0} {}
+                   .hadNoTracks = _tracksBefore == 0} {}
 
-    std::optional<ImportRevisions> run() {
+    PeerImportResult run() {
         importTracks();
         remove(_sections.tracks);
         importPlaylists();
@@ -173,13 +181,31 @@ public:
             removeUnusedNames(_database);
         }
         _origin.end();
-        const std::int64_t after = revisionCounter(_database);
-        return after == _before
-                   ? std::nullopt
-                   : std::optional(ImportRevisions{_before + 1, after, _origin.hasNewsForPeer()});
+        PeerImportResult result;
+        if (const std::int64_t after = revisionCounter(_database); after != _before) {
+            result.revisions = ImportRevisions{_before + 1, after, _origin.hasNewsForPeer()};
+        }
+        result.effects = effects();
+        return result;
     }
 
 private:
+    ImportEffects effects() {
+        return {
+            changed(EntityKind::Track), changed(EntityKind::Playlist),
+            _tracksBefore + _context.newTracks - countOf(_database, EntityKind::Track),
+            _playlistsBefore + _context.newPlaylists - countOf(_database, EntityKind::Playlist)};
+    }
+
+    // What changed has a revision of this import; so has what the peer is to be told again.
+    std::int64_t changed(EntityKind kind) {
+        return _database.int64(
+                   "SELECT COUNT(*) FROM entity_revision"
+                   " WHERE revision > ? AND +entity_kind = ? AND deleted = 0",
+                   _before, static_cast<int>(kind)) -
+               _origin.toldUnchanged(kind);
+    }
+
     void importTracks() {
         PeerTrackImport tracks(_context);
         _sections.tracks.forEachBatch(qorx::Record::kTrack, [&](RecordStream::Batch& batch) {
@@ -229,6 +255,8 @@ private:
     const bool _wasKnown;
     const bool _hadReceived;  // and so much that what is not named now may be lost there
     const std::int64_t _before;
+    const std::int64_t _tracksBefore;
+    const std::int64_t _playlistsBefore;
     const std::int64_t _peerID;
     ChangeOrigin _origin;
     NewIDs _newIDs;
@@ -251,13 +279,13 @@ PeerImportResult importPeerChanges(Connections& connections, const PeerChanges& 
         connections.write([&](common::Database& database) {
             const ImportCancellation::Scope scope(cancellation, database);
             cancellation.check();
-            result.revisions = PeerChangesImport(database, sections, options, uid).run();
+            result = PeerChangesImport(database, sections, options, uid).run();
             return true;
         });
     } catch (const ImportFailure& failure) {
-        result = {failure.error(), std::nullopt};
+        result = {failure.error(), std::nullopt, {}};
     } catch (const common::SqliteError& error) {
-        result = {importError(error, cancellation), std::nullopt};
+        result = {importError(error, cancellation), std::nullopt, {}};
     }
     return result;
 }

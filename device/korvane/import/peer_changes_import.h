@@ -39,11 +39,20 @@ struct ImportRevisions {
     bool hasNewsForPeer = false;
 };
 
+// What an import changed here; records that brought nothing new do not count.
+struct ImportEffects {
+    std::int64_t tracksChanged = 0;  // new ones too
+    std::int64_t playlistsChanged = 0;
+    std::int64_t tracksDeleted = 0;
+    std::int64_t playlistsDeleted = 0;
+};
+
 struct PeerImportResult {
     // Absent on success. After a failure the library is as it was; the error is one of
     // KVMediaLibraryServiceErrorDomain.
     platform::OptionalError error;
     std::optional<ImportRevisions> revisions;  // absent: none was given
+    ImportEffects effects;
 };
 
 PeerImportResult importPeerChanges(Connections& connections, const PeerChanges& changes,

@@ -28,6 +28,9 @@ struct PeerImportContext {
 
     NamedEntries namedTracks = {};     // by item_id
     NamedEntries namedPlaylists = {};  // by container_id
+    // What is here for the first time, or again.
+    std::int64_t newTracks = 0;
+    std::int64_t newPlaylists = 0;
     // An album or artist may have lost its last track.
     bool namesMayBeUnused = false;
 

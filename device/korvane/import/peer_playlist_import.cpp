@@ -141,6 +141,7 @@ FoundEntry PeerPlaylistImport::insert(const qorx::Playlist& record, const State&
         pid, state.name.text, state.items.kind, rulesValue(state.items.kind, state.items.rules),
         state.items.builtInKind, record.global_id(), sourceBit(KV3SourceSync), state.addedMs,
         state.name.changedMs, state.items.changedMs);
+    ++_context.newPlaylists;
     return {_context.database.lastInsertedRow(), pid};
 }
 

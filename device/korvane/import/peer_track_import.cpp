@@ -115,6 +115,7 @@ void PeerTrackImport::insertPending() {
             _context.origin.tellEverybody(EntityKind::Track, pid);
         }
     }
+    _context.newTracks += std::ssize(_pending);
     _pending.clear();
     _hasInserted = true;
 }

@@ -49,23 +49,20 @@ common::QorxSource sourceOf(int fd, std::uint64_t begin, std::uint64_t end) {
     };
 }
 
-void countSection(int fd, std::uint64_t begin, std::uint64_t end, ChangeCounts& counts) {
+// Whether a section holds a record. It is read to its end.
+bool sectionHoldsRecords(int fd, std::uint64_t begin, std::uint64_t end) {
     if (begin == end)
-        return;
+        return false;
     common::QorxReader reader(sourceOf(fd, begin, end));
+    // The others are counted and passed over.
     reader.handOutOnly(qorx::Record::kDeletion);
     google::protobuf::Arena arena;
-    while (const qorx::Record* record = reader.next(arena)) {
-        if (record->deletion().entity() == qorx::Deletion::PLAYLIST)
-            ++counts.playlistDeletions;
-        else
-            ++counts.trackDeletions;
+    while (reader.next(arena))
         if (arena.SpaceUsed() > LargestParams)
             arena.Reset();
-    }
     throwIf(reader.error());
-    counts.playlists += reader.counts().playlists();
-    counts.tracks += reader.counts().tracks();
+    const auto& counts = reader.counts();
+    return counts.playlists() + counts.tracks() + counts.deletions() != 0;
 }
 
 }  // namespace
@@ -161,18 +158,17 @@ void ChangeSpool::finish(const link::ChangesEnd& end) {
     _revision = end.revision();
 }
 
-ChangeCounts countChanges(device::RootedFileSystem& files, const ChangeSpool& spool,
-                          std::uint64_t playlistLength) {
+bool holdsChanges(device::RootedFileSystem& files, const ChangeSpool& spool,
+                  std::uint64_t playlistLength) {
     if (playlistLength > spool.size())
         throw SessionError(Error(platform::POSIXErrorDomain, EBADMSG,
                                  "the changes are shorter than their parameters say"));
     OptionalError error;
     const common::UniqueFd fd = files.openFile(spool.path(), O_RDONLY, 0, &error);
     throwIf(error);
-    ChangeCounts counts;
-    countSection(fd.get(), 0, playlistLength, counts);
-    countSection(fd.get(), playlistLength, spool.size(), counts);
-    return counts;
+    const bool inPlaylists = sectionHoldsRecords(fd.get(), 0, playlistLength);
+    const bool inTracks = sectionHoldsRecords(fd.get(), playlistLength, spool.size());
+    return inPlaylists || inTracks;
 }
 
 }  // namespace orlith

@@ -61,17 +61,9 @@ private:
     common::XXH3Stream _hasher;
 };
 
-// What a change stream holds, read to its end.
-struct ChangeCounts {
-    std::uint64_t playlists = 0;
-    std::uint64_t tracks = 0;
-    std::uint64_t playlistDeletions = 0;
-    std::uint64_t trackDeletions = 0;
-    bool isEmpty() const { return playlists + tracks + playlistDeletions + trackDeletions == 0; }
-};
-
-// Throws SessionError for a stream that is damaged: it is worth nothing as a whole.
-ChangeCounts countChanges(device::RootedFileSystem& files, const ChangeSpool& spool,
-                          std::uint64_t playlistLength);
+// Whether a change stream holds any record. Throws SessionError for one that is damaged anywhere:
+// it is worth nothing as a whole.
+bool holdsChanges(device::RootedFileSystem& files, const ChangeSpool& spool,
+                  std::uint64_t playlistLength);
 
 }  // namespace orlith

@@ -16,7 +16,8 @@ bool covers(std::uint32_t fetched, std::uint32_t wanted) {
 
 }  // namespace
 
-void ChangePuller::pull(std::uint32_t mediaTypes, link::MirrorSummary& summary) {
+void ChangePuller::pull(const std::string& name, std::uint32_t mediaTypes,
+                        link::MirrorSummary& summary) {
     const link::PeerState state = _first.state();
     _uid = state.library_uid();
     const PeerRecord known = _services.peers.peer(_uid);
@@ -26,6 +27,7 @@ void ChangePuller::pull(std::uint32_t mediaTypes, link::MirrorSummary& summary) 
     summary.set_from_revision(start.after);
     summary.set_to_revision(state.revision());
     summary.set_full(start.full);
+    tellStarted(name, summary);
     if (state.revision() <= start.after) {
         if (!start.full && start.after > known.received)
             record(start.after);
@@ -87,8 +89,7 @@ void ChangePuller::apply(std::uint32_t syncType, const ChangeSpool& spool,
         parametersOf(_services.device.operatingSystem.propertyLists(), spool.params());
     const platform::Value length =
         params.contains(PlaylistLengthKey) ? params.find(PlaylistLengthKey)->second : 0;
-    const ChangeCounts counts = countChanges(_services.device.files, spool, length.unsignedValue());
-    if (counts.isEmpty())
+    if (!holdsChanges(_services.device.files, spool, length.unsignedValue()))
         return;
     tell(link::MirrorProgress::APPLYING_CHANGES, 0);
     if (syncType == ORSyncReset)
@@ -97,12 +98,15 @@ void ChangePuller::apply(std::uint32_t syncType, const ChangeSpool& spool,
     const ImportedChanges imported =
         _services.changes.importChanges(syncType, spool.path(), params);
     _importing = false;
+    // What failed early has not used it up.
+    _services.peers.expectFullExchange({});
     throwIf(imported.error);
     countAsSent();
-    summary.set_playlists_changed(summary.playlists_changed() + counts.playlists);
-    summary.set_tracks_changed(summary.tracks_changed() + counts.tracks);
-    summary.set_playlists_deleted(summary.playlists_deleted() + counts.playlistDeletions);
-    summary.set_tracks_deleted(summary.tracks_deleted() + counts.trackDeletions);
+    const ImportEffects effects = _services.peers.lastImportEffects();
+    summary.set_playlists_changed(summary.playlists_changed() + effects.playlistsChanged);
+    summary.set_tracks_changed(summary.tracks_changed() + effects.tracksChanged);
+    summary.set_playlists_deleted(summary.playlists_deleted() + effects.playlistsDeleted);
+    summary.set_tracks_deleted(summary.tracks_deleted() + effects.tracksDeleted);
 }
 
 // The peer has what its own changes became here, so that the way back does not carry them.
@@ -116,6 +120,17 @@ void ChangePuller::countAsSent() {
 void ChangePuller::record(std::int64_t revision) {
     throwIf(_services.peers.recordReceived(_uid, revision, _mediaTypes));
     _first.acknowledge(revision);
+}
+
+void ChangePuller::tellStarted(const std::string& name, const link::MirrorSummary& summary) {
+    link::MirrorEvent event;
+    link::MirrorStarted& started = *event.mutable_started();
+    started.set_library_uid(_uid);
+    started.set_name(name);
+    started.set_from_revision(summary.from_revision());
+    started.set_to_revision(std::max(summary.from_revision(), summary.to_revision()));
+    started.set_full(summary.full());
+    _events(event);
 }
 
 void ChangePuller::tell(link::MirrorProgress::Phase phase, std::uint64_t done) {

@@ -22,8 +22,9 @@ public:
     ChangePuller(const MirrorServices& services, FirstDevice& first, const MirrorEvents& events)
         : _services(services), _first(first), _events(events) {}
 
-    // Bits of the media types that are wanted; 0 for all. Fills in what changed.
-    void pull(std::uint32_t mediaTypes, link::MirrorSummary& summary);
+    // `name`: the first device's, for people; `mediaTypes`: bits of what is wanted, 0 for all.
+    // Tells that the mirror has started, and fills in what changed.
+    void pull(const std::string& name, std::uint32_t mediaTypes, link::MirrorSummary& summary);
     // Any thread: whether an import runs, which a cancel must end.
     bool isImporting() const { return _importing; }
 
@@ -40,6 +41,7 @@ private:
     void apply(std::uint32_t syncType, const ChangeSpool& spool, link::MirrorSummary& summary);
     void countAsSent();
     void record(std::int64_t revision);
+    void tellStarted(const std::string& name, const link::MirrorSummary& summary);
     void tell(link::MirrorProgress::Phase phase, std::uint64_t done);
 
     const MirrorServices& _services;

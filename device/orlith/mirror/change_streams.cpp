@@ -15,6 +15,7 @@ PieceOutputStream::PieceOutputStream(Sink sink, CallbackFailure callbackFailure)
     : _sink(std::move(sink)), _callbackFailure(std::move(callbackFailure)) {}
 
 OptionalError PieceOutputStream::write(std::span<const std::uint8_t> bytes) {
+    const std::scoped_lock lock(_mutex);
     while (!_error && !bytes.empty()) {
         const std::size_t count = std::min(bytes.size(), PieceSize - _pending.size());
         _pending.append(reinterpret_cast<const char*>(bytes.data()), count);
@@ -28,9 +29,16 @@ OptionalError PieceOutputStream::write(std::span<const std::uint8_t> bytes) {
 }
 
 OptionalError PieceOutputStream::finish() {
+    const std::scoped_lock lock(_mutex);
     if (!_error && !_pending.empty())
         flush();
     return _error;
+}
+
+void PieceOutputStream::close() {
+    const std::scoped_lock lock(_mutex);
+    if (!_error)
+        _error = Error(platform::POSIXErrorDomain, EBADF, "the stream is closed");
 }
 
 OptionalError PieceOutputStream::flush() {

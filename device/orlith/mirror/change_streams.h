@@ -18,7 +18,7 @@ namespace orlith {
 // Told of a callback that threw, on any thread.
 using CallbackFailure = std::function<void(const platform::Error&)>;
 
-// One thread at a time writes.
+// Any thread; one that writes late, when the operation is over, gets an error.
 class PieceOutputStream final : public platform::OutputStream, public BoundStream {
 public:
     // Pieces of a message; small writes are collected up to it.
@@ -30,7 +30,8 @@ public:
 
     // platform::OutputStream
     void open() override {}
-    void close() override {}
+    // The sink is neither running nor called again when it returns.
+    void close() override;
     platform::OptionalError write(std::span<const std::uint8_t> bytes) override;
     std::string description() const override { return "<change stream to another device>"; }
     // BoundStream
@@ -38,18 +39,20 @@ public:
 
     // Passes on what is left; the first error of all writes.
     platform::OptionalError finish();
+    // Of what was written; for after close().
     std::uint64_t size() const { return _size; }
     common::Hash128 hash() const { return _hasher.digest(); }
 
 private:
-    platform::OptionalError flush();
+    platform::OptionalError flush();  // with _mutex
 
     const Sink _sink;
     const CallbackFailure _callbackFailure;
-    std::string _pending;
-    std::uint64_t _size = 0;
-    common::XXH3Stream _hasher;
-    platform::OptionalError _error;  // the first
+    std::mutex _mutex;
+    std::string _pending;            // guarded by _mutex
+    std::uint64_t _size = 0;         // written under _mutex
+    common::XXH3Stream _hasher;      // written under _mutex
+    platform::OptionalError _error;  // the first; guarded by _mutex
 };
 
 // A file's bytes.

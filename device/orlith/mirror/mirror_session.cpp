@@ -63,9 +63,11 @@ void MirrorSession::cancel(const Error& reason) {
             _cancelled = reason;
     }
     _first.cancel(reason);
-    if (_changes.isImporting() &&
-        _services.device.client.respondsTo(ORClientOperation::cancelSyncOperations))
-        _services.device.client.cancelSyncOperations();
+    guarded("cancelling the import", [this] {
+        if (_changes.isImporting() &&
+            _services.device.client.respondsTo(ORClientOperation::cancelSyncOperations))
+            _services.device.client.cancelSyncOperations();
+    });
 }
 
 // This device first, then the other: whoever finds the other taken lets go of its own and tries
@@ -98,10 +100,7 @@ void MirrorSession::open() {
                                  "a device cannot be mirrored from itself"));
     _peerUID = opened.library_uid();
     _services.device.library.sessionBegan();
-    link::MirrorEvent event;
-    event.mutable_started()->set_library_uid(_peerUID);
-    event.mutable_started()->set_name(opened.name());
-    _events(event);
+    _peerName = opened.name();
     logLine(_services.device.log, LogLevel::Info, "mirror",
             "a mirror from " + printable(opened.name()) + " began");
 }
@@ -124,7 +123,7 @@ void MirrorSession::prepare() {
 
 void MirrorSession::pull(link::MirrorSummary& summary) {
     tell(link::MirrorProgress::FETCHING_CHANGES);
-    _changes.pull(_mediaTypes, summary);
+    _changes.pull(_peerName, _mediaTypes, summary);
     throwIfCancelled();
     tell(link::MirrorProgress::LISTING_ASSETS);
     AssetPuller assets(_services, _first, _events, _peerUID);
@@ -137,17 +136,6 @@ void MirrorSession::pull(link::MirrorSummary& summary) {
 
 // Each step is guarded by itself: nothing of this session may hold up the next one.
 void MirrorSession::windUp(const OptionalError& error) {
-    const auto guarded = [this](const char* what, const std::function<void()>& step) {
-        try {
-            step();
-        } catch (const std::exception& failure) {
-            logLine(_services.device.log, LogLevel::Error, "mirror",
-                    fmt::format("{} failed: {}", what, failure.what()));
-        } catch (...) {
-            logLine(_services.device.log, LogLevel::Error, "mirror",
-                    fmt::format("{} failed", what));
-        }
-    };
     if (!_holdsSlot)
         return;
     if (!_peerUID.empty()) {
@@ -157,11 +145,23 @@ void MirrorSession::windUp(const OptionalError& error) {
                 [&] { _services.changes.sessionCompleted(error, !error && _allAssets); });
         guarded("emptying the staging area",
                 [this] { _services.device.staging.sweep(_endedInOrder && _allAssets); });
-        _services.device.library.sessionEnded();
+        guarded("ending the library's session",
+                [this] { _services.device.library.sessionEnded(); });
         logLine(_services.device.log, error ? LogLevel::Error : LogLevel::Info, "mirror",
                 error ? "the mirror failed: " + error->description() : "the mirror ended");
     }
     _services.device.slot.release();
+}
+
+void MirrorSession::guarded(const char* what, const std::function<void()>& step) {
+    try {
+        step();
+    } catch (const std::exception& failure) {
+        logLine(_services.device.log, LogLevel::Error, "mirror",
+                fmt::format("{} failed: {}", what, failure.what()));
+    } catch (...) {
+        logLine(_services.device.log, LogLevel::Error, "mirror", fmt::format("{} failed", what));
+    }
 }
 
 void MirrorSession::tell(link::MirrorProgress::Phase phase) {

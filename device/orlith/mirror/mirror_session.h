@@ -5,6 +5,7 @@
 // and, for assets, on one of its own. The numbers of a summary are those of this session.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -34,6 +35,8 @@ private:
     void open();
     void prepare();
     void pull(link::MirrorSummary& summary);
+    // What it throws is logged.
+    void guarded(const char* what, const std::function<void()>& step);
     void windUp(const platform::OptionalError& error);
     void tell(link::MirrorProgress::Phase phase);
     void throwIfCancelled();
@@ -50,6 +53,7 @@ private:
     bool _endedInOrder = false;
     bool _allAssets = false;
     std::string _peerUID;
+    std::string _peerName;
 
     std::mutex _mutex;
     platform::OptionalError _cancelled;  // guarded by _mutex

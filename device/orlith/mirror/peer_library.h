@@ -28,6 +28,14 @@ struct ImportRevisions {
     bool hasNewsForPeer = false;  // some are to be told to the peer too
 };
 
+// What an import changed here.
+struct ImportEffects {
+    std::uint64_t tracksChanged = 0;  // new ones too
+    std::uint64_t playlistsChanged = 0;
+    std::uint64_t tracksDeleted = 0;
+    std::uint64_t playlistsDeleted = 0;
+};
+
 class PeerLibrary {
 public:
     virtual ~PeerLibrary() = default;
@@ -49,10 +57,12 @@ public:
     // they stand above every change of another playlist, with fresh revisions where needed.
     virtual std::vector<std::int64_t> lineUpPlaylistDeletions(std::int64_t after,
                                                               platform::OptionalError* error) = 0;
-    // The next import of a change stream brings everything that the peer has.
+    // The next import of a change stream brings everything that the peer has; "": it does not.
     virtual void expectFullExchange(const std::string& uid) = 0;
     // Of the last import of a change stream; absent when it gave none.
     virtual std::optional<ImportRevisions> lastImportRevisions() = 0;
+    // Of the last import of a change stream; nothing when it failed.
+    virtual ImportEffects lastImportEffects() = 0;
     // The persistent id at the peer of the track with this sync id here; absent when the peer is
     // not known to have it.
     virtual std::optional<std::int64_t> trackAtPeer(const std::string& uid,

@@ -413,6 +413,32 @@ TEST_F(ChangeImport, AnImportTellsWhichRevisionsItGave) {
     EXPECT_TRUE(revisions->hasNewsForPeer);
 }
 
+TEST_F(ChangeImport, AnImportTellsWhatItChangedAndNotWhatItOnlyCompared) {
+    const auto effects = [](TestDevice& device) {
+        const korvane::ImportEffects told = device.service().lastImportEffects();
+        return std::vector<std::int64_t>{told.tracksChanged, told.playlistsChanged,
+                                         told.tracksDeleted, told.playlistsDeleted};
+    };
+    const std::vector<std::int64_t> nothing{0, 0, 0, 0};
+    fill(a, 3);
+    b.pullFrom(a);
+    EXPECT_EQ(effects(b), (std::vector<std::int64_t>{3, 0, 0, 0}));
+    // All records travel back, and say nothing new.
+    EXPECT_EQ(a.pullFrom(b), 3u);
+    EXPECT_EQ(effects(a), nothing);
+    // What is only to be told again has not changed here.
+    set(b, 100'002, "genre", "B");
+    tick();
+    korvane::deleteTrackAsOwner(a.library(), a.pidOf(100'001));
+    set(a, 100'003, "title", "A");
+    set(a, 100'002, "title", "A");
+    b.pullFrom(a);
+    EXPECT_EQ(effects(b), (std::vector<std::int64_t>{2, 0, 1, 0}));
+    exchange();
+    exchange();
+    expectRest();
+}
+
 TEST_F(ChangeImport, TheChangeLogForgetsWhatAllPeersHave) {
     fill(a);
     b.pullFrom(a);

@@ -154,6 +154,7 @@ void hostSync(DeviceProcess& device, const HostLibrary& library) {
 // What a run told.
 struct MirrorRun {
     grpc::Status status;
+    std::vector<link::MirrorStarted> starts;
     std::vector<link::MirrorSummary> summaries;
     std::vector<link::MirrorAsset> failures;
 
@@ -187,6 +188,8 @@ protected:
         const auto reader = stub->Run(&context, request);
         link::MirrorEvent event;
         while (reader->Read(&event)) {
+            if (event.has_started())
+                result.starts.push_back(event.started());
             if (event.has_summary())
                 result.summaries.push_back(event.summary());
             if (event.has_asset() && !event.asset().success())
@@ -293,6 +296,10 @@ TEST_F(Mirrors, ACompanionGetsEverythingAndASecondRunMovesNothing) {
     EXPECT_EQ(run.summary().playlists_changed(), 2u);
     EXPECT_EQ(run.summary().assets(), 7u);
     EXPECT_EQ(run.summary().to_revision(), revision(first));
+    ASSERT_EQ(run.starts.size(), 1u);
+    EXPECT_TRUE(run.starts[0].full());
+    EXPECT_EQ(run.starts[0].from_revision(), 0);
+    EXPECT_EQ(run.starts[0].to_revision(), revision(first));
     expectComplete(companion, library);
     EXPECT_EQ(playlists(companion), playlists(first));
     EXPECT_TRUE(tracksByTitle(companion)["Title 2"].artwork());
@@ -302,6 +309,9 @@ TEST_F(Mirrors, ACompanionGetsEverythingAndASecondRunMovesNothing) {
     const std::int64_t before = revision(companion);
     const MirrorRun again = mirror(first, companion);
     EXPECT_FALSE(again.summary().full());
+    ASSERT_EQ(again.starts.size(), 1u);
+    EXPECT_EQ(again.starts[0].from_revision(), revision(first));
+    EXPECT_EQ(again.starts[0].to_revision(), revision(first));
     EXPECT_EQ(again.summary().bytes(), 0u);
     EXPECT_EQ(again.summary().assets(), 0u);
     EXPECT_EQ(revision(companion), before);
@@ -315,6 +325,9 @@ TEST_F(Mirrors, AnEditTravelsBothWaysAndThenBothDevicesAreQuiet) {
     mirror(first, companion);
     const MirrorRun back = mirror(companion, first);
     EXPECT_EQ(back.summary().assets(), 0u);
+    // All records come back once, and none says anything new.
+    EXPECT_TRUE(back.summary().full());
+    EXPECT_EQ(back.summary().tracks_changed() + back.summary().playlists_changed(), 0u);
     expectComplete(first, library);
 
     rate(companion, "Title 2", 4);
