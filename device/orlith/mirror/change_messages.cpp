@@ -30,6 +30,13 @@ SessionError brokenStream(const std::string& text) {
     return SessionError(Error(OrlithErrorDomain, OrlithErrorProtocol, text));
 }
 
+Error writeError(int errorNumber) {
+    if (errorNumber == ENOSPC || errorNumber == EDQUOT)
+        return Error(platform::POSIXErrorDomain, errorNumber,
+                     "this device is full: there is no room for the changes");
+    return Error::posix(errorNumber);
+}
+
 // A part of a file as a reader's source; past `end` there is nothing.
 common::QorxSource sourceOf(int fd, std::uint64_t begin, std::uint64_t end) {
     return [fd, position = begin, end](std::span<std::uint8_t> into, OptionalError* error) mutable {
@@ -141,7 +148,7 @@ void ChangeSpool::append(const std::string& data) {
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
-            throw SessionError(Error::posix(errno));
+            throw SessionError(writeError(errno));
         done += static_cast<std::size_t>(count);
     }
     _size += data.size();
