@@ -64,7 +64,7 @@ AssetSource::AssetSource(const MirrorServices& services, Send send, Deliver deli
 
 AssetSource::~AssetSource() {
     for (const auto& [number, pending] : _pending)
-        _services.downloads.forget(pending.request.identifier());
+        stopWatching(pending.request);
 }
 
 void AssetSource::ask(const link::AssetRequest& request) {
@@ -83,7 +83,9 @@ void AssetSource::ask(const link::AssetRequest& request) {
             pending.request.parts() == request.parts())
             return sendEnd(request.request(), Error(platform::POSIXErrorDomain, EALREADY,
                                                     "this asset is being asked for already"));
-    _services.downloads.watch(request.identifier());
+    // Only files are downloaded; the picture of one may come and go while the file is waited for.
+    if (request.parts() == PartFile)
+        _services.downloads.watch(request.identifier());
     _pending.emplace(request.request(), Pending{request, Clock::now()});
     _services.assets.getDataForAsset(
         assetOf(request),
@@ -225,12 +227,19 @@ void AssetSource::sendEnd(std::uint32_t request, const Error& error) {
 
 void AssetSource::forget(std::uint32_t request) {
     const auto pending = _pending.find(request);
-    _services.downloads.forget(pending->second.request.identifier());
+    stopWatching(pending->second.request);
     _pending.erase(pending);
 }
 
+void AssetSource::stopWatching(const link::AssetRequest& request) {
+    if (request.parts() == PartFile)
+        _services.downloads.forget(request.identifier());
+}
+
 AssetSource::Clock::time_point AssetSource::deadlineOf(const Pending& pending) const {
-    const auto moved = _services.downloads.lastMove(pending.request.identifier());
+    const auto moved = pending.request.parts() == PartFile
+                           ? _services.downloads.lastMove(pending.request.identifier())
+                           : std::nullopt;
     return std::max(pending.since, moved.value_or(pending.since)) + _services.assetPatience;
 }
 

@@ -61,6 +61,7 @@ private:
     bool sendData(std::uint32_t request, std::string data);
     void sendEnd(std::uint32_t request, const platform::Error& error);
     void forget(std::uint32_t request);
+    void stopWatching(const link::AssetRequest& request);
     Clock::time_point deadlineOf(const Pending& pending) const;
 
     const MirrorServices& _services;
