@@ -17,6 +17,7 @@ Error refusedEdit(const std::string& text) {
 
 OptionalError editAsOwner(Library& library, const OwnerEdit& edit) {
     OptionalError error;
+    const std::int64_t before = library.currentRevision();
     try {
         library.connections().write([&](common::Database& database) {
             error = edit(database);
@@ -25,6 +26,8 @@ OptionalError editAsOwner(Library& library, const OwnerEdit& edit) {
     } catch (const common::SqliteError& failure) {
         return failure.platformError();
     }
+    if (library.currentRevision() != before)
+        library.notifyContentsDidChange();
     return error;
 }
 

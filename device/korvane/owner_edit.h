@@ -21,6 +21,7 @@ using OwnerEdit = std::function<platform::OptionalError(common::Database&)>;
 
 platform::Error refusedEdit(const std::string& text);
 
+// The library's observers are told when something has changed.
 platform::OptionalError editAsOwner(Library& library, const OwnerEdit& edit);
 // Refused where there is no such track or playlist.
 platform::OptionalError editTrackAsOwner(Library& library, std::int64_t trackPID,

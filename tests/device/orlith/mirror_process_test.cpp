@@ -158,6 +158,37 @@ TEST_F(Mirrors, DevicesThatFollowEachOtherPassEditsOnAndComeToRest) {
     two.join();
 }
 
+TEST_F(Mirrors, ADeviceThatIsWatchedTellsOfItsChangesAndHowUrgentTheyAre) {
+    first.start();
+    hostSync(first, {2, 1000, {}, {}});
+    platform::OptionalError error;
+    common::UniqueFd connection =
+        link::connectToSocket(link::socketPathOfDevice(first.root), &error);
+    ASSERT_TRUE(connection);
+    const auto stub =
+        link::Peer::NewStub(grpc::CreateInsecureChannelFromFd("device", connection.release()));
+    grpc::ClientContext context;
+    context.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(30));
+    link::WatchRequest request;
+    request.set_library_uid("somebody");
+    const auto reader = stub->Watch(&context, request);
+    link::LibraryChanged change;
+    ASSERT_TRUE(reader->Read(&change));
+    EXPECT_FALSE(change.has_priority());
+    EXPECT_EQ(change.revision(), revision(first));
+    EXPECT_EQ(change.library_uid(), revisions(first).library_uid());
+    rate(first, "Title 1", 3);
+    // Until both the change and its urgency are told, which may be in one.
+    std::int64_t priority = -1;
+    while ((priority < 0 || change.revision() < revision(first)) && reader->Read(&change))
+        priority = change.has_priority() ? change.priority() : priority;
+    EXPECT_GE(priority, 1);
+    EXPECT_LE(priority, 2);
+    EXPECT_EQ(change.revision(), revision(first));
+    context.TryCancel();
+    reader->Finish();
+}
+
 TEST_F(Mirrors, AResetOfACompanionTakesNothingFromTheFirstDevice) {
     first.start();
     companion.start();
