@@ -25,13 +25,14 @@ grpc::Status guardedCall(CallCounter& calls, platform::LogService& log, const ch
 
 grpc::Status statusOf(const platform::Error& error) {
     const std::string text = cleanUTF8(error.text().empty() ? error.description() : error.text());
-    if (error.domain == OrlithErrorDomain && error.code == OrlithErrorBusy)
-        return {grpc::StatusCode::ABORTED, "busy"};
-    if (error.domain == OrlithErrorDomain && error.code == OrlithErrorProtocol)
+    const auto is = [&error](OrlithErrorCode code) {
+        return error.domain == OrlithErrorDomain && error.code == code;
+    };
+    if (is(OrlithErrorBusy))
+        return {grpc::StatusCode::ABORTED, text};
+    if (is(OrlithErrorProtocol))
         return {grpc::StatusCode::INVALID_ARGUMENT, text};
-    if (error.domain == OrlithErrorDomain && error.code == OrlithErrorInternal)
-        return {grpc::StatusCode::INTERNAL, text};
-    return {grpc::StatusCode::ABORTED, text};
+    return {grpc::StatusCode::INTERNAL, text};
 }
 
 }  // namespace orlith

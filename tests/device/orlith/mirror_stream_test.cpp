@@ -25,7 +25,10 @@ TEST_F(Mirrors, ChangesCanBeExportedAndImportedAsAStream) {
 
     // A byte that changed on the way is noticed, and nothing is imported.
     (*messages[1].mutable_data())[20] ^= 1;
-    EXPECT_FALSE(importChanges(companion, messages, reply).ok());
+    const grpc::Status damaged = importChanges(companion, messages, reply);
+    EXPECT_EQ(damaged.error_code(), grpc::StatusCode::INTERNAL);
+    EXPECT_NE(damaged.error_message().find("did not arrive as they were sent"), std::string::npos)
+        << damaged.error_message();
 }
 
 TEST_F(Mirrors, APlaylistLengthBeyondTheStreamFailsTheImportAndNothingElse) {
