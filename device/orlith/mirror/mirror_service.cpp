@@ -236,9 +236,11 @@ grpc::Status MirrorService::ResetChanges(grpc::ServerContext* context,
     });
 }
 
-grpc::Status MirrorService::ListAssets(grpc::ServerContext*, const link::ListAssetsRequest*,
+grpc::Status MirrorService::ListAssets(grpc::ServerContext* context, const link::ListAssetsRequest*,
                                        grpc::ServerWriter<link::WantedAssets>* writer) {
     return guarded("ListAssets", [&] {
+        // What a session prepares decides what is wanted.
+        const SlotHold hold(_services.device.slot, "a list of what is missing", *context);
         BatchWriter<link::WantedAssets> rows(*writer);
         _services.assets.assetsToSyncWithCompletion(
             [&](const OptionalError& error, const std::vector<std::shared_ptr<ORAsset>>& assets) {

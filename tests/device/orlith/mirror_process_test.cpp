@@ -189,6 +189,37 @@ TEST_F(Mirrors, ADeviceThatIsWatchedTellsOfItsChangesAndHowUrgentTheyAre) {
     reader->Finish();
 }
 
+TEST_F(Mirrors, WhatNeedsTheDeviceIsRefusedWhileAHostHasItWithTheHostsName) {
+    first.start();
+    Host host(*first.stub);
+    ASSERT_TRUE(host.open("kitchen-pc").has_opened());
+    const auto stub = mirrorOf(first);
+    const auto expectRefused = [](const grpc::Status& status) {
+        EXPECT_EQ(status.error_code(), grpc::StatusCode::ABORTED);
+        EXPECT_NE(status.error_message().find("kitchen-pc"), std::string::npos)
+            << status.error_message();
+    };
+    {
+        grpc::ClientContext context;
+        link::WantedAssets batch;
+        const auto reader = stub->ListAssets(&context, link::ListAssetsRequest());
+        EXPECT_FALSE(reader->Read(&batch));
+        expectRefused(reader->Finish());
+    }
+    {
+        grpc::ClientContext context;
+        link::ChangeStream piece;
+        const auto reader = stub->Export(&context, link::ExportRequest());
+        EXPECT_FALSE(reader->Read(&piece));
+        expectRefused(reader->Finish());
+    }
+    {
+        grpc::ClientContext context;
+        link::ResetChangesReply reply;
+        expectRefused(stub->ResetChanges(&context, {}, &reply));
+    }
+}
+
 TEST_F(Mirrors, AResetOfACompanionTakesNothingFromTheFirstDevice) {
     first.start();
     companion.start();
