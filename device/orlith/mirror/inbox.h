@@ -21,6 +21,16 @@ public:
         _changed.notify_all();
         return true;
     }
+    // As put(), but waits while so many are there.
+    bool putWhenRoom(Item item, std::size_t most) {
+        std::unique_lock lock(_mutex);
+        _changed.wait(lock, [&] { return _closed || _items.size() < most; });
+        if (_closed)
+            return false;
+        _items.push_back(std::move(item));
+        _changed.notify_all();
+        return true;
+    }
     // Absent when nothing came until `deadline`.
     std::optional<Item> takeUntil(std::chrono::steady_clock::time_point deadline) {
         std::unique_lock lock(_mutex);
@@ -29,6 +39,7 @@ public:
             return std::nullopt;
         std::optional<Item> item(std::move(_items.front()));
         _items.pop_front();
+        _changed.notify_all();
         return item;
     }
     // Drops what is there and what comes later.
@@ -37,6 +48,7 @@ public:
         const std::scoped_lock lock(_mutex);
         _closed = true;
         dropped.swap(_items);
+        _changed.notify_all();
     }
 
 private:

@@ -20,6 +20,8 @@ using platform::LogLevel;
 using platform::OptionalError;
 
 constexpr std::size_t LongestUID = 128;
+// Messages that wait for the worker; a companion that keeps to its own bounds asks for fewer.
+constexpr std::size_t MostWaiting = 256;
 // How long a companion has to take notice of the end before its stream is cut.
 constexpr std::chrono::seconds LastGrace{5};
 
@@ -43,8 +45,9 @@ ServingSession::~ServingSession() = default;
 OptionalError ServingSession::run() {
     std::thread worker([this] { work(); });
     link::FromCompanion message;
-    while (!_failed && _stream.read(message))
-        _inbox->put(std::move(message));
+    while (!_failed && _stream.read(message) &&
+           _inbox->putWhenRoom(std::move(message), MostWaiting)) {
+    }
     {
         const std::scoped_lock lock(_mutex);
         _readerDone = true;
@@ -76,6 +79,8 @@ void ServingSession::work() {
     } catch (...) {
         fail(internalError("an exception of unknown kind"));
     }
+    // The reader may wait for room.
+    _inbox->close();
     giveUpWaitingForCompanion();
 }
 

@@ -168,6 +168,10 @@ public:
         _closed = true;
         _changed.notify_all();
     }
+    std::size_t size() {
+        const std::scoped_lock lock(_mutex);
+        return _messages.size();
+    }
 
 private:
     std::mutex _mutex;
@@ -181,6 +185,8 @@ class MemoryLink {
 public:
     CompanionStream& companion() { return _companion; }
     ServingStream& serving() { return _serving; }
+    // Messages that the first device has not read.
+    std::size_t unread() { return _toFirst.size(); }
     void close() {
         _toFirst.close();
         _toCompanion.close();

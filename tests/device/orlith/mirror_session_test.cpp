@@ -112,8 +112,11 @@ public:
         message.mutable_asset()->set_request(request);
         message.mutable_asset()->set_identifier(identifier);
         message.mutable_asset()->set_parts(parts);
-        _link.companion().write(message);
+        write(message);
     }
+    void write(const link::FromCompanion& message) { _link.companion().write(message); }
+    std::size_t unread() { return _link.unread(); }
+    void close() { _link.close(); }
     // Of an asset, but for what only tells of waiting.
     link::FromFirst receive() {
         link::FromFirst message;
@@ -168,6 +171,42 @@ TEST_F(MirrorSessions, WhatNoDeviceAsksForEndsTheSessionAndNothingElse) {
         EXPECT_TRUE(scripted.ended);
         EXPECT_FALSE(first.device.slot.isTaken());
     }
+    EXPECT_FALSE(mirrorBetween(first, companion).error);
+    expectComplete();
+}
+
+TEST_F(MirrorSessions, ACompanionThatAsksWithoutEndIsReadOnlyAsFarAsItsQuestionsAreAnswered) {
+    std::atomic<bool> goesOn{false};
+    std::atomic<bool> isAsked{false};
+    first.changes.onCall = [&](const std::string& operation) {
+        isAsked = isAsked || operation == "currentRevision";
+        while (operation == "currentRevision" && !goesOn)
+            std::this_thread::yield();
+    };
+    {
+        ScriptedCompanion scripted(first);
+        link::FromCompanion question;
+        question.mutable_state();
+        for (int i = 0; i < 5000; ++i)
+            scripted.write(question);
+        while (!isAsked || scripted.unread() > 4800)
+            std::this_thread::yield();
+        EXPECT_GT(scripted.unread(), 4000u);
+        goesOn = true;
+        for (int i = 0; i < 5000; ++i)
+            ASSERT_TRUE(scripted.receive().has_state());
+        EXPECT_EQ(scripted.unread(), 0u);
+        // It may leave at any time, also while it waits to be read.
+        goesOn = isAsked = false;
+        for (int i = 0; i < 5000; ++i)
+            scripted.write(question);
+        while (!isAsked)
+            std::this_thread::yield();
+        scripted.close();
+        goesOn = true;
+    }
+    EXPECT_FALSE(first.device.slot.isTaken());
+    first.changes.onCall = nullptr;
     EXPECT_FALSE(mirrorBetween(first, companion).error);
     expectComplete();
 }
