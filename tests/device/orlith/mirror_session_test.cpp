@@ -358,6 +358,26 @@ TEST_F(MirrorSessions, AnExportWhoseSinkFailsAtAnyPieceEndsWithThatError) {
     EXPECT_EQ(whole.size, bytes);
 }
 
+TEST_F(MirrorSessions, AnExportWaitsForAFarEndThatTakesItsTime) {
+    first.changes.changes.assign(10 * PieceOutputStream::PieceSize, 'q');
+    std::atomic<bool> isWritten{false};
+    first.changes.onCall = [&](const std::string& operation) {
+        isWritten = isWritten || operation == "written";
+    };
+    std::size_t pieces = 0;
+    const ExportedChanges exported = first.operations.exportChanges(
+        {}, {}, [](const platform::Dictionary&) {},
+        [&](std::string) {
+            // All has been handed over only when the last piece has been taken.
+            EXPECT_FALSE(isWritten);
+            ++pieces;
+            return true;
+        });
+    EXPECT_FALSE(exported.error);
+    EXPECT_EQ(pieces, 10u);
+    EXPECT_TRUE(isWritten);
+}
+
 TEST_F(MirrorSessions, AStreamThatIsWrittenToAfterItsOperationRefusesAndLeavesTheSinkAlone) {
     int pieces = 0;
     PieceOutputStream stream([&](std::string) { return ++pieces > 0; }, [](const auto&) {});
