@@ -81,8 +81,10 @@ bool OrphanSweep::run(const std::function<bool()>& mayGoOn) {
 
 bool OrphanSweep::isSafe() {
     return _library.read("sweep", [](common::Database& database) {
-        return !databaseProperty(database, SyncAnchorProperty).isNull() &&
-               database.int64("SELECT items FROM row_count") > 0;
+        const bool isFilled =
+            !databaseProperty(database, SyncAnchorProperty).isNull() ||
+            database.int64("SELECT EXISTS (SELECT 1 FROM peer WHERE received_revision > 0)") != 0;
+        return isFilled && database.int64("SELECT items FROM row_count") > 0;
     });
 }
 
