@@ -214,6 +214,11 @@ void DownloadEngine::takeInstallResults() {
             fail(result.persistentIdentifier, result.error->text());
             continue;
         }
+        if (isPosix(*result.error, EBADMSG)) {
+            beginOver(result.persistentIdentifier);
+            fail(result.persistentIdentifier, result.error->text());
+            continue;
+        }
         if (isPosix(*result.error, ENOENT))
             beginOver(result.persistentIdentifier);
         again(result.persistentIdentifier, {Outcome::Kind::Passing, result.error->text()}, false);

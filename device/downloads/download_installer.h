@@ -37,7 +37,8 @@ public:
     // Moves the file at `stagedPath` (an absolute device path; on the disk in full) to its place
     // and records it. May be asked again after the process was killed in the middle: a file that
     // has been moved already is recorded then. ENOENT when it is nowhere, so that it has to come
-    // again; ESRCH when the item has left the library, so that it need not.
+    // again; ESRCH when the item has left the library, so that it need not;
+    // EBADMSG when it is no media file, so that it would not help.
     virtual platform::OptionalError install(const DownloadItem& item,
                                             const std::string& stagedPath) = 0;
     // The download that the item was made for was cancelled; without another claim it goes.

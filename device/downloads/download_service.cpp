@@ -40,12 +40,15 @@ OptionalError problemOf(const DownloadRequest& request) {
 
 bool isSame(const DownloadRecord& record, const DownloadRequest& request) {
     return record.number(PropertyStoreItemIdentifier) == request.storeItem ||
-           record.text(PropertySource) == request.url;
+           record.text(PropertySource) == request.url ||
+           (request.libraryItem != 0 &&
+            record.libraryItemIdentifier == std::to_string(request.libraryItem));
 }
 
 DownloadItem itemOf(const DownloadRequest& request) {
     DownloadItem item;
     item.kind = request.kind;
+    item.libraryItem = request.libraryItem;
     item.storeItem = request.storeItem;
     item.storeAccount = request.storeAccount;
     item.title = request.title;
@@ -152,6 +155,12 @@ std::int64_t DownloadService::merge(const DownloadRecord& record, const Download
         _engine.add(number);
     }
     return number;
+}
+
+bool DownloadService::isBusy() const {
+    return std::ranges::any_of(_list->all(), [](const DownloadRecord& record) {
+        return record.phase != VDDownloadPhaseFailed && record.phase != VDDownloadPhasePaused;
+    });
 }
 
 std::vector<DownloadStatus> DownloadService::list() {

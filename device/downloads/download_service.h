@@ -19,6 +19,7 @@ namespace downloads {
 struct DownloadRequest {
     std::string url;                // http, https or file
     std::string title;              // "": by the file's name
+    std::int64_t libraryItem = 0;   // the track that the file is for; 0: the store item's own
     std::int64_t storeItem = 0;     // not 0
     std::int64_t storeAccount = 0;  // not 0
     bool isTemporary = false;       // not meant to stay
@@ -55,6 +56,8 @@ public:
     // when the file is on the device already.
     std::optional<std::int64_t> request(const DownloadRequest& request,
                                         platform::OptionalError* error);
+    // Whether something is under way, or waits to be.
+    bool isBusy() const;
     // Oldest first, those that failed too.
     std::vector<DownloadStatus> list();
     // Its bytes go. ENOENT when there is no such download (any more), EBUSY while it is installed.

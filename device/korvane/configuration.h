@@ -57,6 +57,7 @@ enum LibraryErrorCode : std::int64_t {
     LibraryErrorDamaged = 1,     // the database lost something; it can be set aside
     LibraryErrorCannotOpen = 2,  // not there, not readable, no space, of a newer version
     LibraryErrorRefused = 3,     // an edit that makes no sense
+    LibraryErrorNotFound = 4,    // an edit of something that is not there, or not there alone
 };
 
 }  // namespace korvane

@@ -15,6 +15,10 @@ Error refusedEdit(const std::string& text) {
     return {LibraryErrorDomain, LibraryErrorRefused, text};
 }
 
+Error notFound(const std::string& text) {
+    return {LibraryErrorDomain, LibraryErrorNotFound, text};
+}
+
 OptionalError editAsOwner(Library& library, const OwnerEdit& edit) {
     OptionalError error;
     const std::int64_t before = library.currentRevision();
@@ -34,7 +38,7 @@ OptionalError editAsOwner(Library& library, const OwnerEdit& edit) {
 OptionalError editTrackAsOwner(Library& library, std::int64_t trackPID, const OwnerEdit& edit) {
     return editAsOwner(library, [&](common::Database& database) -> OptionalError {
         if (database.int64("SELECT count(*) FROM item WHERE item_pid = ?", trackPID) == 0)
-            return refusedEdit("there is no such track");
+            return notFound("there is no such track");
         return edit(database);
     });
 }
@@ -44,7 +48,7 @@ OptionalError editPlaylistAsOwner(Library& library, std::int64_t playlistPID,
     return editAsOwner(library, [&](common::Database& database) -> OptionalError {
         if (database.int64("SELECT count(*) FROM container WHERE container_pid = ?", playlistPID) ==
             0)
-            return refusedEdit("there is no such playlist");
+            return notFound("there is no such playlist");
         return edit(database);
     });
 }

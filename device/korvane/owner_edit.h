@@ -20,6 +20,7 @@ class Library;
 using OwnerEdit = std::function<platform::OptionalError(common::Database&)>;
 
 platform::Error refusedEdit(const std::string& text);
+platform::Error notFound(const std::string& text);
 
 // The library's observers are told when something has changed.
 platform::OptionalError editAsOwner(Library& library, const OwnerEdit& edit);

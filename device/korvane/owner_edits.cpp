@@ -72,8 +72,9 @@ std::optional<FoundTrack> findTrack(Library& library, const std::string& name,
         return true;
     });
     if (!found)
-        error = refusedEdit(isAmbiguous ? "several tracks have this title; name one by its number"
-                                        : "there is no such track");
+        error = notFound(
+            isAmbiguous ? fmt::format("several tracks are called \"{}\"; name one by its id", name)
+                        : fmt::format("there is no track \"{}\"", name));
     return found;
 }
 

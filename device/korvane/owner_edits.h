@@ -53,9 +53,18 @@ platform::OptionalError deleteTrackAsOwner(Library& library, std::int64_t trackP
 
 // --- owner_playlists.cpp
 
+// A playlist as a person names it: a persistent id, or an exact name that only one has.
+struct FoundPlaylist {
+    std::int64_t persistentID = 0;
+    std::string name;
+};
+std::optional<FoundPlaylist> findPlaylist(Library& library, const std::string& name,
+                                          platform::OptionalError& error);
+
 // The new playlist's persistent id; 0 with an error.
 std::int64_t createPlaylist(Library& library, const std::string& name,
-                            platform::OptionalError& error);
+                            platform::OptionalError& error,
+                            const std::vector<std::int64_t>& trackPIDs = {});
 platform::OptionalError renamePlaylist(Library& library, std::int64_t playlistPID,
                                        const std::string& name);
 // Told to other devices and the host.
@@ -63,11 +72,15 @@ platform::OptionalError removePlaylist(Library& library, std::int64_t playlistPI
 
 // A smart playlist is filled by its rules: the following refuse it. Places count the tracks from 0,
 // as listPlaylists lists them; entries whose track is not here stay where they are.
-// At the end, in order.
+// In order, the first at `place`, which may be one after the last; without it at the end.
 platform::OptionalError addToPlaylist(Library& library, std::int64_t playlistPID,
-                                      const std::vector<std::int64_t>& trackPIDs);
+                                      const std::vector<std::int64_t>& trackPIDs,
+                                      std::optional<std::size_t> place = std::nullopt);
 platform::OptionalError removeFromPlaylist(Library& library, std::int64_t playlistPID,
                                            std::size_t place);
+// Each as often as it stands there; refused when one does not.
+platform::OptionalError removeTracksFromPlaylist(Library& library, std::int64_t playlistPID,
+                                                 const std::vector<std::int64_t>& trackPIDs);
 // Afterwards the track stands at the place `to`.
 platform::OptionalError moveInPlaylist(Library& library, std::int64_t playlistPID, std::size_t from,
                                        std::size_t to);

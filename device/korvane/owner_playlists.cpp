@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 
 #include "common/random_id.h"
 #include "common/sqlite/database.h"
@@ -47,8 +48,6 @@ OptionalError editEntries(Library& library, std::int64_t playlistPID,
             Entries entries = playlistEntries(database, containerID);
             if (auto error = edit(database, entries))
                 return error;
-            if (entries.size() > MostEntries)
-                return refusedEdit(fmt::format("a playlist holds at most {} tracks", MostEntries));
             if (writePlaylistEntries(database, containerID, entries, [] {}))
                 database.execute(
                     "UPDATE container SET items_changed_ms = max(?, min(?, items_changed_ms + 1)) "
@@ -66,13 +65,58 @@ Entries::iterator entryAt(Entries& entries, std::size_t place) {
     return entries.end();
 }
 
+std::size_t tracksIn(const Entries& entries) {
+    return static_cast<std::size_t>(
+        std::ranges::count_if(entries, [](const auto& entry) { return entry.itemPID != 0; }));
+}
+
+OptionalError addEntries(common::Database& database, Entries& entries,
+                         const std::vector<std::int64_t>& trackPIDs, Entries::iterator before) {
+    Entries added;
+    for (const std::int64_t pid : trackPIDs) {
+        if (database.int64("SELECT count(*) FROM item WHERE item_pid = ?", pid) == 0)
+            return notFound(fmt::format("there is no track {}", pid));
+        added.push_back({pid, 0, 0, 0});
+    }
+    entries.insert(before, added.begin(), added.end());
+    if (entries.size() > MostEntries)
+        return refusedEdit(fmt::format("a playlist holds at most {} tracks", MostEntries));
+    return std::nullopt;
+}
+
 platform::Error noSuchPlace(std::size_t place) {
     return refusedEdit(fmt::format("the playlist has no track at place {}", place + 1));
 }
 
 }  // namespace
 
-std::int64_t createPlaylist(Library& library, const std::string& name, OptionalError& error) {
+std::optional<FoundPlaylist> findPlaylist(Library& library, const std::string& name,
+                                          OptionalError& error) {
+    std::vector<FoundPlaylist> found;
+    library.read("findPlaylist", [&](common::Database& database) {
+        for (const char* sql : {"SELECT container_pid, name FROM container WHERE "
+                                "CAST(container_pid AS TEXT) = ?",
+                                "SELECT container_pid, name FROM container WHERE name = ? LIMIT "
+                                "2"}) {
+            auto rows = database.query(sql, name);
+            while (rows.step())
+                found.push_back({rows->int64(0), std::string(rows->text(1))});
+            if (!found.empty())
+                break;
+        }
+        return true;
+    });
+    if (found.size() == 1)
+        return found.front();
+    error = notFound(
+        found.empty()
+            ? fmt::format("there is no playlist \"{}\"", name)
+            : fmt::format("several playlists are called \"{}\"; name one by its id", name));
+    return std::nullopt;
+}
+
+std::int64_t createPlaylist(Library& library, const std::string& name, OptionalError& error,
+                            const std::vector<std::int64_t>& trackPIDs) {
     error = checkName(name);
     if (error)
         return 0;
@@ -83,6 +127,11 @@ std::int64_t createPlaylist(Library& library, const std::string& name, OptionalE
             "INSERT INTO container (container_pid, name, global_id, sources, added_ms, "
             "name_changed_ms, items_changed_ms) VALUES (?1, ?2, ?3, ?4, ?5, ?5, ?5)",
             pid, name, common::randomPositiveId(), OwnerSourceBit, library.nowMilliseconds());
+        const std::int64_t containerID = database.lastInsertedRow();
+        Entries entries;
+        if (auto refused = addEntries(database, entries, trackPIDs, entries.end()))
+            return refused;
+        writePlaylistEntries(database, containerID, entries, [] {});
         return std::nullopt;
     });
     return error ? 0 : pid;
@@ -111,16 +160,15 @@ OptionalError removePlaylist(Library& library, std::int64_t playlistPID) {
 }
 
 OptionalError addToPlaylist(Library& library, std::int64_t playlistPID,
-                            const std::vector<std::int64_t>& trackPIDs) {
-    return editEntries(
-        library, playlistPID, [&](common::Database& database, Entries& entries) -> OptionalError {
-            for (const std::int64_t pid : trackPIDs) {
-                if (database.int64("SELECT count(*) FROM item WHERE item_pid = ?", pid) == 0)
-                    return refusedEdit(fmt::format("there is no track {}", pid));
-                entries.push_back({pid, 0, 0, 0});
-            }
-            return std::nullopt;
-        });
+                            const std::vector<std::int64_t>& trackPIDs,
+                            std::optional<std::size_t> place) {
+    return editEntries(library, playlistPID,
+                       [&](common::Database& database, Entries& entries) -> OptionalError {
+                           if (place && *place > tracksIn(entries))
+                               return noSuchPlace(*place);
+                           return addEntries(database, entries, trackPIDs,
+                                             place ? entryAt(entries, *place) : entries.end());
+                       });
 }
 
 OptionalError removeFromPlaylist(Library& library, std::int64_t playlistPID, std::size_t place) {
@@ -132,6 +180,21 @@ OptionalError removeFromPlaylist(Library& library, std::int64_t playlistPID, std
                            entries.erase(entry);
                            return std::nullopt;
                        });
+}
+
+OptionalError removeTracksFromPlaylist(Library& library, std::int64_t playlistPID,
+                                       const std::vector<std::int64_t>& trackPIDs) {
+    return editEntries(
+        library, playlistPID, [&](common::Database&, Entries& entries) -> OptionalError {
+            const std::set<std::int64_t> leaving(trackPIDs.begin(), trackPIDs.end());
+            std::set<std::int64_t> left;
+            std::erase_if(entries, [&](const PlaylistEntry& entry) {
+                return leaving.contains(entry.itemPID) && (left.insert(entry.itemPID), true);
+            });
+            if (left.size() < leaving.size())
+                return notFound("not all of these tracks are in the playlist");
+            return std::nullopt;
+        });
 }
 
 OptionalError moveInPlaylist(Library& library, std::int64_t playlistPID, std::size_t from,

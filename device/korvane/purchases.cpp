@@ -25,11 +25,16 @@ bool isUnfinished(common::Database& database, std::int64_t trackPID) {
     return database.int64(IsUnfinished, trackPID, OwnerSourceBit) != 0;
 }
 
-std::optional<PurchasedTrack> find(common::Database& database, std::int64_t storeItem) {
-    auto row = database.query(
-        "SELECT i.item_pid, i.base_location_id FROM item_store s JOIN item i ON i.item_id = "
-        "s.item_id WHERE s.store_item_id = ? ORDER BY i.item_id LIMIT 1",
-        storeItem);
+std::optional<PurchasedTrack> find(common::Database& database, const Purchase& purchase) {
+    auto row =
+        purchase.track != 0
+            ? database.query("SELECT item_pid, base_location_id FROM item WHERE item_pid = ?",
+                             purchase.track)
+            : database.query(
+                  "SELECT i.item_pid, i.base_location_id FROM item_store s JOIN "
+                  "item i ON i.item_id = s.item_id WHERE s.store_item_id = ? "
+                  "ORDER BY i.item_id LIMIT 1",
+                  purchase.storeItem);
     if (!row.step())
         return std::nullopt;
     const std::int64_t location = row->int64(1);
@@ -65,9 +70,16 @@ std::optional<PurchasedTrack> findOrMakePurchase(Library& library, const Purchas
                                                  OptionalError& error) {
     std::optional<PurchasedTrack> track;
     error = editAsOwner(library, [&](common::Database& database) -> OptionalError {
-        track = find(database, purchase.storeItem);
+        track = find(database, purchase);
+        if (!track && purchase.track != 0)
+            return notFound("the track is no longer in the library");
         if (!track)
             track = make(database, library, purchase);
+        else if (!track->hasFile)
+            database.execute(
+                "UPDATE item_store SET is_temporary_cloud_download = ?2 WHERE item_pid = ?1 AND "
+                "is_temporary_cloud_download <> ?2",
+                track->persistentID, purchase.isTemporary ? 1 : 0);
         return std::nullopt;
     });
     return error ? std::nullopt : track;

@@ -21,6 +21,7 @@ struct Purchase {
     std::string title;
     std::string fileExtension;  // without dot, lower case
     bool isTemporary = false;   // a download from the cloud that is not meant to stay
+    std::int64_t track = 0;     // of the library, that the file is for; 0: the store item's own
 };
 
 struct PurchasedTrack {
@@ -29,7 +30,7 @@ struct PurchasedTrack {
     bool hasFile = false;  // on this device
 };
 
-// The track of the store's item; made, without a file, when there is none.
+// The track that is meant. The one of a store's item is made, without a file, when there is none.
 std::optional<PurchasedTrack> findOrMakePurchase(Library& library, const Purchase& purchase,
                                                  platform::OptionalError& error);
 

@@ -21,6 +21,7 @@
 #include "device/orlith/device_service.h"
 #include "device/orlith/embedded_platform.h"
 #include "device/orlith/mirror/mirroring.h"
+#include "device/orlith/owner_service.h"
 #include "device/orlith/recovery.h"
 #include "device/orlith/server.h"
 #include "device/orlith/service_manager.h"
@@ -147,14 +148,20 @@ void serve(Device& device, common::UniqueFd listener, const DaemonOptions& optio
     Mirroring mirroring(parts, device.clients, device.platform->peers(),
                         device.platform->downloadManager(),
                         fs::path(options.root).filename().string(), service.calls());
+    EmbeddedPlatform& platform = *device.platform;
+    OwnerService owner({platform.library(), platform.storeDownloads(), platform.cloud(), log,
+                        service.calls(), [&platform] { platform.startBackgroundTasks(); }});
     std::vector<grpc::Service*> services = mirroring.services();
     services.push_back(&service);
+    services.push_back(&owner);
     Server server(services, service.calls(), log, std::move(listener));
     toStop = &server;
     link::reportStartup(options.startupReport, {});
     tellReady("serving " + options.root);
     logLine(log, LogLevel::Notice, "start", "serving " + options.root);
-    const Server::Ending ending = server.serve(signals.get(), options.idleExit);
+    const Server::Ending ending = server.serve(signals.get(), options.idleExit, [&platform] {
+        return platform.storeDownloads().isBusy();
+    });
     logLine(log, LogLevel::Notice, "stop",
             ending == Server::Ending::Idle ? "leaving: nobody calls" : "leaving: asked to");
     tellStopping();

@@ -150,6 +150,9 @@ cloud::CloudService& EmbeddedPlatform::cloud() {
 PXVArtworkService& EmbeddedPlatform::artworkService() {
     return *_services->artwork;
 }
+korvane::Library& EmbeddedPlatform::library() {
+    return _services->framework->library();
+}
 LibraryAccess& EmbeddedPlatform::libraryAccess() {
     return *_services->access;
 }

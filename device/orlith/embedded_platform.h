@@ -16,6 +16,10 @@
 #include "device/orlith/notices.h"
 #include "platform/platform.h"
 
+namespace korvane {
+class Library;
+}
+
 namespace orlith {
 
 class EmbeddedPlatform final : public platform::Platform {
@@ -37,11 +41,12 @@ public:
     cloud::CloudService& cloud() override;
     PXVArtworkService& artworkService() override;
 
+    korvane::Library& library();
     LibraryAccess& libraryAccess();
     PeerLibrary& peers();
     std::shared_ptr<VDDownloadManager> downloadManager();
 
-    // From here on the library's background tasks run, when nobody holds them. To be called once
+    // Lets the library's background tasks run, when nobody holds them; for the first time once
     // recovery has put back what interrupted sessions left.
     void startBackgroundTasks();
 

@@ -1,11 +1,16 @@
 #include "device/orlith/purchase_installer.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <span>
 #include <utility>
 
+#include "common/unique_fd.h"
+#include "device/downloads/media_content.h"
 #include "device/downloads/media_name.h"
 #include "device/korvane/purchases.h"
 #include "platform/media_library_properties.h"
@@ -51,7 +56,8 @@ std::optional<downloads::PreparedItem> PurchaseInstaller::prepare(
         mediaTypeOf(item.kind),
         item.title.empty() ? downloads::nameStem(item.fileName) : item.title,
         downloads::nameExtension(item.fileName),
-        item.isTemporary};
+        item.isTemporary,
+        item.libraryItem};
     const auto track = korvane::findOrMakePurchase(_library, purchase, problem);
     if (track && track->hasFile)
         problem = Error(platform::POSIXErrorDomain, EEXIST,
@@ -68,6 +74,8 @@ std::optional<downloads::PreparedItem> PurchaseInstaller::prepare(
 OptionalError PurchaseInstaller::install(const downloads::DownloadItem& item,
                                          const std::string& stagedPath) {
     const korvane::ActivityLock::Hold hold = _activities.holdForFiles();
+    if (OptionalError error = checkContent(stagedPath))
+        return error;
     const std::string extension = downloads::nameExtension(item.fileName);
     const std::string path =
         fmt::format("{}/{}.{}", PurchasesDirectory, item.libraryItem, extension);
@@ -83,6 +91,24 @@ OptionalError PurchaseInstaller::install(const downloads::DownloadItem& item,
     if (error)
         return error;
     _library.notifyContentsDidChange();
+    return std::nullopt;
+}
+
+// A file that was moved already, by an attempt that was killed, has been checked.
+OptionalError PurchaseInstaller::checkContent(const std::string& stagedPath) {
+    if (!_files.fileExists(stagedPath))
+        return std::nullopt;
+    OptionalError error;
+    const common::UniqueFd file = _files.openFile(stagedPath, O_RDONLY, 0, &error);
+    if (!file)
+        return error;
+    std::array<std::uint8_t, downloads::TellingBytes> head{};
+    const ssize_t size = ::read(file.get(), head.data(), head.size());
+    if (size < 0)
+        return Error::posix(errno);
+    if (!downloads::beginsAsMedia(std::span(head).first(static_cast<std::size_t>(size))))
+        return Error(platform::POSIXErrorDomain, EBADMSG,
+                     "What the address gives is no media file.");
     return std::nullopt;
 }
 

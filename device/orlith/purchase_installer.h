@@ -23,6 +23,7 @@ public:
     void abandon(std::int64_t libraryItem) override;
 
 private:
+    platform::OptionalError checkContent(const std::string& stagedPath);
     platform::OptionalError moveIntoPlace(const std::string& stagedPath, const std::string& path);
 
     korvane::Library& _library;

@@ -24,6 +24,8 @@ constexpr int MostThreads = 64;
 constexpr int LargestMessage = 4 << 20;
 // A pause when the process has no descriptors left for another connection.
 constexpr int NoDescriptorsPause = 100;  // milliseconds
+// How often a daemon that nobody calls looks whether its work is done.
+constexpr int BusyLook = 1000;  // milliseconds
 
 std::unique_ptr<grpc::Server> buildServer(const std::vector<grpc::Service*>& services) {
     grpc::ResourceQuota quota("orlithd");
@@ -67,13 +69,16 @@ Server::~Server() {
     shutDown(std::chrono::milliseconds(0));
 }
 
-Server::Ending Server::serve(int endWhenReadable, std::optional<std::chrono::seconds> idleExit) {
+Server::Ending Server::serve(int endWhenReadable, std::optional<std::chrono::seconds> idleExit,
+                             const std::function<bool()>& isBusy) {
     for (;;) {
         pollfd waiting[] = {
             {_listener.get(), POLLIN, 0}, {_wake.get(), POLLIN, 0}, {endWhenReadable, POLLIN, 0}};
-        const int wait = waitTime(_calls, idleExit);
-        if (wait == 0)
+        int wait = waitTime(_calls, idleExit);
+        if (wait == 0 && !isBusy())
             return Ending::Idle;
+        if (wait == 0)
+            wait = BusyLook;
         if (::poll(waiting, std::size(waiting), wait) < 0 && errno != EINTR)
             throw std::runtime_error("poll failed");
         if (waiting[1].revents != 0 || waiting[2].revents != 0)

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,8 +35,10 @@ public:
     Server& operator=(const Server&) = delete;
 
     // Accepts connections until stop(), until `endWhenReadable` (none: negative) is readable, or
-    // until no call has been answered for so long.
-    Ending serve(int endWhenReadable, std::optional<std::chrono::seconds> idleExit);
+    // until no call has been answered for so long while `isBusy` says no.
+    Ending serve(
+        int endWhenReadable, std::optional<std::chrono::seconds> idleExit,
+        const std::function<bool()>& isBusy = [] { return false; });
     void stop();
     // Ends the calls: those that are not over after `grace` are cut off. Waits for all of them.
     void shutDown(std::chrono::milliseconds grace);

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "host/commands/list_rows.h"
 #include "host/scan/file_names.h"
 #include "link/orlith.pb.h"
 
@@ -16,45 +17,48 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-std::vector<const char*> partNames(std::uint32_t parts) {
-    struct Part {
-        std::uint32_t bit;
-        const char* name;
-    };
-    static constexpr Part known[] = {{link::Transfer::FILE, "file"},
-                                     {link::Transfer::ARTWORK, "artwork"},
-                                     {link::Transfer::KENNING, "kenning"}};
+struct Part {
+    std::uint32_t bit;
+    const char* key;    // in JSON
+    const char* words;  // for people
+};
+constexpr Part Parts[] = {{link::Transfer::FILE, "file", "file"},
+                          {link::Transfer::ARTWORK, "artwork", "cover"},
+                          {link::Transfer::KENNING, "kenning", "recommendation data"}};
+
+std::vector<const char*> namesOf(std::uint32_t parts, const char* Part::*name) {
     std::vector<const char*> names;
-    for (const Part& part : known)
+    for (const Part& part : Parts)
         if ((parts & part.bit) != 0)
-            names.push_back(part.name);
+            names.push_back(part.*name);
     return names;
 }
+
+constexpr std::size_t TitleColumns = 50;
 
 }  // namespace
 
 Json partsJson(std::uint32_t parts) {
     Json names = Json::array();
-    for (const char* name : partNames(parts))
+    for (const char* name : namesOf(parts, &Part::key))
         names.push_back(name);
     return names;
 }
 
 std::string partsText(std::uint32_t parts) {
-    return fmt::format("{}", fmt::join(partNames(parts), " and "));
+    return fmt::format("{}", fmt::join(namesOf(parts, &Part::words), " and "));
 }
 
 Json jsonOf(const link::Asset& asset) {
     return {{"type", "asset"},
             {"identifier", asset.identifier()},
             {"title", asset.pretty_name()},
-            {"asset_type", asset.asset_type()},
             {"parts", partsJson(asset.parts())}};
 }
 
 std::string assetLine(const link::Asset& asset) {
-    return fmt::format("{:<18} {:<12} {}  ({})", partsText(asset.parts()), asset.asset_type(),
-                       displayText(asset.pretty_name()), asset.identifier());
+    return fmt::format("{:<16} {} {}", partsText(asset.parts()),
+                       fitted(displayText(asset.pretty_name()), TitleColumns), asset.identifier());
 }
 
 }  // namespace host

@@ -15,7 +15,7 @@ namespace host {
 nlohmann::ordered_json jsonOf(const orlith::link::Asset& asset);
 std::string assetLine(const orlith::link::Asset& asset);
 
-// Of the bits of an asset's parts: ["file","artwork"], and "file and artwork".
+// Of the bits of an asset's parts: ["file","artwork"], and "file and cover".
 nlohmann::ordered_json partsJson(std::uint32_t parts);
 std::string partsText(std::uint32_t parts);
 

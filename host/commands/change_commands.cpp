@@ -6,6 +6,7 @@
 #include "host/commands/asset_rows.h"
 #include "host/commands/commands.h"
 #include "host/commands/device_question.h"
+#include "host/progress/progress.h"
 #include "host/session/mirror_connection.h"
 #include "link/peer.pb.h"
 
@@ -32,7 +33,8 @@ void showRevision(const link::RevisionReply& reply, const Output& output) {
     output.line(fmt::format("revision {} of library {}", reply.revision(), reply.library_uid()));
     for (const link::PeerRevisions& peer : reply.peers())
         output.line(fmt::format(
-            "library {}: its changes are here up to {}, ours are there up to {}",
+            "met library {}: this device has its changes up to {}, and it has "
+            "ours up to {}",
             peer.library_uid(), peer.received_revision(), peer.acknowledged_revision()));
 }
 
@@ -80,8 +82,10 @@ ExitCode runAssets(const CommonOptions& common) {
         return code;
     if (common.json)
         output.object({{"type", "summary"}, {"assets", count}});
-    else if (count == 0)
-        output.line("nothing is missing");
+    else
+        output.line(count == 0 ? "nothing is missing"
+                               : fmt::format("{} missing; `orlith mirror` brings them",
+                                             plural(count, "item")));
     return code;
 }
 

@@ -2,20 +2,19 @@
 
 namespace host {
 
-CLI::App& CommandSet::add(const char* name, const char* purpose, const char* examples, bool& json,
-                          Run run) {
-    CLI::App* command = _program.add_subcommand(name, purpose);
+CLI::App& CommandSet::add(const CommandText& text, bool& json, Run run) {
+    CLI::App* command = _program.add_subcommand(text.name, text.purpose);
     command->group(_group);
-    command->footer(std::string(examples) + "\n" + ExitCodeHelp);
+    command->footer(std::string(text.examples) + "\n" + exitCodeHelp(text.exitCodes));
     command->add_flag("--json", json, "One JSON object a line, the summary last");
     if (run)
         command->callback([this, run = std::move(run)] { _chosen = run; });
     return *command;
 }
 
-CLI::App& CommandSet::addOnDevice(const char* name, const char* purpose, const char* examples,
-                                  CommonOptions& common, Run run) {
-    CLI::App& command = add(name, purpose, examples, common.json, std::move(run));
+CLI::App& CommandSet::addOnDevice(CommandText text, CommonOptions& common, Run run) {
+    text.exitCodes.push_back(ExitCode::NotFound);
+    CLI::App& command = add(text, common.json, std::move(run));
     command.add_option("--device", common.deviceDirectory, "The device's directory")
         ->required()
         ->type_name("DIR");
@@ -25,7 +24,10 @@ CLI::App& CommandSet::addOnDevice(const char* name, const char* purpose, const c
 CLI::App& CommandSet::addAction(CLI::App& command, const char* name, const char* purpose, Run run) {
     command.require_subcommand(1);
     CLI::App* action = command.add_subcommand(name, purpose);
+    action->group("Actions");
     action->fallthrough();
+    action->footer("\n--device DIR and --json belong to it too; `orlith " + command.get_name() +
+                   " --help` has examples.\n");
     action->callback([this, run = std::move(run)] { _chosen = run; });
     return *action;
 }

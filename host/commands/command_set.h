@@ -7,10 +7,19 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <vector>
 
 #include "host/commands/commands.h"
 
 namespace host {
+
+// What --help says of a command.
+struct CommandText {
+    const char* name;
+    const char* purpose;
+    const char* examples;                  // below its options
+    std::vector<ExitCode> exitCodes = {};  // that it can give beside 0, 1 and 2
+};
 
 class CommandSet {
 public:
@@ -20,11 +29,10 @@ public:
     explicit CommandSet(CLI::App& program) : _program(program) {}
     void beginGroup(const char* group) { _group = group; }
 
-    // A command with --json; `examples` stand below its options in --help.
-    CLI::App& add(const char* name, const char* purpose, const char* examples, bool& json, Run run);
-    // A command on one device, named by --device.
-    CLI::App& addOnDevice(const char* name, const char* purpose, const char* examples,
-                          CommonOptions& common, Run run);
+    // A command with --json.
+    CLI::App& add(const CommandText& text, bool& json, Run run);
+    // A command on one device, named by --device; if that is not there, it is not found.
+    CLI::App& addOnDevice(CommandText text, CommonOptions& common, Run run);
     // One of the things that a command does; the command's own options may come after its.
     CLI::App& addAction(CLI::App& command, const char* name, const char* purpose, Run run);
 

@@ -21,6 +21,8 @@ struct CommonOptions {
 ExitCode runSync(const SyncOptions& options, const CommonOptions& common);
 ExitCode runListTracks(const CommonOptions& common);
 ExitCode runListPlaylists(const CommonOptions& common);
+// Its tracks, in order; named by id or name.
+ExitCode runListPlaylist(const CommonOptions& common, const std::string& playlist);
 ExitCode runStatus(const CommonOptions& common);
 ExitCode runWatch(const CommonOptions& common);
 
@@ -30,6 +32,9 @@ ExitCode runPlayed(const CommonOptions& common, const std::string& track);
 // "field=value" each; understood before the device is asked.
 ExitCode runEdit(const CommonOptions& common, const std::string& track,
                  const std::vector<std::string>& assignments);
+
+// Everywhere: other devices and the host obey.
+ExitCode runDelete(const CommonOptions& common, const std::string& track);
 
 struct PlaylistEdit {
     enum class Action { Create, Add, Remove, Move, Rename, Delete };

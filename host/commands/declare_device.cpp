@@ -8,6 +8,7 @@ constexpr char ListExamples[] = R"(
 Examples:
   orlith list --device ~/player
   orlith list --device ~/player --playlists --json
+  orlith list --device ~/player --playlist "On the road"
 )";
 
 constexpr char StatusExamples[] = R"(
@@ -18,6 +19,7 @@ Example:
 struct ListArguments {
     CommonOptions common;
     bool playlists = false;
+    std::string playlist;
 };
 
 }  // namespace
@@ -25,15 +27,23 @@ struct ListArguments {
 void addDeviceCommands(CommandSet& commands) {
     commands.beginGroup("What is on a device");
     const auto list = std::make_shared<ListArguments>();
-    commands
-        .addOnDevice("list", "Show the tracks of a device", ListExamples, list->common,
-                     [list] {
-                         return list->playlists ? runListPlaylists(list->common)
-                                                : runListTracks(list->common);
-                     })
-        .add_flag("--playlists", list->playlists, "Show its playlists instead");
+    CLI::App& command = commands.addOnDevice(
+        {"list", "Show the tracks of a device", ListExamples}, list->common, [list] {
+            if (list->playlists)
+                return runListPlaylists(list->common);
+            return list->playlist.empty() ? runListTracks(list->common)
+                                          : runListPlaylist(list->common, list->playlist);
+        });
+    CLI::Option* all =
+        command.add_flag("--playlists", list->playlists, "Show its playlists instead");
+    command
+        .add_option(
+            "--playlist", list->playlist,
+            "Show the tracks of this one in its order; its id, or its name when only one has it")
+        ->type_name("PLAYLIST")
+        ->excludes(all);
     const auto status = std::make_shared<CommonOptions>();
-    commands.addOnDevice("status", "Show how a device is", StatusExamples, *status,
+    commands.addOnDevice({"status", "Show how a device is", StatusExamples}, *status,
                          [status] { return runStatus(*status); });
 }
 

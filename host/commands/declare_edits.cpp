@@ -22,16 +22,25 @@ Example:
 constexpr char EditExamples[] = R"(
 All values are set or none. A field without a value ("comment=") loses it.
 
-Fields: title, artist, album, album_artist, composer, genre, comment, grouping, year, disc_number,
-disc_count, track_number, track_count; a device names those that it does not know.
+Fields: title, artist, album, album-artist, composer, genre, comment, grouping, description, year, track,
+track-count, disc, disc-count, bpm, compilation (yes or no), show, season, episode, episode-id,
+sort-title, sort-artist, sort-album, sort-album-artist.
 
 Examples:
   orlith edit --device ~/player "A titel" title="A title"
   orlith edit --device ~/player 123456789 artist="Someone else" year=1994 comment=
 )";
 
+constexpr char DeleteExamples[] = R"(
+The track leaves this device, and every other one at its next mirror run. The file in a host's folder
+stays; the host does not send it again unless --send-removed is given.
+
+Example:
+  orlith delete --device ~/player "A title"
+)";
+
 constexpr char PlaylistExamples[] = R"(
-Positions count from 1, as a list shows them. A track may stand in a playlist more than once.
+Positions count from 1, as `orlith list --playlist NAME` shows them. A track may stand in a playlist more than once.
 
 Examples:
   orlith playlist create --device ~/player "On the road" "First song" "Second song"
@@ -58,7 +67,7 @@ struct PlaylistArguments {
 void addRate(CommandSet& commands) {
     const auto given = std::make_shared<TrackArguments>();
     CLI::App& rate = commands.addOnDevice(
-        "rate", "Rate a track on a device", RateExamples, given->common,
+        {"rate", "Rate a track on a device", RateExamples}, given->common,
         [given] { return runRate(given->common, given->track, given->stars); });
     rate.add_option("TRACK", given->track, TrackHelp)->required();
     rate.add_option("STARS", given->stars, "0 to 5; 0 takes the rating away")
@@ -69,7 +78,7 @@ void addRate(CommandSet& commands) {
 void addPlayed(CommandSet& commands) {
     const auto given = std::make_shared<TrackArguments>();
     commands
-        .addOnDevice("played", "Count a track as played once more", PlayedExamples, given->common,
+        .addOnDevice({"played", "Count a track as played once more", PlayedExamples}, given->common,
                      [given] { return runPlayed(given->common, given->track); })
         .add_option("TRACK", given->track, TrackHelp)
         ->required();
@@ -78,7 +87,7 @@ void addPlayed(CommandSet& commands) {
 void addEdit(CommandSet& commands) {
     const auto given = std::make_shared<TrackArguments>();
     CLI::App& edit = commands.addOnDevice(
-        "edit", "Change what a device says of a track", EditExamples, given->common,
+        {"edit", "Change what a device says of a track", EditExamples}, given->common,
         [given] { return runEdit(given->common, given->track, given->assignments); });
     edit.add_option("TRACK", given->track, TrackHelp)->required();
     edit.add_option("FIELD=VALUE", given->assignments, "What to set; several may be given")
@@ -88,6 +97,15 @@ void addEdit(CommandSet& commands) {
                        ? "\"" + text + "\" is not FIELD=VALUE"
                        : std::string();
         });
+}
+
+void addDelete(CommandSet& commands) {
+    const auto given = std::make_shared<TrackArguments>();
+    commands
+        .addOnDevice({"delete", "Delete a track from a device", DeleteExamples}, given->common,
+                     [given] { return runDelete(given->common, given->track); })
+        .add_option("TRACK", given->track, TrackHelp)
+        ->required();
 }
 
 using Action = PlaylistEdit::Action;
@@ -105,15 +123,20 @@ CLI::App& addPlaylistAction(CommandSet& commands, CLI::App& command, Action acti
     return declared;
 }
 
-CLI::Range positions() {
-    return CLI::Range(std::uint32_t{1}, std::uint32_t{1'000'000'000}, "counted from 1");
-}
+const CLI::Validator Positions(
+    [](std::string& text) {
+        const bool isNumber = text.find_first_not_of("0123456789") == std::string::npos;
+        return isNumber && text.find_first_not_of('0') != std::string::npos
+                   ? std::string()
+                   : "\"" + text + "\" is no position; they count from 1";
+    },
+    "");
 
 void addPlaylist(CommandSet& commands) {
     const auto given = std::make_shared<PlaylistArguments>();
     PlaylistEdit& edit = given->edit;
-    CLI::App& playlist = commands.addOnDevice("playlist", "Make and change playlists on a device",
-                                              PlaylistExamples, given->common, {});
+    CLI::App& playlist = commands.addOnDevice(
+        {"playlist", "Make and change playlists on a device", PlaylistExamples}, given->common, {});
     addPlaylistAction(commands, playlist, Action::Create, "create", "Make a playlist", given,
                       "The new playlist's name")
         .add_option("TRACK", edit.tracks, TracksHelp);
@@ -123,7 +146,7 @@ void addPlaylist(CommandSet& commands) {
     add.add_option("TRACK", edit.tracks, TracksHelp)->required();
     add.add_option("--at", edit.position, "Where the first of them stands; without it: at the end")
         ->type_name("N")
-        ->check(CLI::Range(1u, 1'000'000'000u));
+        ->check(Positions);
 
     CLI::App& remove = addPlaylistAction(commands, playlist, Action::Remove, "remove",
                                          "Take tracks out of a playlist", given);
@@ -131,15 +154,13 @@ void addPlaylist(CommandSet& commands) {
         remove.add_option("TRACK", edit.tracks, "Ids or titles; each goes wherever it stands");
     CLI::Option* at = remove.add_option("--at", edit.position, "The one that stands there instead")
                           ->type_name("N")
-                          ->check(CLI::Range(1u, 1'000'000'000u));
+                          ->check(Positions);
     tracks->excludes(at);
 
     CLI::App& move = addPlaylistAction(commands, playlist, Action::Move, "move",
                                        "Give a track of a playlist another place", given);
-    move.add_option("FROM", edit.position, "Where it stands")
-        ->required()
-        ->check(CLI::Range(1u, 1'000'000'000u));
-    move.add_option("TO", edit.newPosition, "Where it is to stand")->required()->check(positions());
+    move.add_option("FROM", edit.position, "Where it stands")->required()->check(Positions);
+    move.add_option("TO", edit.newPosition, "Where it is to stand")->required()->check(Positions);
 
     addPlaylistAction(commands, playlist, Action::Rename, "rename", "Give a playlist another name",
                       given)
@@ -156,6 +177,7 @@ void addEditCommands(CommandSet& commands) {
     addRate(commands);
     addPlayed(commands);
     addEdit(commands);
+    addDelete(commands);
     addPlaylist(commands);
 }
 

@@ -19,6 +19,8 @@ Examples:
 )";
 
 constexpr char CloudExamples[] = R"(
+`orlith status` shows whether the owner is signed in.
+
 Examples:
   orlith cloud sign-in --device ~/player --with-kenning
   orlith cloud sign-out --device ~/player
@@ -42,8 +44,8 @@ struct CloudArguments {
 void addDownload(CommandSet& commands) {
     const auto given = std::make_shared<DownloadArguments>();
     CLI::App& download = commands.addOnDevice(
-        "download", "Let a device fetch a media file from a store", DownloadExamples, given->common,
-        [given] { return runDownload(given->common, given->options); });
+        {"download", "Let a device fetch a media file from a store", DownloadExamples},
+        given->common, [given] { return runDownload(given->common, given->options); });
     DownloadOptions& options = given->options;
     download.add_option("URL", options.url, "Where the file is")->required();
     CLI::Option* title = download.add_option("--title", options.title, "The new track's title");
@@ -59,7 +61,7 @@ void addDownload(CommandSet& commands) {
 void addDownloads(CommandSet& commands) {
     const auto given = std::make_shared<DownloadsArguments>();
     commands
-        .addOnDevice("downloads", "Show what a device is fetching", DownloadsExamples,
+        .addOnDevice({"downloads", "Show what a device is fetching", DownloadsExamples},
                      given->common,
                      [given] {
                          return given->cancel ? runCancelDownload(given->common, *given->cancel)
@@ -71,8 +73,9 @@ void addDownloads(CommandSet& commands) {
 
 void addCloud(CommandSet& commands) {
     const auto given = std::make_shared<CloudArguments>();
-    CLI::App& cloud = commands.addOnDevice("cloud", "Sign a device's owner in to the cloud library",
-                                           CloudExamples, given->common, {});
+    CLI::App& cloud = commands.addOnDevice(
+        {"cloud", "Sign a device's owner in to the cloud library", CloudExamples}, given->common,
+        {});
     commands
         .addAction(cloud, "sign-in", "The owner signs in",
                    [given] { return runCloudSignIn(given->common, given->withKenning); })

@@ -1,3 +1,5 @@
+#include <sstream>
+
 #include "host/commands/command_set.h"
 #include "host/scan/media_kind.h"
 
@@ -22,7 +24,8 @@ Example:
 )";
 
 constexpr char RevisionExamples[] = R"(
-The token names the library that the revision counts for; with another token revisions start anew.
+A revision counts the changes of one library, which has a name of its own; with another name revisions
+start anew. `orlith export --after` takes a revision.
 
 Example:
   orlith revision --device ~/player
@@ -35,6 +38,22 @@ and the next mirror run brings them again.
 Example:
   orlith reset-changes --device ~/spare
 )";
+
+// The kinds' names, a few a line, below the option's first words.
+std::string kindLines() {
+    constexpr std::size_t Longest = 60;
+    std::string text;
+    std::string line = "There are";
+    std::istringstream names(mediaTypeNames());
+    for (std::string name; names >> name;) {
+        if (line.size() + name.size() >= Longest) {
+            text += line + "\n";
+            line.clear();
+        }
+        line += line.empty() ? name : " " + name;
+    }
+    return text + line;
+}
 
 // Names with commas between them, as bits.
 CLI::Option* addKinds(CLI::App& command, std::uint32_t& mediaTypes) {
@@ -53,8 +72,9 @@ CLI::Option* addKinds(CLI::App& command, std::uint32_t& mediaTypes) {
     return command
         .add_option_function<std::vector<std::string>>(
             "--kinds", understand,
-            "Only these kinds, with commas between: " + mediaTypeNames() +
-                ". The others come when a later run asks for them")
+            "Only these kinds, with commas between; the others come when a later run asks for "
+            "them.\n" +
+                kindLines())
         ->delimiter(',')
         ->allow_extra_args(false)
         ->type_name("KIND,...")
@@ -63,9 +83,12 @@ CLI::Option* addKinds(CLI::App& command, std::uint32_t& mediaTypes) {
 
 void addMirror(CommandSet& commands) {
     const auto given = std::make_shared<MirrorOptions>();
-    CLI::App& mirror =
-        commands.add("mirror", "Bring a device up to date from another one", MirrorExamples,
-                     given->json, [given] { return runMirror(*given); });
+    CLI::App& mirror = commands.add({"mirror",
+                                     "Bring a device up to date from another one",
+                                     MirrorExamples,
+                                     {ExitCode::PartlyDone, ExitCode::NotFound, ExitCode::Busy,
+                                      ExitCode::NoSpace, ExitCode::Interrupted}},
+                                    given->json, [given] { return runMirror(*given); });
     mirror.add_option("--from", given->from, "The device to take from")
         ->required()
         ->type_name("DIR");
@@ -73,7 +96,8 @@ void addMirror(CommandSet& commands) {
         ->required()
         ->type_name("DIR");
     addKinds(mirror, given->mediaTypes);
-    mirror.add_flag("--follow", given->follow, "Go on with each change, until Ctrl-C");
+    mirror.add_flag("--follow", given->follow,
+                    "Go on with each change, until Ctrl-C (exit code 130)");
 }
 
 }  // namespace
@@ -82,12 +106,16 @@ void addMirrorCommands(CommandSet& commands) {
     commands.beginGroup("Devices among each other");
     addMirror(commands);
     const auto given = std::make_shared<CommonOptions>();
-    commands.addOnDevice("assets", "Show what a device still wants from another one",
-                         AssetsExamples, *given, [given] { return runAssets(*given); });
-    commands.addOnDevice("revision", "Show how far a device's library has changed",
-                         RevisionExamples, *given, [given] { return runRevision(*given); });
-    commands.addOnDevice("reset-changes", "Take away what other devices have brought in",
-                         ResetExamples, *given, [given] { return runResetChanges(*given); });
+    commands.addOnDevice({"assets", "Show which files and covers a device lacks", AssetsExamples},
+                         *given, [given] { return runAssets(*given); });
+    commands.addOnDevice(
+        {"revision", "Show how far a device's library has changed", RevisionExamples}, *given,
+        [given] { return runRevision(*given); });
+    commands.addOnDevice({"reset-changes",
+                          "Take away what other devices have brought in",
+                          ResetExamples,
+                          {ExitCode::Busy}},
+                         *given, [given] { return runResetChanges(*given); });
 }
 
 }  // namespace host

@@ -23,8 +23,12 @@ struct SyncArguments {
 
 void addSync(CommandSet& commands) {
     const auto given = std::make_shared<SyncArguments>();
-    CLI::App& sync = commands.addOnDevice("sync", "Bring a device's library in line with a folder",
-                                          SyncExamples, given->common, [given] {
+    CLI::App& sync = commands.addOnDevice({"sync",
+                                           "Bring a device's library in line with a folder",
+                                           SyncExamples,
+                                           {ExitCode::PartlyDone, ExitCode::Busy, ExitCode::NoSpace,
+                                            ExitCode::DeleteGuard, ExitCode::Interrupted}},
+                                          given->common, [given] {
                                               given->sync.deviceDirectory =
                                                   given->common.deviceDirectory;
                                               return runSync(given->sync, given->common);
@@ -61,7 +65,10 @@ void addSyncCommands(CommandSet& commands) {
     commands.beginGroup("A folder and a device");
     addSync(commands);
     const auto watch = std::make_shared<CommonOptions>();
-    commands.addOnDevice("watch", "Follow a running sync from another terminal", WatchExamples,
+    commands.addOnDevice({"watch",
+                          "Follow a running sync from another terminal",
+                          WatchExamples,
+                          {ExitCode::Interrupted}},
                          *watch, [watch] { return runWatch(*watch); });
 }
 

@@ -1,6 +1,7 @@
 #include "host/commands/device_question.h"
 
 #include "host/session/device_connection.h"
+#include "host/session/device_directory.h"
 #include "host/session/mirror_connection.h"
 
 namespace host {
@@ -11,8 +12,10 @@ using platform::OptionalError;
 
 template <typename Connection>
 ExitCode ask(const std::string& deviceDirectory, const Output& output,
-             const std::function<OptionalError(Connection&)>& question) {
+             const std::function<OptionalError(Connection&)>& question, bool mayBeMade = false) {
     OptionalError error;
+    if (!mayBeMade && existingDevice(deviceDirectory, error).empty())
+        return outcomeOf(error, output);
     const auto connection = Connection::open(deviceDirectory, &error);
     if (connection)
         error = question(*connection);
@@ -29,6 +32,11 @@ ExitCode askDevice(const std::string& deviceDirectory, const Output& output,
 ExitCode askMirror(const std::string& deviceDirectory, const Output& output,
                    const std::function<OptionalError(MirrorConnection&)>& question) {
     return ask<MirrorConnection>(deviceDirectory, output, question);
+}
+
+ExitCode askNewMirror(const std::string& deviceDirectory, const Output& output,
+                      const std::function<OptionalError(MirrorConnection&)>& question) {
+    return ask<MirrorConnection>(deviceDirectory, output, question, true);
 }
 
 ExitCode outcomeOf(const OptionalError& error, const Output& output) {

@@ -1,4 +1,4 @@
-// Purpose: asks a device one thing, and tells what went wrong.
+// Purpose: asks a device that is there one thing, and tells what went wrong.
 // Thread: the main thread.
 // Failure: told through the output; the exit code follows the error.
 #pragma once
@@ -19,6 +19,10 @@ ExitCode askDevice(const std::string& deviceDirectory, const Output& output,
                    const std::function<platform::OptionalError(DeviceConnection&)>& question);
 ExitCode askMirror(const std::string& deviceDirectory, const Output& output,
                    const std::function<platform::OptionalError(MirrorConnection&)>& question);
+
+// The device is made when it is missing.
+ExitCode askNewMirror(const std::string& deviceDirectory, const Output& output,
+                      const std::function<platform::OptionalError(MirrorConnection&)>& question);
 
 // Done, or the error told.
 ExitCode outcomeOf(const platform::OptionalError& error, const Output& output);

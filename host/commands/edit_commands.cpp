@@ -1,13 +1,11 @@
-#include <fmt/format.h>
-
-#include <algorithm>
 #include <functional>
 #include <nlohmann/json.hpp>
 
 #include "host/commands/commands.h"
 #include "host/commands/edit_outcome.h"
+#include "host/progress/progress.h"
 #include "host/session/device_connection.h"
-#include "link/orlith.pb.h"
+#include "link/owner.pb.h"
 
 namespace host {
 
@@ -26,17 +24,14 @@ nlohmann::ordered_json summaryOf(const link::EditReply& reply) {
             {"revision", std::to_string(reply.revision())}};
 }
 
-// People write "album-artist" where the device says "album_artist".
 link::EditTrackRequest requestOf(const std::string& track,
                                  const std::vector<std::string>& assignments) {
     link::EditTrackRequest request;
     request.set_track(track);
     for (const std::string& assignment : assignments) {
         const std::size_t equals = assignment.find('=');
-        std::string field = assignment.substr(0, equals);
-        std::replace(field.begin(), field.end(), '-', '_');
         link::FieldValue& value = *request.add_fields();
-        value.set_field(field);
+        value.set_field(assignment.substr(0, equals));
         value.set_value(assignment.substr(equals + 1));
     }
     return request;
@@ -45,8 +40,7 @@ link::EditTrackRequest requestOf(const std::string& track,
 }  // namespace
 
 ExitCode runRate(const CommonOptions& common, const std::string& track, std::uint32_t stars) {
-    const std::string done =
-        stars == 0 ? "no rating" : fmt::format("{} star{}", stars, stars == 1 ? "" : "s");
+    const std::string done = stars == 0 ? "no rating" : plural(stars, "star");
     return editDevice(common, done, editOf, [&](DeviceConnection& device, link::EditReply& reply) {
         return device.rate(track, stars, reply);
     });
@@ -65,6 +59,13 @@ ExitCode runEdit(const CommonOptions& common, const std::string& track,
     return editDevice(common, "changed", summaryOf,
                       [&](DeviceConnection& device, link::EditReply& reply) {
                           return device.editTrack(request, reply);
+                      });
+}
+
+ExitCode runDelete(const CommonOptions& common, const std::string& track) {
+    return editDevice(common, "deleted", summaryOf,
+                      [&](DeviceConnection& device, link::EditReply& reply) {
+                          return device.deleteTrack(track, reply);
                       });
 }
 

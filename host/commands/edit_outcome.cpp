@@ -7,7 +7,6 @@
 #include "host/commands/device_question.h"
 #include "host/scan/file_names.h"
 #include "host/session/device_connection.h"
-#include "host/session/link_error.h"
 #include "link/orlith.pb.h"
 
 namespace host {
@@ -23,10 +22,7 @@ ExitCode editDevice(
     const Output output(common.json);
     link::EditReply reply;
     const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
-        OptionalError error = change(device, reply);
-        if (error && error->domain == LibraryErrorDomain && error->code == LibraryErrorRefused)
-            error = platform::Error(LinkErrorDomain, LinkErrorNotFound, error->text());
-        return error;
+        return change(device, reply);
     });
     if (code != ExitCode::Done)
         return code;

@@ -3,6 +3,9 @@
 // Failure: none.
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "platform/errors.h"
 
 namespace host {
@@ -22,17 +25,9 @@ enum class ExitCode : int {
 
 ExitCode exitCodeOf(const platform::Error& error);
 
-// As `--help` shows them.
-inline constexpr const char* ExitCodeHelp =
-    "Exit codes:\n"
-    "  0    all done\n"
-    "  1    something else went wrong\n"
-    "  2    the command was not understood\n"
-    "  3    done, but some items failed; they are listed\n"
-    "  10   folder, file, device or track not found\n"
-    "  11   a device or the folder is busy with another run\n"
-    "  13   too little space\n"
-    "  14   stopped by the delete guard; nothing was changed\n"
-    "  130  interrupted\n";
+// As `--help` shows them: of a command that can give these, beside 0, 1 and 2, which all can.
+std::string exitCodeHelp(const std::vector<ExitCode>& further);
+// Of the whole program.
+std::string exitCodeHelp();
 
 }  // namespace host

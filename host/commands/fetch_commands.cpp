@@ -7,7 +7,7 @@
 #include "host/progress/progress.h"
 #include "host/scan/file_names.h"
 #include "host/session/device_connection.h"
-#include "link/orlith.pb.h"
+#include "link/owner.pb.h"
 
 namespace host {
 
@@ -41,10 +41,11 @@ Json jsonOf(const link::DownloadRow& row) {
 }
 
 std::string lineOf(const link::DownloadRow& row) {
-    std::string text = fmt::format("{:>4}  {:<12} {}", row.download(), displayText(row.phase()),
+    std::string text = fmt::format("{:>14}  {:<12} {}", row.download(), displayText(row.phase()),
                                    displayText(row.title().empty() ? row.url() : row.title()));
     if (row.size() > 0)
-        text += fmt::format(", {} of {}", formatBytes(row.bytes()), formatBytes(row.size()));
+        text += fmt::format(", {} of {} ({} %)", formatBytes(row.bytes()), formatBytes(row.size()),
+                            row.bytes() * 100 / row.size());
     else if (row.bytes() > 0)
         text += ", " + formatBytes(row.bytes());
     if (!row.failure().empty())

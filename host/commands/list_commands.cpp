@@ -1,22 +1,82 @@
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
+#include <unordered_map>
 
 #include "host/commands/commands.h"
 #include "host/commands/device_question.h"
 #include "host/commands/list_rows.h"
 #include "host/commands/output.h"
-#include "host/progress/progress.h"
 #include "host/scan/file_names.h"
 #include "host/session/device_connection.h"
-#include "link/orlith.pb.h"
+#include "host/session/link_error.h"
+#include "link/owner.pb.h"
 
 namespace host {
 
 namespace link = ::orlith::link;
 
 using platform::OptionalError;
+
+namespace {
+
+// A long playlist comes in several rows, one after another.
+OptionalError readPlaylists(DeviceConnection& device, std::vector<link::PlaylistRow>& playlists) {
+    return device.listPlaylists([&](const link::PlaylistRow& row) {
+        if (!playlists.empty() && playlists.back().persistent_id() == row.persistent_id())
+            playlists.back().mutable_tracks()->MergeFrom(row.tracks());
+        else
+            playlists.push_back(row);
+    });
+}
+
+platform::Error notFound(const std::string& text) {
+    return platform::Error(LinkErrorDomain, LinkErrorNotFound, text);
+}
+
+// `name` is an id, or a name that only one has.
+OptionalError choosePlaylist(const std::vector<link::PlaylistRow>& playlists,
+                             const std::string& name, const link::PlaylistRow*& chosen) {
+    chosen = nullptr;
+    for (const link::PlaylistRow& playlist : playlists) {
+        if (std::to_string(playlist.persistent_id()) == name) {
+            chosen = &playlist;
+            return std::nullopt;
+        }
+        if (playlist.name() != name)
+            continue;
+        if (chosen != nullptr)
+            return notFound(fmt::format("several playlists are called \"{}\"; name one by its id",
+                                        displayText(name)));
+        chosen = &playlist;
+    }
+    if (chosen == nullptr)
+        return notFound(fmt::format("there is no playlist \"{}\"", displayText(name)));
+    return std::nullopt;
+}
+
+// The tracks of a playlist in its order.
+OptionalError readPlaylist(DeviceConnection& device, const std::string& name,
+                           std::vector<link::TrackRow>& rows) {
+    std::vector<link::PlaylistRow> playlists;
+    if (auto error = readPlaylists(device, playlists))
+        return error;
+    const link::PlaylistRow* playlist = nullptr;
+    if (auto error = choosePlaylist(playlists, name, playlist))
+        return error;
+    std::unordered_map<std::int64_t, link::TrackRow> tracks;
+    for (const std::int64_t id : playlist->tracks())
+        tracks.try_emplace(id);
+    OptionalError error = device.listTracks([&](const link::TrackRow& row) {
+        if (const auto found = tracks.find(row.persistent_id()); found != tracks.end())
+            found->second = row;
+    });
+    for (const std::int64_t id : playlist->tracks())
+        rows.push_back(tracks[id]);
+    return error;
+}
+
+}  // namespace
 
 ExitCode runListTracks(const CommonOptions& common) {
     const Output output(common.json);
@@ -43,30 +103,39 @@ ExitCode runListTracks(const CommonOptions& common) {
 
 ExitCode runListPlaylists(const CommonOptions& common) {
     const Output output(common.json);
-    // A long playlist comes in several rows, one after another.
     std::vector<link::PlaylistRow> playlists;
     const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
-        return device.listPlaylists([&](const link::PlaylistRow& row) {
-            if (!playlists.empty() && playlists.back().persistent_id() == row.persistent_id())
-                playlists.back().mutable_tracks()->MergeFrom(row.tracks());
-            else
-                playlists.push_back(row);
-        });
+        return readPlaylists(device, playlists);
     });
     if (code != ExitCode::Done)
         return code;
-    for (const link::PlaylistRow& playlist : playlists) {
-        if (common.json)
+    if (common.json) {
+        for (const link::PlaylistRow& playlist : playlists)
             output.object(jsonOf(playlist));
-        else
-            output.line(fmt::format("{:>6} tracks  {}{}", playlist.tracks_size(),
-                                    displayText(playlist.name()),
-                                    playlist.smart() ? "  (smart)" : ""));
-    }
-    if (common.json)
         output.object({{"type", "summary"}, {"playlists", playlists.size()}});
-    else if (playlists.empty())
-        output.line("no playlists");
+    } else {
+        for (const std::string& line : playlistTable(playlists))
+            output.line(line);
+    }
+    return code;
+}
+
+ExitCode runListPlaylist(const CommonOptions& common, const std::string& name) {
+    const Output output(common.json);
+    std::vector<link::TrackRow> rows;
+    const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
+        return readPlaylist(device, name, rows);
+    });
+    if (code != ExitCode::Done)
+        return code;
+    if (common.json) {
+        for (const link::TrackRow& row : rows)
+            output.object(jsonOf(row));
+        output.object({{"type", "summary"}, {"tracks", rows.size()}});
+    } else {
+        for (const std::string& line : trackTable(rows, true))
+            output.line(line);
+    }
     return code;
 }
 
@@ -77,10 +146,13 @@ ExitCode runStatus(const CommonOptions& common) {
                          link::StatusReply status;
                          if (auto error = device.status(status))
                              return error;
+                         link::CloudReply cloud;
+                         if (auto error = device.cloudState(cloud))
+                             return error;
                          if (common.json)
-                             output.object(jsonOf(status));
+                             output.object(jsonOf(status, cloud));
                          else
-                             for (const std::string& line : statusLines(status))
+                             for (const std::string& line : statusLines(status, cloud))
                                  output.line(line);
                          return std::nullopt;
                      });

@@ -9,7 +9,7 @@
 
 #include "host/progress/progress.h"
 #include "host/scan/file_names.h"
-#include "link/orlith.pb.h"
+#include "link/owner.pb.h"
 
 namespace host {
 
@@ -83,6 +83,7 @@ std::string stars(std::uint32_t rating) {
 constexpr std::size_t TitleColumns = 30;
 constexpr std::size_t ArtistColumns = 20;
 constexpr std::size_t AlbumColumns = 22;
+constexpr std::size_t PlaylistColumns = 40;
 
 std::string trackLine(const std::string& title, const std::string& artist, const std::string& album,
                       const std::string& kind, const std::string& size, const std::string& plays,
@@ -118,10 +119,14 @@ Json jsonOf(const link::PlaylistRow& row) {
     Json tracks = Json::array();
     for (const std::int64_t track : row.tracks())
         tracks.push_back(idText(track));
-    return {{"type", "playlist"}, {"name", row.name()}, {"smart", row.smart()}, {"tracks", tracks}};
+    return {{"type", "playlist"},
+            {"persistent_id", idText(row.persistent_id())},
+            {"name", row.name()},
+            {"smart", row.smart()},
+            {"tracks", tracks}};
 }
 
-Json jsonOf(const link::StatusReply& status) {
+Json jsonOf(const link::StatusReply& status, const link::CloudReply& cloud) {
     return {{"type", "status"},
             {"library_uid", status.library_uid()},
             {"revision", status.revision()},
@@ -129,7 +134,9 @@ Json jsonOf(const link::StatusReply& status) {
             {"tracks", status.tracks()},
             {"playlists", status.playlists()},
             {"missing_files", status.missing_files()},
-            {"background_suppressed", status.background_suppressed()}};
+            {"background_suppressed", status.background_suppressed()},
+            {"cloud_signed_in", cloud.signed_in()},
+            {"cloud_kenning", cloud.has_kenning_data()}};
 }
 
 std::string fitted(const std::string& text, std::size_t columns) {
@@ -149,42 +156,67 @@ std::string fitted(const std::string& text, std::size_t columns) {
     return cut + "…" + std::string(columns - 1 - used, ' ');
 }
 
-std::vector<std::string> trackTable(const std::vector<link::TrackRow>& rows) {
+std::vector<std::string> trackTable(const std::vector<link::TrackRow>& rows, bool isNumbered) {
     if (rows.empty())
         return {"no tracks"};
-    std::vector<std::string> lines{
-        trackLine("TITLE", "ARTIST", "ALBUM", "KIND", "SIZE", "PLAYS", "STARS", "ID")};
+    const auto number = [&](const std::string& text) {
+        return isNumbered ? fmt::format("{:>4}  ", text) : std::string();
+    };
+    std::vector<std::string> lines{number("#") + trackLine("TITLE", "ARTIST", "ALBUM", "KIND",
+                                                           "SIZE", "PLAYS", "STARS", "ID")};
     std::uint64_t bytes = 0;
     std::size_t missing = 0;
     for (const link::TrackRow& row : rows) {
         missing += !row.has_path();
         bytes += row.has_path() ? row.size() : 0;
-        lines.push_back(trackLine(
-            displayText(row.title()), displayText(row.artist()), displayText(row.album()),
-            assetTypeOf(row), row.has_path() ? formatBytes(row.size()) : "no file",
-            std::to_string(row.play_count()), stars(row.rating()), idText(row.persistent_id())));
+        lines.push_back(number(std::to_string(lines.size())) +
+                        trackLine(displayText(row.title()), displayText(row.artist()),
+                                  displayText(row.album()), assetTypeOf(row),
+                                  row.has_path() ? formatBytes(row.size()) : "no file",
+                                  std::to_string(row.play_count()), stars(row.rating()),
+                                  idText(row.persistent_id())));
     }
-    std::string total = fmt::format("{} tracks, {}", rows.size(), formatBytes(bytes));
+    std::string total = fmt::format("{}, {}", plural(rows.size(), "track"), formatBytes(bytes));
     if (missing > 0)
         total += fmt::format(", {} without their file", missing);
     lines.push_back(std::move(total));
     return lines;
 }
 
-std::vector<std::string> statusLines(const link::StatusReply& status) {
+std::vector<std::string> playlistTable(const std::vector<link::PlaylistRow>& rows) {
+    if (rows.empty())
+        return {"no playlists"};
+    const auto line = [](const std::string& name, const std::string& tracks,
+                         const std::string& kind, const std::string& id) {
+        return fmt::format("{} {:>7}  {:<5}  {}", fitted(name, PlaylistColumns), tracks, kind, id);
+    };
+    std::vector<std::string> lines{line("NAME", "TRACKS", "KIND", "ID")};
+    for (const link::PlaylistRow& row : rows)
+        lines.push_back(line(displayText(row.name()), std::to_string(row.tracks_size()),
+                             row.smart() ? "smart" : "plain", idText(row.persistent_id())));
+    lines.push_back(plural(rows.size(), "playlist"));
+    return lines;
+}
+
+std::vector<std::string> statusLines(const link::StatusReply& status,
+                                     const link::CloudReply& cloud) {
     std::vector<std::string> lines;
-    lines.push_back(fmt::format(
-        "{} track{} and {} playlist{}; {} free", status.tracks(), status.tracks() == 1 ? "" : "s",
-        status.playlists(), status.playlists() == 1 ? "" : "s", formatBytes(status.free_bytes())));
+    lines.push_back(fmt::format("{} and {}; {} free", plural(status.tracks(), "track"),
+                                plural(status.playlists(), "playlist"),
+                                formatBytes(status.free_bytes())));
+    if (status.missing_files() > 0)
+        lines.push_back(fmt::format("incomplete: {} still to come; sync or mirror again",
+                                    plural(status.missing_files(), "file")));
+    else if (status.tracks() > 0)
+        lines.emplace_back("complete: every track has its file");
     if (status.anchor() == "0")
         lines.emplace_back("no host has synced this device yet");
-    else if (status.missing_files() == 0)
-        lines.emplace_back("complete: every track of the host has its file");
-    else
-        lines.push_back(fmt::format("incomplete: {} files are still to come; sync again",
-                                    status.missing_files()));
+    if (cloud.signed_in())
+        lines.push_back(
+            fmt::format("signed in to the cloud library{}",
+                        cloud.has_kenning_data() ? ", which has recommendation data" : ""));
     if (!status.session_owner().empty())
-        lines.push_back("a sync is running: " + displayText(status.session_owner()));
+        lines.push_back("busy with " + displayText(status.session_owner()));
     else if (status.background_suppressed())
         lines.emplace_back("background tasks are on hold");
     if (!status.last_result().empty())

@@ -8,6 +8,7 @@
 #include <vector>
 
 namespace orlith::link {
+class CloudReply;
 class PlaylistRow;
 class StatusReply;
 class TrackRow;
@@ -17,11 +18,16 @@ namespace host {
 
 nlohmann::ordered_json jsonOf(const orlith::link::TrackRow& row);
 nlohmann::ordered_json jsonOf(const orlith::link::PlaylistRow& row);
-nlohmann::ordered_json jsonOf(const orlith::link::StatusReply& status);
+nlohmann::ordered_json jsonOf(const orlith::link::StatusReply& status,
+                              const orlith::link::CloudReply& cloud);
 
-// A heading and one line a track, columns aligned, and a line with the total.
-std::vector<std::string> trackTable(const std::vector<orlith::link::TrackRow>& rows);
-std::vector<std::string> statusLines(const orlith::link::StatusReply& status);
+// A heading and one line a track, columns aligned, and a line with the total. `isNumbered` counts
+// the lines from 1.
+std::vector<std::string> trackTable(const std::vector<orlith::link::TrackRow>& rows,
+                                    bool isNumbered = false);
+std::vector<std::string> playlistTable(const std::vector<orlith::link::PlaylistRow>& rows);
+std::vector<std::string> statusLines(const orlith::link::StatusReply& status,
+                                     const orlith::link::CloudReply& cloud);
 
 // `text` cut or filled up to a number of terminal columns.
 std::string fitted(const std::string& text, std::size_t columns);

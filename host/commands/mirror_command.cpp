@@ -1,4 +1,3 @@
-#include <fmt/format.h>
 #include <grpcpp/channel.h>
 #include <unistd.h>
 
@@ -7,36 +6,23 @@
 #include "host/commands/commands.h"
 #include "host/commands/interrupts.h"
 #include "host/commands/mirror_report.h"
-#include "host/scan/file_names.h"
 #include "host/session/call_cancellation.h"
 #include "host/session/device_channel.h"
-#include "host/session/link_error.h"
+#include "host/session/device_directory.h"
 #include "host/session/mirror_connection.h"
 #include "link/peer.pb.h"
 
 namespace host {
 
 namespace link = ::orlith::link;
-namespace fs = std::filesystem;
 
 namespace {
 
 using platform::OptionalError;
 
-// The real path of the first device. A name that is mistyped must not make a new, empty device.
-std::string firstDevice(const std::string& directory, OptionalError& error) {
-    std::error_code failed;
-    const fs::path path = fs::canonical(directory, failed);
-    if (!failed && fs::is_directory(path / "var", failed))
-        return path.string();
-    error = platform::Error(LinkErrorDomain, LinkErrorNotFound,
-                            fmt::format("{}: there is no device", displayText(directory)));
-    return {};
-}
-
 bool isSame(const std::string& one, const std::string& other) {
     std::error_code ignored;
-    return fs::equivalent(one, other, ignored);
+    return std::filesystem::equivalent(one, other, ignored);
 }
 
 // The first device's daemon is started here, so that what is wrong with it is told plainly.
@@ -44,7 +30,7 @@ OptionalError mirror(const MirrorOptions& options, MirrorReport& report,
                      CallCancellation& cancellation) {
     OptionalError error;
     link::MirrorRequest request;
-    request.set_from_directory(firstDevice(options.from, error));
+    request.set_from_directory(existingDevice(options.from, error));
     request.set_media_types(options.mediaTypes);
     request.set_follow(options.follow);
     if (error)

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "host/commands/asset_rows.h"
@@ -17,10 +18,6 @@ namespace {
 
 // A large library whose first device is gone has as many failures as files.
 constexpr std::size_t MostFailuresInWords = 1000;
-
-std::string plural(std::uint64_t count, const char* noun) {
-    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
-}
 
 const char* nameOf(link::MirrorProgress::Phase phase) {
     switch (phase) {
@@ -45,19 +42,36 @@ bool changedNothing(const link::MirrorSummary& summary) {
            0;
 }
 
-std::string textOf(const link::MirrorSummary& summary) {
+// "3 tracks and 1 playlist", without what there is none of; "" for nothing.
+std::string pair(std::uint64_t first, const char* firstNoun, std::uint64_t second,
+                 const char* secondNoun) {
+    std::vector<std::string> parts;
+    if (first > 0)
+        parts.push_back(plural(first, firstNoun));
+    if (second > 0)
+        parts.push_back(plural(second, secondNoun));
+    return fmt::format("{}", fmt::join(parts, " and "));
+}
+
+// `files`: how many of the assets are files and not covers alone.
+std::string textOf(const link::MirrorSummary& summary, std::uint64_t files) {
     if (changedNothing(summary))
         return fmt::format("nothing to do: up to date with revision {}", summary.to_revision());
-    std::string text = fmt::format("{} and {} changed", plural(summary.tracks_changed(), "track"),
-                                   plural(summary.playlists_changed(), "playlist"));
-    if (summary.tracks_deleted() + summary.playlists_deleted() > 0)
-        text += fmt::format(", {} and {} deleted", plural(summary.tracks_deleted(), "track"),
-                            plural(summary.playlists_deleted(), "playlist"));
-    text += fmt::format(", {} fetched ({})", plural(summary.assets(), "file"),
-                        formatBytes(summary.bytes()));
+    std::vector<std::string> parts;
+    const auto changes =
+        pair(summary.tracks_changed(), "track", summary.playlists_changed(), "playlist");
+    if (!changes.empty())
+        parts.push_back(changes + " changed");
+    const auto deletions =
+        pair(summary.tracks_deleted(), "track", summary.playlists_deleted(), "playlist");
+    if (!deletions.empty())
+        parts.push_back(deletions + " deleted");
+    const auto fetched = pair(files, "file", summary.assets() - files, "cover");
+    if (!fetched.empty())
+        parts.push_back(fmt::format("{} fetched ({})", fetched, formatBytes(summary.bytes())));
     if (summary.failed() > 0)
-        text += fmt::format(", {} failed", summary.failed());
-    return text;
+        parts.push_back(fmt::format("{} failed", summary.failed()));
+    return fmt::format("{}", fmt::join(parts, ", "));
 }
 
 std::string failureText(const link::MirrorAsset& asset) {
@@ -118,7 +132,7 @@ void MirrorReport::take(const link::MirrorEvent& event) {
         case link::MirrorEvent::kAsset:
             return takeAsset(event.asset());
         case link::MirrorEvent::kWaiting:
-            _progress.message("waiting: " + displayText(event.waiting().reason()));
+            _progress.phase("waiting: " + displayText(event.waiting().reason()));
             if (_output.isJson())
                 _output.object({{"type", "waiting"}, {"reason", event.waiting().reason()}});
             return;
@@ -132,7 +146,7 @@ void MirrorReport::take(const link::MirrorEvent& event) {
 void MirrorReport::end() {
     _progress.finish();
     showFailures();
-    if (!_output.isJson() || _summaryIsLast)
+    if (_summaryIsLast || (!_output.isJson() && _session.assets == 0))
         return;
     link::MirrorSummary soFar;
     soFar.set_assets(_session.assets);
@@ -140,7 +154,10 @@ void MirrorReport::end() {
     soFar.set_bytes(_session.bytes);
     soFar.set_from_revision(_session.fromRevision);
     soFar.set_to_revision(_session.fromRevision);
-    _output.object(jsonOf(soFar));
+    if (_output.isJson())
+        _output.object(jsonOf(soFar));
+    else
+        _output.line(textOf(soFar, _session.files) + "; the next run goes on from here");
 }
 
 void MirrorReport::start(const link::MirrorStarted& started) {
@@ -171,6 +188,7 @@ void MirrorReport::showProgress(const link::MirrorProgress& step) {
 void MirrorReport::takeAsset(const link::MirrorAsset& asset) {
     if (asset.success()) {
         ++_session.assets;
+        _session.files += (asset.parts() & link::Transfer::FILE) != 0;
         _session.bytes += asset.size();
     } else {
         ++_session.failed;
@@ -186,13 +204,14 @@ void MirrorReport::showSummary(const link::MirrorSummary& summary) {
     _progress.finish();
     showFailures();
     _anyFailed = _anyFailed || summary.failed() > 0;
+    const std::string text = textOf(summary, std::min(_session.files, summary.assets()));
     _session = {};
     _session.fromRevision = summary.to_revision();
     _summaryIsLast = true;
     if (_output.isJson())
         _output.object(jsonOf(summary));
     else
-        _output.line(textOf(summary));
+        _output.line(text);
 }
 
 void MirrorReport::showFailures() {

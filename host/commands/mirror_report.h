@@ -54,6 +54,7 @@ private:
         std::int64_t fromRevision = 0;
         bool fetching = false;
         std::uint64_t assets = 0;
+        std::uint64_t files = 0;  // of the assets; the others are covers alone
         std::uint64_t bytes = 0;
         std::uint64_t failed = 0;
         std::vector<std::string> failures;  // in words; the first few

@@ -5,9 +5,9 @@
 #include "host/commands/commands.h"
 #include "host/commands/edit_outcome.h"
 #include "host/commands/output.h"
-#include "host/scan/file_names.h"
+#include "host/progress/progress.h"
 #include "host/session/device_connection.h"
-#include "link/orlith.pb.h"
+#include "link/owner.pb.h"
 
 namespace host {
 
@@ -49,23 +49,20 @@ Request requestOf(const PlaylistEdit& edit) {
     return request;
 }
 
-std::string tracksText(std::size_t count) {
-    return fmt::format("{} track{}", count, count == 1 ? "" : "s");
-}
-
 std::string doneText(const PlaylistEdit& edit) {
     switch (edit.action) {
         case Action::Create:
-            return "made, with " + tracksText(edit.tracks.size());
+            return edit.tracks.empty() ? "made"
+                                       : "made, with " + plural(edit.tracks.size(), "track");
         case Action::Add:
-            return tracksText(edit.tracks.size()) + " added";
+            return plural(edit.tracks.size(), "track") + " added";
         case Action::Remove:
             return edit.position ? fmt::format("track {} removed", *edit.position)
-                                 : tracksText(edit.tracks.size()) + " removed";
+                                 : plural(edit.tracks.size(), "track") + " removed";
         case Action::Move:
             return fmt::format("track {} is now track {}", *edit.position, edit.newPosition);
         case Action::Rename:
-            return "this is its name now";
+            return "renamed";
         case Action::Delete:
             return "deleted";
     }

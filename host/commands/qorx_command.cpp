@@ -67,8 +67,9 @@ ExitCode runQorx(const std::string& file, bool json) {
                        {"deletions", totals.deletions},
                        {"bytes", totals.bytes}});
     else
-        output.line(fmt::format("tracks: {}, playlists: {}, deletions: {}; {}", totals.tracks,
-                                totals.playlists, totals.deletions, formatBytes(totals.bytes)));
+        output.line(fmt::format("{}, {}, {}; {}", plural(totals.tracks, "track"),
+                                plural(totals.playlists, "playlist"),
+                                plural(totals.deletions, "deletion"), formatBytes(totals.bytes)));
     return ExitCode::Done;
 }
 

@@ -1,6 +1,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "host/commands/commands.h"
@@ -83,9 +85,7 @@ struct Export {
 
 void showExport(const ExportOptions& options, const ChangeParameters& parameters,
                 const Output& output) {
-    const auto found = parameters.values.find(ItemCountKey);
-    const std::uint64_t items =
-        found == parameters.values.end() ? 0 : found->second.unsignedValue();
+    const std::uint64_t items = parameters.items();
     const StreamFacts facts = parameters.stream.value_or(StreamFacts());
     if (output.isJson())
         output.object({{"type", "summary"},
@@ -96,8 +96,9 @@ void showExport(const ExportOptions& options, const ChangeParameters& parameters
                        {"from_revision", std::to_string(options.after)},
                        {"to_revision", std::to_string(facts.revision)}});
     else
-        output.line(fmt::format("{}: {} up to revision {}", displayText(options.output),
-                                formatBytes(facts.size), facts.revision));
+        output.line(fmt::format("{}: {} ({}), up to revision {}", displayText(options.output),
+                                plural(items, "entry", "entries"), formatBytes(facts.size),
+                                facts.revision));
 }
 
 bool mayExport(const CommonOptions& common, const ExportOptions& options) {
@@ -138,30 +139,38 @@ ExitCode runExport(const CommonOptions& common, const ExportOptions& options) {
 ExitCode runImport(const CommonOptions& common, const std::string& file) {
     const Output output(common.json);
     OptionalError error;
+    if (::access(file.c_str(), R_OK) != 0)
+        error = platform::Error(platform::POSIXErrorDomain, errno,
+                                fmt::format("{}: {}", displayText(file), std::strerror(errno)));
+    if (error)
+        return outcomeOf(error, output);
     auto parameters = readParameters(file, error);
     if (!parameters)
         return outcomeOf(error, output);
+    const std::uint64_t items = parameters->items();
     ChangeSender sender(std::move(*parameters));
     if (sender.open(file))
         return outcomeOf(sender.error(), output);
     CallCancellation cancellation;
     const Interrupts interrupts([&] { cancellation.cancel(); });
     link::ImportReply reply;
-    const ExitCode code = askMirror(common.deviceDirectory, output, [&](MirrorConnection& device) {
-        const OptionalError refused = device.importChanges(
-            [&](link::ChangeStream& piece) { return sender.next(piece); }, reply, cancellation);
-        // What is wrong with the file says more than that the device did not take it.
-        return sender.error() ? sender.error() : refused;
-    });
+    const ExitCode code =
+        askNewMirror(common.deviceDirectory, output, [&](MirrorConnection& device) {
+            const OptionalError refused = device.importChanges(
+                [&](link::ChangeStream& piece) { return sender.next(piece); }, reply, cancellation);
+            // What is wrong with the file says more than that the device did not take it.
+            return sender.error() ? sender.error() : refused;
+        });
     if (code != ExitCode::Done)
         return code;
     if (common.json)
         output.object({{"type", "summary"},
+                       {"items", items},
                        {"bytes", sender.bytes()},
                        {"revision", std::to_string(reply.revision())}});
     else
         output.line(fmt::format("{} taken in; the library is at revision {}",
-                                formatBytes(sender.bytes()), reply.revision()));
+                                plural(items, "entry", "entries"), reply.revision()));
     return code;
 }
 

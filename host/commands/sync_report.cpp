@@ -24,10 +24,6 @@ const char* nameOf(PlanStep::Action action) {
     return "";
 }
 
-std::string plural(std::size_t count, const char* noun) {
-    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
-}
-
 std::string totals(const Plan& plan) {
     std::string text =
         fmt::format("{} to add, {} to update ({} to send), {} to remove, {}, {} unchanged",

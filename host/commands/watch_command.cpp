@@ -9,8 +9,10 @@
 
 #include "common/named_notifications/notification_table.h"
 #include "host/commands/commands.h"
+#include "host/commands/device_question.h"
 #include "host/commands/interrupts.h"
 #include "host/commands/output.h"
+#include "host/session/device_directory.h"
 
 namespace host {
 
@@ -83,10 +85,12 @@ private:
 
 ExitCode runWatch(const CommonOptions& common) {
     const Output output(common.json);
+    platform::OptionalError error;
+    if (existingDevice(common.deviceDirectory, error).empty())
+        return outcomeOf(error, output);
     const std::string path = common.deviceDirectory + std::string(NotificationTable::DevicePath);
     std::error_code failed;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), failed);
-    platform::OptionalError error;
     const auto table = NotificationTable::open(path, &error);
     const auto total = table ? table->registerName(TotalName) : std::nullopt;
     const auto current = table ? table->registerName(CurrentName) : std::nullopt;

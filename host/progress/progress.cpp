@@ -168,6 +168,12 @@ std::string formatBytes(std::uint64_t bytes) {
     return fmt::format("{:.1f} {}", value, units[unit]);
 }
 
+std::string plural(std::uint64_t count, std::string_view noun, std::string_view nouns) {
+    if (count == 1)
+        return fmt::format("1 {}", noun);
+    return nouns.empty() ? fmt::format("{} {}s", count, noun) : fmt::format("{} {}", count, nouns);
+}
+
 std::string formatDuration(std::chrono::seconds duration) {
     const auto seconds = duration.count();
     if (seconds < 60)

@@ -83,6 +83,8 @@ private:
 
 // "1.5 MiB"; binary units, one decimal from KiB on.
 std::string formatBytes(std::uint64_t bytes);
+// "1 track", "2 tracks"; `nouns` when it takes no s.
+std::string plural(std::uint64_t count, std::string_view noun, std::string_view nouns = {});
 // "12 s", "3 min 05 s", "2 h 07 min".
 std::string formatDuration(std::chrono::seconds duration);
 

@@ -131,6 +131,12 @@ void writeFields(const Message& message, bool first, Writer& out) {
     }
 }
 
+// A value of 0 is not written otherwise; what was deleted is always said.
+std::string_view beginningOf(const qorx::Deletion& deletion) {
+    return deletion.entity() == qorx::Deletion::TRACK ? R"({"type":"deletion","entity":"track")"
+                                                      : R"({"type":"deletion")";
+}
+
 void writeLine(std::string_view beginning, const Message& message, const TextSink& sink) {
     Writer out(sink);
     out.raw(beginning);
@@ -147,7 +153,7 @@ void writeRecordJson(const qorx::Record& record, const TextSink& sink) {
         case qorx::Record::kPlaylist:
             return writeLine(R"({"type":"playlist")", record.playlist(), sink);
         case qorx::Record::kDeletion:
-            return writeLine(R"({"type":"deletion")", record.deletion(), sink);
+            return writeLine(beginningOf(record.deletion()), record.deletion(), sink);
         default:
             return;  // the framing's own
     }

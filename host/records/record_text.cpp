@@ -34,9 +34,10 @@ std::string trackText(const qorx::Track& track) {
 std::string playlistText(const qorx::Playlist& playlist) {
     return line(
         "playlist", nameOf(playlist),
-        displayText(playlist.name()) + (playlist.kind() == qorx::Playlist::SMART
-                                            ? ", smart"
-                                            : fmt::format(", {} tracks", playlist.items_size())));
+        displayText(playlist.name()) +
+            (playlist.kind() == qorx::Playlist::SMART
+                 ? ", smart"
+                 : ", " + plural(static_cast<std::uint64_t>(playlist.items_size()), "track")));
 }
 
 const char* purposeOf(const qorx::Header& header) {

@@ -166,6 +166,11 @@ std::uint64_t ChangeParameters::playlistBytes() const {
     return found == values.end() ? 0 : found->second.unsignedValue();
 }
 
+std::uint64_t ChangeParameters::items() const {
+    const auto found = values.find(ItemCountKey);
+    return found == values.end() ? 0 : found->second.unsignedValue();
+}
+
 std::string jsonOfParameters(const ChangeParameters& parameters) {
     json object = jsonOf(Value(parameters.values));
     if (parameters.stream)

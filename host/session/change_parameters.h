@@ -33,6 +33,8 @@ struct ChangeParameters {
 
     // Of the playlists, which come first.
     std::uint64_t playlistBytes() const;
+    // How many records there are.
+    std::uint64_t items() const;
 };
 
 // An object of the values, with the facts under "Stream". Data are {"$data": hexadecimal}, moments

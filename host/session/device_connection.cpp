@@ -6,6 +6,7 @@
 #include "host/session/link_error.h"
 #include "host/session/session_stream.h"
 #include "link/orlith.grpc.pb.h"
+#include "link/owner.grpc.pb.h"
 
 namespace host {
 
@@ -14,6 +15,7 @@ namespace link = ::orlith::link;
 struct DeviceConnection::Impl {
     std::shared_ptr<grpc::Channel> channel;
     std::shared_ptr<link::Device::Stub> stub;
+    std::unique_ptr<link::Owner::Stub> owner;
 };
 
 std::unique_ptr<DeviceConnection> DeviceConnection::open(const std::string& deviceDirectory,
@@ -26,6 +28,7 @@ DeviceConnection::DeviceConnection(std::shared_ptr<grpc::Channel> channel)
     : _impl(std::make_unique<Impl>()) {
     _impl->channel = std::move(channel);
     _impl->stub = link::Device::NewStub(_impl->channel);
+    _impl->owner = link::Owner::NewStub(_impl->channel);
 }
 
 DeviceConnection::~DeviceConnection() = default;
@@ -78,21 +81,30 @@ platform::OptionalError DeviceConnection::played(const std::string& track, link:
 platform::OptionalError DeviceConnection::editTrack(const link::EditTrackRequest& request,
                                                     link::EditReply& reply) {
     grpc::ClientContext context;
-    const grpc::Status status = _impl->stub->EditTrack(&context, request, &reply);
+    const grpc::Status status = _impl->owner->EditTrack(&context, request, &reply);
     return errorOfReply(status, reply.success(), reply.failure());
 }
 
 platform::OptionalError DeviceConnection::editPlaylist(const link::EditPlaylistRequest& request,
                                                        link::EditReply& reply) {
     grpc::ClientContext context;
-    const grpc::Status status = _impl->stub->EditPlaylist(&context, request, &reply);
+    const grpc::Status status = _impl->owner->EditPlaylist(&context, request, &reply);
+    return errorOfReply(status, reply.success(), reply.failure());
+}
+
+platform::OptionalError DeviceConnection::deleteTrack(const std::string& track,
+                                                      link::EditReply& reply) {
+    grpc::ClientContext context;
+    link::DeleteTrackRequest request;
+    request.set_track(track);
+    const grpc::Status status = _impl->owner->DeleteTrack(&context, request, &reply);
     return errorOfReply(status, reply.success(), reply.failure());
 }
 
 platform::OptionalError DeviceConnection::download(const link::DownloadRequest& request,
                                                    link::DownloadReply& reply) {
     grpc::ClientContext context;
-    const grpc::Status status = _impl->stub->Download(&context, request, &reply);
+    const grpc::Status status = _impl->owner->Download(&context, request, &reply);
     return errorOfReply(status, reply.success(), reply.failure());
 }
 
@@ -100,7 +112,7 @@ platform::OptionalError DeviceConnection::listDownloads(
     const std::function<void(const link::DownloadRow&)>& row) {
     grpc::ClientContext context;
     link::DownloadList list;
-    if (auto error = errorOfCall(_impl->stub->ListDownloads(&context, {}, &list)))
+    if (auto error = errorOfCall(_impl->owner->ListDownloads(&context, {}, &list)))
         return error;
     for (const link::DownloadRow& download : list.downloads())
         row(download);
@@ -112,8 +124,13 @@ platform::OptionalError DeviceConnection::cancelDownload(std::int64_t download) 
     link::CancelDownloadRequest request;
     request.set_download(download);
     link::CancelDownloadReply reply;
-    const grpc::Status status = _impl->stub->CancelDownload(&context, request, &reply);
+    const grpc::Status status = _impl->owner->CancelDownload(&context, request, &reply);
     return errorOfReply(status, reply.success(), reply.failure());
+}
+
+platform::OptionalError DeviceConnection::cloudState(link::CloudReply& reply) {
+    grpc::ClientContext context;
+    return errorOfCall(_impl->owner->CloudState(&context, {}, &reply));
 }
 
 platform::OptionalError DeviceConnection::signInToCloud(bool hasKenningData,
@@ -121,13 +138,13 @@ platform::OptionalError DeviceConnection::signInToCloud(bool hasKenningData,
     grpc::ClientContext context;
     link::CloudSignInRequest request;
     request.set_has_kenning_data(hasKenningData);
-    const grpc::Status status = _impl->stub->CloudSignIn(&context, request, &reply);
+    const grpc::Status status = _impl->owner->CloudSignIn(&context, request, &reply);
     return errorOfReply(status, reply.success(), reply.failure());
 }
 
 platform::OptionalError DeviceConnection::signOutOfCloud(link::CloudReply& reply) {
     grpc::ClientContext context;
-    const grpc::Status status = _impl->stub->CloudSignOut(&context, {}, &reply);
+    const grpc::Status status = _impl->owner->CloudSignOut(&context, {}, &reply);
     return errorOfReply(status, reply.success(), reply.failure());
 }
 

@@ -55,11 +55,13 @@ public:
                                       orlith::link::EditReply& reply);
     platform::OptionalError editPlaylist(const orlith::link::EditPlaylistRequest& request,
                                          orlith::link::EditReply& reply);
+    platform::OptionalError deleteTrack(const std::string& track, orlith::link::EditReply& reply);
     platform::OptionalError download(const orlith::link::DownloadRequest& request,
                                      orlith::link::DownloadReply& reply);
     platform::OptionalError listDownloads(
         const std::function<void(const orlith::link::DownloadRow&)>& row);
     platform::OptionalError cancelDownload(std::int64_t download);
+    platform::OptionalError cloudState(orlith::link::CloudReply& reply);
     platform::OptionalError signInToCloud(bool hasKenningData, orlith::link::CloudReply& reply);
     platform::OptionalError signOutOfCloud(orlith::link::CloudReply& reply);
     std::unique_ptr<SessionStream> startSession();

@@ -19,9 +19,15 @@ platform::Error errorOfStatus(const grpc::Status& status) {
         case grpc::StatusCode::UNAVAILABLE:
             return platform::Error(LinkErrorDomain, LinkErrorUnreachable,
                                    "the device's daemon went away");
+        case grpc::StatusCode::UNIMPLEMENTED:
+            return platform::Error(LinkErrorDomain, LinkErrorProtocol,
+                                   "the device's daemon cannot do this yet: it is older than this "
+                                   "program");
         default:
             return platform::Error(LinkErrorDomain, LinkErrorProtocol,
-                                   "the device answered: " + status.error_message());
+                                   status.error_message().empty()
+                                       ? "the device answered with an error and gave no reason"
+                                       : status.error_message());
     }
 }
 
@@ -44,6 +50,8 @@ platform::Error errorOfFailure(const orlith::link::Failure& failure) {
     const std::string text = failure.text().empty() ? "the device gave no reason" : failure.text();
     if (failure.domain() == DaemonErrorDomain && failure.code() == DaemonErrorBusy)
         return platform::Error(LinkErrorDomain, LinkErrorBusy, text);
+    if (failure.domain() == LibraryErrorDomain && failure.code() == LibraryErrorNotFound)
+        return platform::Error(LinkErrorDomain, LinkErrorNotFound, text);
     return platform::Error(failure.domain(), failure.code(), text);
 }
 

@@ -31,9 +31,9 @@ enum LinkErrorCode : std::int64_t {
 // Codes of the daemon's own domain that the host tells apart.
 inline constexpr std::string_view DaemonErrorDomain = "OrlithErrorDomain";
 inline constexpr std::int64_t DaemonErrorBusy = 1;
-// The library's: an edit names no track, or more than one.
+// The library's: what an edit names is not there, or there are several.
 inline constexpr std::string_view LibraryErrorDomain = "KV3KorvaneErrorDomain";
-inline constexpr std::int64_t LibraryErrorRefused = 3;
+inline constexpr std::int64_t LibraryErrorNotFound = 4;
 
 platform::Error errorOfStatus(const grpc::Status& status);
 // None when the call went well.

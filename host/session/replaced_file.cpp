@@ -21,6 +21,11 @@ ReplacedFile::~ReplacedFile() {
 }
 
 OptionalError ReplacedFile::open() {
+    struct stat status {};
+    if (::stat(_path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+        errno = EISDIR;
+        return failure();
+    }
     _partialPath = fmt::format("{}.part-{}", _path, ::getpid());
     _fd.reset(
         ::open(_partialPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));

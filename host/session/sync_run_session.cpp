@@ -239,8 +239,21 @@ OptionalError SyncRun::Impl::sendAssets(std::vector<OutstandingAsset>& assets) {
         summary.bytes = sent;
         progress.transferred(summary.sent, sent);
     };
-    events.finished = [&](const AssetOutcome& outcome) { takeOutcome(outcome, source); };
-    return session->transfer(assets, source, events);
+    std::size_t strangers = 0;
+    events.finished = [&](const AssetOutcome& outcome) {
+        if (source.fileOf(*outcome.asset) == nullptr)
+            ++strangers;
+        else
+            takeOutcome(outcome, source);
+    };
+    OptionalError error = session->transfer(assets, source, events);
+    // What another device brought in, and nothing of this folder.
+    if (strangers > 0)
+        reporter.notice(
+            fmt::format("the device still lacks {} of another device's tracks; "
+                        "`orlith mirror` brings them",
+                        plural(strangers, "file or cover", "files and covers")));
+    return error;
 }
 
 void SyncRun::Impl::takeOutcome(const AssetOutcome& outcome, const FolderAssets& source) {

@@ -11,6 +11,7 @@
 
 #include "link/address.h"
 #include "link/orlith.grpc.pb.h"
+#include "link/owner.grpc.pb.h"
 #include "link/peer.grpc.pb.h"
 #include "tests/support/hand_off.h"
 #include "tests/support/temporary_directory.h"
@@ -19,7 +20,9 @@ namespace host::test {
 
 namespace link = ::orlith::link;
 
-class FakeDaemon : private link::Device::Service, private link::Mirror::Service {
+class FakeDaemon : private link::Device::Service,
+                   private link::Mirror::Service,
+                   private link::Owner::Service {
 public:
     FakeDaemon() {
         const std::filesystem::path socket = link::socketPathOfDevice(directory.path());
@@ -28,6 +31,7 @@ public:
         builder.AddListeningPort("unix:" + socket.string(), grpc::InsecureServerCredentials());
         builder.RegisterService(static_cast<link::Device::Service*>(this));
         builder.RegisterService(static_cast<link::Mirror::Service*>(this));
+        builder.RegisterService(static_cast<link::Owner::Service*>(this));
         _server = builder.BuildAndStart();
     }
     ~FakeDaemon() override { _server->Shutdown(std::chrono::system_clock::now()); }

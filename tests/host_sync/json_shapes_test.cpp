@@ -59,9 +59,10 @@ TEST(JsonShapes, APlaylistKeepsItsOrder) {
     row.add_tracks(2);
     row.add_tracks(1);
     row.add_tracks(2);
-    EXPECT_EQ(jsonLine(jsonOf(row)),
-              R"({"type":"playlist","name":"P","smart":false,"tracks":["2","1","2"]})"
-              "\n");
+    EXPECT_EQ(
+        jsonLine(jsonOf(row)),
+        R"({"type":"playlist","persistent_id":"0","name":"P","smart":false,"tracks":["2","1","2"]})"
+        "\n");
 }
 
 TEST(ExitCodes, FollowTheKindOfError) {

@@ -76,7 +76,7 @@ TEST_F(MirrorCommand, WhatFailedIsNamedAndTheRunIsPartlyDone) {
     EXPECT_EQ(json.code, 3);
     EXPECT_EQ(json.json()[0]["type"], "failure");
     EXPECT_EQ(json.json()[0]["reason"], "its file is gone");
-    EXPECT_THAT(run({}).errors, HasSubstr("T (file and artwork): its file is gone"));
+    EXPECT_THAT(run({}).errors, HasSubstr("T (file and cover): its file is gone"));
 }
 
 TEST_F(MirrorCommand, ARunThatBreaksOffEndsWithWhatItDid) {

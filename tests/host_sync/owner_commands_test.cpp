@@ -48,7 +48,7 @@ TEST_F(OwnerCommands, EditSendsItsFieldsInOrder) {
     EXPECT_EQ(seen.track(), "A");
     ASSERT_EQ(seen.fields_size(), 3);
     EXPECT_EQ(seen.fields(0).field(), "title");
-    EXPECT_EQ(seen.fields(1).field(), "album_artist");
+    EXPECT_EQ(seen.fields(1).field(), "album-artist");
     EXPECT_EQ(seen.fields(1).value(), "x=y");
     EXPECT_EQ(seen.fields(2).value(), "");
     EXPECT_EQ(result.output, R"({"type":"summary","title":"New","revision":"9223372036854775807"})"
@@ -64,7 +64,7 @@ TEST_F(OwnerCommands, WhatIsNoAssignmentIsWrongUsage) {
 TEST_F(OwnerCommands, WhatTheDeviceDoesNotHaveIsNotFound) {
     daemon.onEditTrack = [](const auto&, link::EditReply& reply) {
         reply.mutable_failure()->set_domain(std::string(LibraryErrorDomain));
-        reply.mutable_failure()->set_code(LibraryErrorRefused);
+        reply.mutable_failure()->set_code(LibraryErrorNotFound);
         reply.mutable_failure()->set_text("no track is called A");
     };
     const CommandResult result = run({"edit", "A", "title=B"});

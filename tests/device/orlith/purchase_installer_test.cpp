@@ -65,11 +65,21 @@ TEST_F(PurchaseInstaller, AnItemIsInTheLibraryBeforeItsFile) {
     EXPECT_THAT(system.center.posted, SizeIs(1));
 }
 
+TEST_F(PurchaseInstaller, WhatIsNoMediaFileIsRefused) {
+    DownloadItem item = song();
+    item.libraryItem = prepare(item).libraryItem;
+    writeFile(staged, "<html>");
+    const auto error = installer.install(item, staged);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, EBADMSG);
+    EXPECT_EQ(number("SELECT base_location_id FROM item"), 0);
+}
+
 TEST_F(PurchaseInstaller, AFileIsFiledUnderItsTrack) {
     DownloadItem item = song();
     item.libraryItem = prepare(item).libraryItem;
     item.fileName = "Real Name.m4a";
-    writeFile(staged, "12345");
+    writeFile(staged, "ID3\4\5");
     EXPECT_EQ(installer.install(item, staged), std::nullopt);
     EXPECT_FALSE(files.fileExists(staged));
     EXPECT_TRUE(files.fileExists(pathOf(item.libraryItem)));
@@ -85,7 +95,7 @@ TEST_F(PurchaseInstaller, AnOwnersTitleStays) {
     DownloadItem item = song("My Title");
     item.libraryItem = prepare(item).libraryItem;
     item.fileName = "Real Name.m4a";
-    writeFile(staged, "12345");
+    writeFile(staged, "ID3\4\5");
     EXPECT_EQ(installer.install(item, staged), std::nullopt);
     EXPECT_EQ(titleOf(item.libraryItem), "My Title");
 }
@@ -111,7 +121,7 @@ TEST_F(PurchaseInstaller, AFileWhoseTrackHasLeftTheLibraryIsNotKept) {
     item.libraryItem = prepare(item).libraryItem;
     item.fileName = "a.m4a";
     execute("DELETE FROM item");
-    writeFile(staged, "12345");
+    writeFile(staged, "ID3\4\5");
     EXPECT_EQ(installer.install(item, staged)->code, ESRCH);
     EXPECT_FALSE(files.fileExists(pathOf(item.libraryItem)));
     EXPECT_FALSE(files.fileExists(staged));
@@ -125,7 +135,7 @@ TEST_F(PurchaseInstaller, WhatWasGivenUpLeavesTheLibrary) {
 
 // From the request to the track that plays, over HTTP.
 TEST_F(PurchaseInstaller, ADownloadEndsAsATrackOfTheLibrary) {
-    const std::string content(100'000, 'x');
+    const std::string content = "fLaC" + std::string(99'996, 'x');
     test::HttpServer server([&](const test::HttpRequest& request) {
         auto reply = test::serveFile(request, content, "\"1\"");
         reply.fields.push_back("Content-Disposition: attachment; filename=\"A Song.flac\"");
