@@ -3,7 +3,7 @@
 import os
 import shutil
 
-from flow import DONE, SOURCE, USAGE, Flow, collection, main
+from flow import DONE, USAGE, Flow, collection, main
 
 
 class FirstSync(Flow):
@@ -61,8 +61,7 @@ class FirstSync(Flow):
         self.assertEqual(self.tracks(), [])
 
     def test_the_sample_collection_brings_every_kind(self):
-        shutil.rmtree(self.media)
-        shutil.copytree(os.path.join(SOURCE, "examples/media"), self.media)
+        self.samples()
         self.sync()
         kinds = {t["asset_type"] for t in self.tracks()}
         self.assertLessEqual({"Music", "Podcast", "Audiobook", "Movie"}, kinds)

@@ -4,6 +4,7 @@ import os
 import shutil
 import sys
 import tempfile
+import time
 import unittest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -15,7 +16,9 @@ SOURCE = os.path.realpath(os.path.join(HERE, "..", ".."))
 BUILD = os.environ.get("ORLITH_BUILD", os.path.join(SOURCE, "build"))
 
 # The exit codes of `orlith`.
-DONE, USAGE, PARTLY, NOT_FOUND, BUSY, NO_SPACE, GUARD = 0, 2, 3, 10, 11, 13, 14
+DONE, FAILURE, USAGE, PARTLY, NOT_FOUND, BUSY, NO_SPACE, GUARD = 0, 1, 2, 3, 10, 11, 13, 14
+INTERRUPTED = 130
+ORLITH = os.path.join(BUILD, "bin", "orlith")
 
 
 class Flow(unittest.TestCase):
@@ -23,12 +26,19 @@ class Flow(unittest.TestCase):
         self.scratch = tempfile.mkdtemp(prefix="orlith-flow-")
         self.media = os.path.join(self.scratch, "media")
         os.makedirs(self.media)
-        self.device = Device(BUILD, os.path.join(self.scratch, "device"),
-                             os.path.join(self.scratch, "state"))
+        self.devices = []
+        self.device = self.another("device")
 
     def tearDown(self):
-        self.device.stop_daemon()
+        for device in self.devices:
+            device.stop_daemon()
         shutil.rmtree(self.scratch, ignore_errors=True)
+
+    def another(self, name):
+        """One more device, not made yet."""
+        self.devices.append(Device(BUILD, os.path.join(self.scratch, name),
+                                   os.path.join(self.scratch, "state")))
+        return self.devices[-1]
 
     def make(self, files=12, **options):
         return collection.make(self.media, self.scratch, files=files, **options)
@@ -48,13 +58,52 @@ class Flow(unittest.TestCase):
         frames = {"TIT2": title, **tags}
         return self.write(name, collection.id3(frames, cover) + self.body())
 
-    def sync(self, *arguments, expect=DONE, media=None):
+    def samples(self):
+        """The sample collection, which has every kind of media."""
+        shutil.rmtree(self.media)
+        shutil.copytree(os.path.join(SOURCE, "examples/media"), self.media)
+
+    def sync(self, *arguments, expect=DONE, media=None, device=None):
         """The JSON lines of a sync, the summary last."""
-        code, lines, errors = self.device.sync(media or self.media, *arguments)
+        code, lines, errors = (device or self.device).sync(media or self.media, *arguments)
         self.assertEqual(code, expect, f"{lines[-3:]}\n{errors}")
         if code in (DONE, PARTLY) and "--dry-run" not in arguments:
             self.assertEqual(lines[-1]["type"], "summary")
         return lines
+
+    def mirror(self, source, target, *arguments, expect=DONE):
+        """The summary of a mirror run."""
+        code, lines, errors = target.mirror_from(source, *arguments)
+        self.assertEqual(code, expect, f"{lines[-3:]}\n{errors}")
+        self.assertEqual(lines[-1]["type"], "summary")
+        return lines[-1]
+
+    def assertMovesNothing(self, source, target):
+        summary = self.mirror(source, target)
+        moved = {key: value for key, value in summary.items()
+                 if value and key not in ("type", "from_revision", "to_revision")}
+        self.assertEqual(moved, {})
+
+    def assertEqualDevices(self, *devices):
+        """The same tracks, files, pictures, ratings, counts and playlists; nobody lacks a file."""
+        first = devices[0].shared_state()
+        for device in devices:
+            self.assertEqual(device.shared_state(), first)
+            self.assertComesToOrder(device)
+
+    def assertComesToOrder(self, device):
+        """What deleted tracks leave behind is swept soon after."""
+        deadline = time.monotonic() + 30
+        while device.problems() and time.monotonic() < deadline:
+            time.sleep(0.1)
+        self.assertEqual(device.problems(), [])
+
+    def assertRefused(self, done, code, *words):
+        """A command that ended with this code and said these words, and in JSON the same."""
+        errors = done.stderr.decode(errors="replace")
+        self.assertEqual(done.returncode, code, errors)
+        for word in words:
+            self.assertIn(word, errors)
 
     def of_type(self, lines, kind):
         return [line for line in lines if line["type"] == kind]

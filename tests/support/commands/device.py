@@ -35,6 +35,21 @@ class Device:
         done = self.orlith("sync", media, "--json", *arguments)
         return done.returncode, _lines(done.stdout), done.stderr.decode(errors="replace")
 
+    def start(self, *arguments):
+        """A command of `orlith` that runs on."""
+        return subprocess.Popen([os.path.join(self.build, "bin", "orlith"), *arguments],
+                                env=self.environment, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, start_new_session=True)
+
+    def start_mirror_from(self, other, *arguments):
+        return self.start("mirror", "--from", other.root, "--to", self.root, "--json", *arguments)
+
+    def mirror_from(self, other, *arguments):
+        """(exit code, JSON lines, errors)"""
+        process = self.start_mirror_from(other, *arguments)
+        output, errors = process.communicate(timeout=300)
+        return process.returncode, _lines(output), errors.decode(errors="replace")
+
     def daemon_process(self):
         """The daemon's process id by its open root, or None."""
         wanted = os.path.realpath(self.root)
@@ -84,6 +99,14 @@ class Device:
                  for p in playlists if p["type"] == "playlist" and not p["smart"]]
         return {"tracks": sorted(rows, key=lambda r: json.dumps(r, sort_keys=True)),
                 "playlists": sorted(lists)}
+
+    def shared_state(self):
+        """What devices that have mirrored each other have in common."""
+        state = self.state()
+        for track in state["tracks"]:
+            del track["kenning"]
+        state["tracks"].sort(key=lambda track: json.dumps(track, sort_keys=True))
+        return state
 
     def problems(self):
         """What should not be on a device at rest."""
