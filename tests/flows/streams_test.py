@@ -28,7 +28,10 @@ class Streams(Flow):
         for index, part in enumerate(sections):
             header, records = qorx_page.stream(part)
             lines.append({"type": "header", "section": index, **header})
-            lines += [{"type": kind, **fields} for kind, fields in records]
+            for kind, fields in records:
+                # What was deleted is always said.
+                said = {"entity": "track"} if kind == "deletion" else {}
+                lines.append({"type": kind, **said, **fields})
         return lines
 
     def by_command(self, path):
@@ -83,7 +86,7 @@ class Streams(Flow):
             os.unlink(os.path.join(self.media, name))
         self.sync("--delete")
         lines = self.assertReadAlike(self.export("1"))
-        deleted = [line.get("entity", "track") for line in lines if line["type"] == "deletion"]
+        deleted = [line["entity"] for line in lines if line["type"] == "deletion"]
         self.assertEqual(sorted(deleted), ["playlist", "track"])
 
     def test_damage_is_found_by_the_page_as_well(self):

@@ -101,7 +101,7 @@ protected:
         _server.release();
     }
 
-    const std::string content = std::string(200'000, 's');
+    const std::string content = "ID3" + std::string(200'000, 's');
     DownloadingDevice first;
     DeviceProcess companion;
 
