@@ -12,6 +12,7 @@ constexpr char ReceivedDirectory[] = "/var/mobile/Media/Stagehold/Media";
 constexpr char ArtworkDirectory[] = "/var/mobile/Media/Stagehold/Media/Artwork";
 constexpr char KenningDirectory[] = "/var/mobile/Media/Stagehold/Media/Kenning";
 constexpr char DeliveredDirectory[] = "/var/mobile/Media/Stagehold/Media/Delivered";
+constexpr char ChangesDirectory[] = "/var/mobile/Media/Stagehold/Media/Changes";
 constexpr char PartialDirectory[] = "/var/mobile/Media/Stagehold/Partial";
 
 }  // namespace
@@ -57,6 +58,10 @@ std::string StagingArea::kenningPath(const std::string& kenningIdentifier) {
 
 std::string StagingArea::deliveredPath(const std::string& name) {
     return fmt::format("{}/{}", DeliveredDirectory, name);
+}
+
+std::string StagingArea::changesDirectory() {
+    return ChangesDirectory;
 }
 
 std::string StagingArea::partialPath(const std::string& identifier, std::uint32_t part,

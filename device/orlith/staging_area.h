@@ -25,7 +25,6 @@
 namespace orlith {
 
 inline constexpr char MediaDirectory[] = "/var/mobile/Media/";
-inline constexpr char StageholdDirectory[] = "/var/mobile/Media/Stagehold/";
 
 class StagingArea final : public ORStagehold {
 public:
@@ -42,6 +41,8 @@ public:
     static std::string artworkPath(const std::string& artworkIdentifier);
     static std::string kenningPath(const std::string& kenningIdentifier);
     static std::string deliveredPath(const std::string& name);
+    // Of another device's changes while they are received and read.
+    static std::string changesDirectory();
     // `part` is a part's number; a chapter's picture adds its milliseconds.
     static std::string partialPath(const std::string& identifier, std::uint32_t part,
                                    std::optional<std::uint64_t> chapterMilliseconds = {});

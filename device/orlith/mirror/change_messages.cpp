@@ -103,8 +103,10 @@ Error errorOf(const link::Failure& failure) {
 }
 
 ChangeSpool::ChangeSpool(device::RootedFileSystem& files) : _files(files) {
+    // Where what a killed daemon leaves is swept away.
+    throwIf(files.createDirectory(StagingArea::changesDirectory()));
     OptionalError error;
-    _fd = files.openTemporary(StageholdDirectory, _path, &error);
+    _fd = files.openTemporary(StagingArea::changesDirectory(), _path, &error);
     throwIf(error);
 }
 

@@ -155,9 +155,13 @@ std::string contentOf(DeviceProcess& device) {
             content += fmt::format(" {},", title);
         content += '\n';
     }
-    return content + fmt::format("{} files of music, {} staged\n",
-                                 device.filesBelow("/var/mobile/Media/Tessel_Control/Music"),
-                                 device.filesBelow("/var/mobile/Media/Stagehold"));
+    content += fmt::format("{} files of music\n",
+                           device.filesBelow("/var/mobile/Media/Tessel_Control/Music"));
+    for (const auto& entry :
+         fs::recursive_directory_iterator(device.root + "/var/mobile/Media/Stagehold"))
+        if (entry.is_regular_file())
+            content += fmt::format("staged: {}\n", entry.path().string());
+    return content;
 }
 
 void expectComplete(DeviceProcess& device, const HostLibrary& library) {

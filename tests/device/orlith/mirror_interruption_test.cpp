@@ -81,6 +81,23 @@ TEST_F(Mirrors, EitherDaemonKilledAtAnyMomentTheEndIsThatOfAnUndisturbedRun) {
     expectQuiet(first, companion);
 }
 
+TEST_F(Mirrors, ACompanionThatIsKilledWhileChangesComeLeavesNothingBehind) {
+    first.start();
+    companion.start();
+    const HostLibrary library{4000, 0, {}, {}};
+    hostSyncWithoutFiles(first, library);
+    LinkProxy proxy(first.root);
+    proxy.at(LinkProxy::Way::ToCompanion, 150'000, [pid = companion.pid] {
+        ::kill(pid, SIGKILL);
+        return true;
+    });
+    EXPECT_FALSE(run(requestFrom(proxy.root()), companion).status.ok());
+    EXPECT_EQ(companion.end(SIGKILL), -SIGKILL);
+    companion.start();
+    EXPECT_EQ(companion.filesBelow("/var/mobile/Media/Stagehold"), 0u);
+    EXPECT_EQ(tracksOf(companion).size(), 0u);
+}
+
 TEST_F(Mirrors, AFileThatWasCutGoesOnWhereItStopped) {
     first.start();
     companion.start();
