@@ -14,6 +14,10 @@ bool covers(std::uint32_t fetched, std::uint32_t wanted) {
     return fetched == 0 || (wanted != 0 && (wanted & ~fetched) == 0);
 }
 
+std::uint32_t together(std::uint32_t some, std::uint32_t others) {
+    return some == 0 || others == 0 ? 0 : some | others;
+}
+
 }  // namespace
 
 void ChangePuller::pull(const std::string& name, std::uint32_t mediaTypes,
@@ -22,8 +26,8 @@ void ChangePuller::pull(const std::string& name, std::uint32_t mediaTypes,
     _uid = state.library_uid();
     const PeerRecord known = _services.peers.peer(_uid);
     const Start start = startOf(state, mediaTypes);
-    // A narrower question does not take away what a wider one has fetched before.
-    _mediaTypes = start.full ? mediaTypes : known.mediaTypes;
+    // What an earlier question has fetched is asked for again: a full exchange takes away the rest.
+    _mediaTypes = known.received != 0 ? together(known.mediaTypes, mediaTypes) : mediaTypes;
     summary.set_from_revision(start.after);
     summary.set_to_revision(state.revision());
     summary.set_full(start.full);

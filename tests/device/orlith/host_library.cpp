@@ -41,7 +41,8 @@ std::string hostData(const HostLibrary& library) {
         qorx::Track track;
         track.set_sync_id(syncIDOf(library, i));
         track.set_global_id(2000 + i);
-        track.set_media_type(8);
+        const auto mediaType = library.mediaTypes.find(i);
+        track.set_media_type(mediaType != library.mediaTypes.end() ? mediaType->second : 8);
         track.set_title("Title " + std::to_string(i));
         track.set_total_size(library.size + static_cast<std::size_t>(i));
         track.set_file_extension("mp3");

@@ -24,7 +24,8 @@ struct HostLibrary {
     std::vector<HostPlaylist> playlists;
     std::vector<int> removedPlaylists{};  // which the device had
     std::vector<int> removedTracks{};
-    std::map<int, std::int64_t> syncIDs{};  // others have 1000 and their number
+    std::map<int, std::int64_t> syncIDs{};      // others have 1000 and their number
+    std::map<int, std::uint32_t> mediaTypes{};  // others are music
 };
 
 // The bytes of a track's media file; the same at every call.

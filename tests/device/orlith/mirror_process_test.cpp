@@ -220,6 +220,38 @@ TEST_F(Mirrors, WhatNeedsTheDeviceIsRefusedWhileAHostHasItWithTheHostsName) {
     }
 }
 
+TEST_F(Mirrors, AskingForOtherMediaTypesLaterAddsThemAndTakesNothingAway) {
+    first.start();
+    companion.start();
+    HostLibrary library{4, 1000, {}, {}};
+    library.mediaTypes = {{2, 4}, {3, 2}};  // a podcast and an audiobook
+    hostSync(first, library);
+    const auto mirrorOnly = [&](std::uint32_t mediaTypes) {
+        link::MirrorRequest request = requestFrom(first.root);
+        request.set_media_types(mediaTypes);
+        const MirrorRun result = run(request, companion);
+        EXPECT_TRUE(result.status.ok()) << result.status.error_message();
+        EXPECT_TRUE(result.failures.empty());
+        std::string titles;
+        for (const auto& [title, row] : tracksByTitle(companion))
+            if (companion.read(row.path()) == bytesOf(library, std::stoi(title.substr(6))))
+                titles += title.substr(6);
+        return titles;
+    };
+    EXPECT_EQ(mirrorOnly(8), "14");
+    EXPECT_EQ(mirrorOnly(4), "124");
+    EXPECT_EQ(mirrorOnly(8), "124");
+    // What has changed meanwhile comes for every kind that is here.
+    rate(first, "Title 2", 5);
+    EXPECT_EQ(mirrorOnly(8), "124");
+    EXPECT_EQ(tracksByTitle(companion)["Title 2"].rating(), 100u);
+    EXPECT_EQ(mirrorOnly(0), "1234");
+    EXPECT_EQ(mirrorOnly(8), "1234");
+    mirror(companion, first);
+    EXPECT_EQ(tracksByTitle(first).size(), 4u);
+    expectQuiet(first, companion);
+}
+
 TEST_F(Mirrors, AResetOfACompanionTakesNothingFromTheFirstDevice) {
     first.start();
     companion.start();
