@@ -189,6 +189,30 @@ TEST_F(Mirrors, ADeviceThatIsWatchedTellsOfItsChangesAndHowUrgentTheyAre) {
     reader->Finish();
 }
 
+TEST_F(Mirrors, AMirrorWaitsForAHostThatHasEitherDevice) {
+    first.start();
+    companion.start();
+    const HostLibrary library{2, 1000, {}, {}};
+    hostSync(first, library);
+    for (DeviceProcess* busy : {&first, &companion}) {
+        Host host(*busy->stub);
+        ASSERT_TRUE(host.open("kitchen-pc").has_opened());
+        bool hasWaited = false;
+        const MirrorRun waited =
+            run(requestFrom(first.root), companion, [&](const link::MirrorEvent& event) {
+                if (event.has_waiting() && !hasWaited) {
+                    hasWaited = true;
+                    EXPECT_NE(event.waiting().reason().find("kitchen-pc"), std::string::npos);
+                    host.leave();
+                }
+                return true;
+            });
+        EXPECT_TRUE(waited.status.ok()) << waited.status.error_message();
+        EXPECT_TRUE(hasWaited);
+    }
+    expectComplete(companion, library);
+}
+
 TEST_F(Mirrors, WhatNeedsTheDeviceIsRefusedWhileAHostHasItWithTheHostsName) {
     first.start();
     Host host(*first.stub);
