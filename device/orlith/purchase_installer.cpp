@@ -66,8 +66,6 @@ std::optional<downloads::PreparedItem> PurchaseInstaller::prepare(
         *error = problem;
     if (problem)
         return std::nullopt;
-    if (track->isNew)
-        _library.notifyContentsDidChange();
     return downloads::PreparedItem{track->persistentID, track->isNew};
 }
 
@@ -126,8 +124,7 @@ OptionalError PurchaseInstaller::moveIntoPlace(const std::string& stagedPath,
 }
 
 void PurchaseInstaller::abandon(std::int64_t libraryItem) {
-    if (!korvane::removeUnfinishedPurchase(_library, libraryItem))
-        _library.notifyContentsDidChange();
+    korvane::removeUnfinishedPurchase(_library, libraryItem);
 }
 
 }  // namespace orlith
