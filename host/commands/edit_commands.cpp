@@ -14,10 +14,6 @@ namespace link = ::orlith::link;
 namespace {
 
 // How the answer is shown in JSON.
-nlohmann::ordered_json editOf(const link::EditReply& reply) {
-    return {{"type", "edit"}, {"title", reply.title()}, {"revision", reply.revision()}};
-}
-
 nlohmann::ordered_json summaryOf(const link::EditReply& reply) {
     return {{"type", "summary"},
             {"title", reply.title()},
@@ -41,13 +37,14 @@ link::EditTrackRequest requestOf(const std::string& track,
 
 ExitCode runRate(const CommonOptions& common, const std::string& track, std::uint32_t stars) {
     const std::string done = stars == 0 ? "no rating" : plural(stars, "star");
-    return editDevice(common, done, editOf, [&](DeviceConnection& device, link::EditReply& reply) {
-        return device.rate(track, stars, reply);
-    });
+    return editDevice(common, done, summaryOf,
+                      [&](DeviceConnection& device, link::EditReply& reply) {
+                          return device.rate(track, stars, reply);
+                      });
 }
 
 ExitCode runPlayed(const CommonOptions& common, const std::string& track) {
-    return editDevice(common, "played once more", editOf,
+    return editDevice(common, "played once more", summaryOf,
                       [&](DeviceConnection& device, link::EditReply& reply) {
                           return device.played(track, reply);
                       });

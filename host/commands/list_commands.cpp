@@ -20,6 +20,20 @@ using platform::OptionalError;
 
 namespace {
 
+// As objects with their number, or as a table.
+template <typename Row>
+void show(const Output& output, const std::vector<Row>& rows, const char* nouns,
+          const std::vector<std::string>& table) {
+    if (!output.isJson()) {
+        for (const std::string& line : table)
+            output.line(line);
+        return;
+    }
+    for (const Row& row : rows)
+        output.object(jsonOf(row));
+    output.object({{"type", "summary"}, {nouns, rows.size()}});
+}
+
 // A long playlist comes in several rows, one after another.
 OptionalError readPlaylists(DeviceConnection& device, std::vector<link::PlaylistRow>& playlists) {
     return device.listPlaylists([&](const link::PlaylistRow& row) {
@@ -109,14 +123,7 @@ ExitCode runListPlaylists(const CommonOptions& common) {
     });
     if (code != ExitCode::Done)
         return code;
-    if (common.json) {
-        for (const link::PlaylistRow& playlist : playlists)
-            output.object(jsonOf(playlist));
-        output.object({{"type", "summary"}, {"playlists", playlists.size()}});
-    } else {
-        for (const std::string& line : playlistTable(playlists))
-            output.line(line);
-    }
+    show(output, playlists, "playlists", playlistTable(playlists));
     return code;
 }
 
@@ -128,14 +135,7 @@ ExitCode runListPlaylist(const CommonOptions& common, const std::string& name) {
     });
     if (code != ExitCode::Done)
         return code;
-    if (common.json) {
-        for (const link::TrackRow& row : rows)
-            output.object(jsonOf(row));
-        output.object({{"type", "summary"}, {"tracks", rows.size()}});
-    } else {
-        for (const std::string& line : trackTable(rows, true))
-            output.line(line);
-    }
+    show(output, rows, "tracks", trackTable(rows, true));
     return code;
 }
 
