@@ -32,8 +32,8 @@ Examples:
 )";
 
 constexpr char DeleteExamples[] = R"(
-The track leaves this device, and every other one at its next mirror run. The file in a host's folder
-stays; the host does not send it again unless --send-removed is given.
+The track leaves this device, and others as they mirror from it. The file in a host's folder stays; the
+host does not send it again unless --send-removed is given.
 
 Example:
   orlith delete --device ~/player "A title"

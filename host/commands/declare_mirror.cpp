@@ -8,9 +8,10 @@ namespace host {
 namespace {
 
 constexpr char MirrorExamples[] = R"(
-Tracks, playlists, ratings, counts, covers and files travel from the first device to the other; what
-was deleted on the first is deleted on the other too, and nothing else. Only what changed since the
-last time moves. Mirror back as well, and both have everything.
+Tracks, playlists, ratings, counts, covers and files travel from the first device to the other; only
+what changed since the last time moves. Mirror back as well, and both have everything. The first run
+between two devices deletes nothing; later ones delete what was deleted on the first device, and
+nothing else.
 
 Examples:
   orlith mirror --from ~/player --to ~/spare

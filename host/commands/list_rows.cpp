@@ -208,7 +208,7 @@ std::vector<std::string> statusLines(const link::StatusReply& status,
         lines.push_back(fmt::format("incomplete: {} still to come; sync or mirror again",
                                     plural(status.missing_files(), "file")));
     else if (status.tracks() > 0)
-        lines.emplace_back("complete: every track has its file");
+        lines.emplace_back("complete: every track of a host or another device has its file");
     if (status.anchor() == "0")
         lines.emplace_back("no host has synced this device yet");
     if (cloud.signed_in())

@@ -105,4 +105,38 @@ TEST_F(OwnerFields, EntriesOfAPlaylistAreAddedMovedAndTakenOut) {
     EXPECT_TRUE(error);
 }
 
+TEST_F(OwnerFields, APlaylistIsMadeWithItsTracksOrNotAtAll) {
+    platform::OptionalError error;
+    EXPECT_EQ(korvane::createPlaylist(*library, "Bad", error, {11, 999}), 0);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, korvane::LibraryErrorNotFound);
+    EXPECT_EQ(number("SELECT count(*) FROM container WHERE name = 'Bad'"), 0);
+    const std::int64_t list = korvane::createPlaylist(*library, "Good", error, {11, 12});
+    EXPECT_THAT(tracksOf(list), testing::ElementsAre(11, 12));
+}
+
+TEST_F(OwnerFields, TracksAreAddedAtAPlaceAndTakenOutWhereverTheyStand) {
+    platform::OptionalError error;
+    const std::int64_t list = korvane::createPlaylist(*library, "List", error, {11, 12});
+    EXPECT_FALSE(korvane::addToPlaylist(*library, list, {13, 11}, 1));
+    EXPECT_THAT(tracksOf(list), testing::ElementsAre(11, 13, 11, 12));
+    EXPECT_FALSE(korvane::addToPlaylist(*library, list, {13}, 4));
+    EXPECT_TRUE(korvane::addToPlaylist(*library, list, {13}, 6));
+    EXPECT_FALSE(korvane::removeTracksFromPlaylist(*library, list, {11, 12}));
+    EXPECT_THAT(tracksOf(list), testing::ElementsAre(13, 13));
+    EXPECT_TRUE(korvane::removeTracksFromPlaylist(*library, list, {13, 11}));
+    EXPECT_THAT(tracksOf(list), testing::ElementsAre(13, 13));
+}
+
+TEST_F(OwnerFields, APlaylistIsFoundByItsIdOrByANameThatOnlyOneHas) {
+    platform::OptionalError error;
+    const std::int64_t first = korvane::createPlaylist(*library, "Twin", error);
+    EXPECT_EQ(korvane::findPlaylist(*library, "Twin", error)->persistentID, first);
+    korvane::createPlaylist(*library, "Twin", error);
+    EXPECT_FALSE(korvane::findPlaylist(*library, "Twin", error));
+    EXPECT_EQ(error->code, korvane::LibraryErrorNotFound);
+    EXPECT_EQ(korvane::findPlaylist(*library, std::to_string(first), error)->name, "Twin");
+    EXPECT_FALSE(korvane::findPlaylist(*library, "Nobody", error));
+}
+
 }  // namespace
