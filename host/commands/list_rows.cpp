@@ -135,6 +135,7 @@ Json jsonOf(const link::StatusReply& status, const link::CloudReply& cloud) {
             {"playlists", status.playlists()},
             {"missing_files", status.missing_files()},
             {"background_suppressed", status.background_suppressed()},
+            {"busy_with", optionalText(!status.session_owner().empty(), status.session_owner())},
             {"cloud_signed_in", cloud.signed_in()},
             {"cloud_kenning", cloud.has_kenning_data()}};
 }

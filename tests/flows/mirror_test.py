@@ -5,7 +5,7 @@ import os
 import signal
 import time
 
-from flow import DONE, INTERRUPTED, NOT_FOUND, PARTLY, USAGE, Flow, main
+from flow import BUSY, DONE, INTERRUPTED, NOT_FOUND, PARTLY, USAGE, Flow, main
 
 DEADLINE = 60  # seconds
 
@@ -182,6 +182,37 @@ class Following(Flow):
             if event["type"] == "summary":
                 return event
         self.fail(process.stderr.read().decode())
+
+
+class Busy(Flow):
+    def test_a_device_that_is_taken_says_by_whom(self):
+        self.make(2)
+        self.sync()
+        other = self.another("other")
+        self.mirror(self.device, other)
+        self.make(40, size=1_000_000)
+        host = self.device.start_sync(self.media)
+        try:
+            deadline = time.monotonic() + DEADLINE
+            while not self.device.lines("status", "--json")[-1]["busy_with"]:
+                self.assertLess(time.monotonic(), deadline)
+                self.assertIsNone(host.poll(), "the sync was over too soon")
+            host.send_signal(signal.SIGSTOP)
+            self.assertIn(b"busy with", self.device.orlith("status").stdout)
+            file = os.path.join(self.scratch, "changes")
+            for words in (["export", "--after", "0", "--output", file], ["reset-changes"]):
+                self.assertRefused(self.device.orlith(*words), BUSY, "busy with", "process")
+            self.assertEqual(os.path.exists(file), False)
+            code, lines, errors = other.mirror_from(self.device)
+            self.assertEqual(code, BUSY, errors)
+            self.assertIn("busy", errors)
+            self.assertTrue(self.of_type(lines, "waiting"))
+        finally:
+            host.send_signal(signal.SIGCONT)
+            host.communicate(timeout=DEADLINE)
+        self.assertEqual(host.returncode, DONE)
+        self.mirror(self.device, other)
+        self.assertEqualDevices(self.device, other)
 
 
 class WrongUse(Flow):
