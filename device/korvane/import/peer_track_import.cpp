@@ -19,6 +19,10 @@ constexpr char IsUsedID[] =
     " OR EXISTS (SELECT 1 FROM item WHERE item_pid = ?1)"
     " OR EXISTS (SELECT 1 FROM container WHERE container_pid = ?1)"
     " OR EXISTS (SELECT 1 FROM container WHERE sync_id = ?1 AND sync_id <> 0)";
+// Where all tracks are of one stream: its ids differ, and no new persistent id is one of them.
+constexpr char IsUsedIDOfPlaylist[] =
+    "SELECT EXISTS (SELECT 1 FROM container WHERE container_pid = ?1)"
+    " OR EXISTS (SELECT 1 FROM container WHERE sync_id = ?1 AND sync_id <> 0)";
 // The picture of a track that came from a peer is to be pulled.
 constexpr char TakeCloudArtwork[] =
     "UPDATE item_artwork SET cloud_artwork_token = sync_artwork_token"
@@ -35,7 +39,8 @@ PeerTrackImport::PeerTrackImport(PeerImportContext& context)
       _merging(context.database),
       _plays(context.database, context.origin),
       _removed(context.database),
-      _isUsedID(context.database.prepare(IsUsedID)),
+      _isUsedID(context.database.prepare(
+          context.hadNoTracks && !_removed.remembersAny() ? IsUsedIDOfPlaylist : IsUsedID)),
       _takeCloudArtwork(context.database.prepare(TakeCloudArtwork)) {}
 
 void PeerTrackImport::apply(std::span<const qorx::Record* const> batch) {

@@ -17,6 +17,8 @@ public:
         : _database(database),
           _remembersAny(database.int64("SELECT EXISTS (SELECT 1 FROM removed_memory)") != 0) {}
 
+    // Whether there is any to give back.
+    bool remembersAny() const { return _remembersAny; }
     // The persistent id that a track with this global id had, with its date, rating and bookmark
     // put into `values`. Absent when none was removed, or when its old id is in use again.
     std::optional<std::int64_t> recall(std::int64_t globalID, IncomingTrack& values);

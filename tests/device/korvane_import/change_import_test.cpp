@@ -454,6 +454,14 @@ TEST_F(ChangeImport, TheChangeLogForgetsWhatAllPeersHave) {
     EXPECT_EQ(deletions(), 0);
 }
 
+TEST_F(ChangeImport, TheIdOfAPlaylistIsNoSyncIdOfATrackAlsoOfTheFirst) {
+    platform::OptionalError error;
+    qorx::Track track;
+    track.set_persistent_id(korvane::createPlaylist(b.library(), "List", error));
+    ASSERT_TRUE(b.importData(sealedTracks("peer", {track}), std::nullopt).success);
+    EXPECT_EQ(b.number("SELECT count(*) FROM item_store WHERE sync_id = 0"), 1);
+}
+
 TEST_F(ChangeImport, ASyncIdThatIsUsedHereIsNotGivenAgain) {
     fill(a, 1);
     HostData data;

@@ -100,10 +100,12 @@ TEST_F(HostileChanges, BytesThatWereChangedBeforeTheChecksumWasMadeAreRefusedOrT
                   fresh.number("SELECT count(*) FROM item"));
         EXPECT_EQ(fresh.number("SELECT count(*) FROM item"), 3);
     };
-    for (std::size_t at = 0; at < tracks.size() - common::QorxChecksumSize; ++at) {
+    // Each wants a library of its own; the fuzzer tries the bytes between.
+    constexpr std::size_t Step = 3;
+    for (std::size_t at = 0; at < tracks.size() - common::QorxChecksumSize; at += Step) {
         tryImport(sealedAnew(flipped(tracks, at)), playlists);
     }
-    for (std::size_t at = 0; at < playlists.size() - common::QorxChecksumSize; ++at) {
+    for (std::size_t at = 0; at < playlists.size() - common::QorxChecksumSize; at += Step) {
         tryImport(tracks, sealedAnew(flipped(playlists, at)));
     }
     EXPECT_GT(refused, 0);

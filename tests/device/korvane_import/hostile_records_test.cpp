@@ -87,7 +87,7 @@ TEST_F(HostileRecords, EveryNumberButZeroIsAnId) {
     const std::vector<std::int64_t> ids(std::begin(ExtremeIDs), std::end(ExtremeIDs));
     for (const std::int64_t id : ids) {
         tracks.push_back(track(id));
-        tracks.back().set_sync_id(-id);
+        tracks.back().set_sync_id(~id);
         tracks.back().set_own_id(id);
         playlists.push_back(playlist(id, ids));
     }
