@@ -23,10 +23,6 @@ constexpr char IsUsedID[] =
 constexpr char IsUsedIDOfPlaylist[] =
     "SELECT EXISTS (SELECT 1 FROM container WHERE container_pid = ?1)"
     " OR EXISTS (SELECT 1 FROM container WHERE sync_id = ?1 AND sync_id <> 0)";
-// The picture of a track that came from a peer is to be pulled.
-constexpr char TakeCloudArtwork[] =
-    "UPDATE item_artwork SET cloud_artwork_token = sync_artwork_token"
-    " WHERE item_id BETWEEN ? AND ? AND sync_artwork_token <> ''";
 
 }  // namespace
 
@@ -40,8 +36,7 @@ PeerTrackImport::PeerTrackImport(PeerImportContext& context)
       _plays(context.database, context.origin),
       _removed(context.database),
       _isUsedID(context.database.prepare(
-          context.hadNoTracks && !_removed.remembersAny() ? IsUsedIDOfPlaylist : IsUsedID)),
-      _takeCloudArtwork(context.database.prepare(TakeCloudArtwork)) {}
+          context.hadNoTracks && !_removed.remembersAny() ? IsUsedIDOfPlaylist : IsUsedID)) {}
 
 void PeerTrackImport::apply(std::span<const qorx::Record* const> batch) {
     for (const qorx::Record* entry : batch) {
@@ -106,8 +101,6 @@ void PeerTrackImport::insertPending() {
     }
     const std::int64_t last = _statements.lastItemID();
     const std::int64_t first = last - static_cast<std::int64_t>(_pending.size()) + 1;
-    _takeCloudArtwork->bindAll(first, last);
-    _takeCloudArtwork.run();
     _context.origin.giveRevisionsToNewTracks(first, last);
     for (std::size_t i = 0; i < _pending.size(); ++i) {
         const qorx::Track& record = *_pending[i];
@@ -133,6 +126,7 @@ PeerTrackImport::Inserted PeerTrackImport::insert(const qorx::Track& record,
     track.itemArtistPID = _names.itemArtist(record.artist());
     track.sources = sourceBit(KV3SourceSync);
     track.syncID = syncIDFor(record.persistent_id());
+    track.cloudArtworkToken = record.artwork_token();
     const auto recalled = _removed.recall(track.globalID, track);
     track.dateAdded = record.date_added();
     mergeOwnerValues(record, track);

@@ -61,7 +61,6 @@ private:
     PlayMerge _plays;
     RemovedTracks _removed;
     common::Query _isUsedID;
-    common::Query _takeCloudArtwork;
     std::vector<const qorx::Track*> _pending;  // of the batch: new, not inserted yet
     bool _hasInserted = false;
 };

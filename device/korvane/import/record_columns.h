@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 #include "platform/values.h"
 
@@ -18,6 +19,8 @@ namespace korvane {
 struct IncomingTrack {
     const qorx::Track* record = nullptr;
     std::int64_t syncID = 0;
+    // Of a new track: the picture that is to be pulled from a peer; empty: none is.
+    std::string_view cloudArtworkToken = {};
     // A host sends the recommendation data that its records name; a peer does not.
     bool bringsKenningData = true;
     std::int64_t globalID = 0;
@@ -47,7 +50,7 @@ struct RecordTable {
     std::span<const RecordColumn> columns;
 };
 
-// item first, as it must be inserted.
+// item first, as it must be inserted; item_artwork last.
 std::span<const RecordTable> recordTables();
 
 // A number of a record as a column holds it: what is beyond 63 bits becomes the largest.

@@ -80,6 +80,10 @@ std::string insertStatement(const RecordTable& table) {
         names += fmt::format(", {}", column.name);
         marks += ", ?";
     }
+    if (&table == &recordTables()[ArtworkTable]) {
+        names += ", cloud_artwork_token";
+        marks += ", ?";
+    }
     return fmt::format("INSERT INTO {} (item_id, item_pid{}) VALUES (?, ?{})", table.name, names,
                        marks);
 }
@@ -260,7 +264,10 @@ void TrackStatements::insert(std::int64_t pid, const IncomingTrack& track,
             query->bind(index++, place.albumArtistOrder);
             query->bind(index++, place.albumOrder);
         }
-        bindValues(*query, index, recordTables()[table], track);
+        index = bindValues(*query, index, recordTables()[table], track);
+        if (table == ArtworkTable) {
+            bindBorrowed(*query, index, ValueView(track.cloudArtworkToken));
+        }
         query.run();
     }
 }

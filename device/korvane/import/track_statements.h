@@ -19,6 +19,7 @@ struct IncomingTrack;
 
 inline constexpr std::size_t RecordTableCount = 5;
 inline constexpr std::size_t ItemTable = 0;
+inline constexpr std::size_t ArtworkTable = 4;
 using RecordTableSet = std::bitset<RecordTableCount>;
 
 // Where a track's rows differ from an incoming one.
