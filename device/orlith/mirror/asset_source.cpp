@@ -37,6 +37,16 @@ std::shared_ptr<Asset> assetOf(const link::AssetRequest& request) {
     return asset;
 }
 
+// The plug-in's own error has no words.
+Error refusalOf(const AssetAnswer& answer, std::uint32_t parts) {
+    const char* words = parts == PartFile ? "the other device does not have the file"
+                                          : "the other device does not have the picture";
+    if (!answer.error)
+        return Error(platform::POSIXErrorDomain, ENOENT, words);
+    return answer.error->text().empty() ? Error(answer.error->domain, answer.error->code, words)
+                                        : *answer.error;
+}
+
 SessionError badRequest(const std::string& text) {
     return SessionError(Error(OrlithErrorDomain, OrlithErrorProtocol, text));
 }
@@ -103,9 +113,7 @@ void AssetSource::answer(AssetAnswer answer) {
     const link::AssetRequest request = pending->second.request;
     forget(answer.request);
     if (answer.error || !answer.stream)
-        return sendEnd(request.request(),
-                       answer.error.value_or(Error(platform::POSIXErrorDomain, ENOENT,
-                                                   "the other device gave no file")));
+        return sendEnd(request.request(), refusalOf(answer, request.parts()));
     if (request.parts() == PartFile)
         sendFile(request, answer);
     else

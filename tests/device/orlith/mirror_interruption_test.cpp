@@ -143,6 +143,7 @@ TEST_F(Mirrors, AFileThatIsGoneIsListedAndTheNextRunAsksAgain) {
     EXPECT_TRUE(gone.status.ok());
     ASSERT_EQ(gone.failures.size(), 1u);
     EXPECT_EQ(gone.failures[0].title(), "Title 2");
+    EXPECT_EQ(gone.failures[0].failure().text(), "the other device does not have the file");
     EXPECT_TRUE(gone.failures[0].recoverable());
     EXPECT_EQ(gone.summary().assets(), 2u);
     fs::rename(first.root + "/hidden", first.root + path);
