@@ -10,15 +10,16 @@
 
 namespace host {
 
-void writeTo(int descriptor, std::string_view text) {
+bool writeTo(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = ::write(descriptor, text.data(), text.size());
         if (written < 0 && errno == EINTR)
             continue;
         if (written < 0)
-            return;
+            return false;
         text.remove_prefix(static_cast<std::size_t>(written));
     }
+    return true;
 }
 
 void complain(std::string_view text) {

@@ -28,8 +28,8 @@ private:
     const bool _json;
 };
 
-// Appended to a descriptor as it is.
-void writeTo(int descriptor, std::string_view text);
+// Appended to a descriptor as it is; false, with errno, when not all of it could be.
+bool writeTo(int descriptor, std::string_view text);
 // "orlith: <text>" on the error output.
 void complain(std::string_view text);
 std::string jsonLine(const nlohmann::ordered_json& object);

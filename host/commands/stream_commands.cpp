@@ -32,6 +32,12 @@ link::ExportRequest requestOf(const ExportOptions& options) {
     return request;
 }
 
+platform::Error errorOfErrno(const std::string& what) {
+    const int number = errno;
+    return platform::Error(platform::POSIXErrorDomain, number,
+                           fmt::format("{}: {}", what, std::strerror(number)));
+}
+
 // What an export has in hand.
 struct Export {
     const ExportOptions& options;
@@ -53,8 +59,9 @@ struct Export {
 
     OptionalError toStandardOutput() const {
         ChangeReceiver receiver([](std::string_view bytes) -> OptionalError {
-            writeTo(STDOUT_FILENO, bytes);
-            return std::nullopt;
+            if (writeTo(STDOUT_FILENO, bytes))
+                return std::nullopt;
+            return errorOfErrno("the standard output");
         });
         OptionalError error = receive(receiver);
         progress.finish();
@@ -138,12 +145,10 @@ ExitCode runExport(const CommonOptions& common, const ExportOptions& options) {
 
 ExitCode runImport(const CommonOptions& common, const std::string& file) {
     const Output output(common.json);
-    OptionalError error;
+    // Told before it is noticed that its parameters are missing too.
     if (::access(file.c_str(), R_OK) != 0)
-        error = platform::Error(platform::POSIXErrorDomain, errno,
-                                fmt::format("{}: {}", displayText(file), std::strerror(errno)));
-    if (error)
-        return outcomeOf(error, output);
+        return outcomeOf(errorOfErrno(displayText(file)), output);
+    OptionalError error;
     auto parameters = readParameters(file, error);
     if (!parameters)
         return outcomeOf(error, output);

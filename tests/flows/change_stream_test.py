@@ -4,7 +4,7 @@ import json
 import os
 import subprocess
 
-from flow import DONE, FAILURE, NOT_FOUND, ORLITH, USAGE, Flow, main
+from flow import DONE, FAILURE, NO_SPACE, NOT_FOUND, ORLITH, USAGE, Flow, main
 
 
 class ChangeStream(Flow):
@@ -115,6 +115,12 @@ class ChangeStream(Flow):
             file.write(done.stderr)
         self.other.lines("import", self.file, "--json")
         self.assertEqual(len(self.other.lines("list", "--json")), 7)
+
+    def test_a_pipe_that_takes_no_more_is_no_success(self):
+        command = [ORLITH, "export", "--after", "0", "--device", self.device.root]
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run(command, stdout=full, stderr=subprocess.PIPE, check=False)
+        self.assertRefused(done, NO_SPACE, "the standard output")
 
     def test_what_is_missing_is_named(self):
         self.assertRefused(self.other.orlith("import", self.file), NOT_FOUND, "changes.qorx:")
