@@ -1,11 +1,11 @@
 #include <grpcpp/channel.h>
-#include <unistd.h>
 
 #include <filesystem>
 
 #include "host/commands/commands.h"
 #include "host/commands/interrupts.h"
 #include "host/commands/mirror_report.h"
+#include "host/commands/shown_progress.h"
 #include "host/session/call_cancellation.h"
 #include "host/session/device_channel.h"
 #include "host/session/device_directory.h"
@@ -53,8 +53,7 @@ ExitCode runMirror(const MirrorOptions& options) {
         return ExitCode::Usage;
     }
     const Output output(options.json);
-    Progress progress(progressStyleFor(STDERR_FILENO),
-                      [](std::string_view text) { writeTo(STDERR_FILENO, text); });
+    ShownProgress progress;
     MirrorReport report(output, progress);
     CallCancellation cancellation;
     OptionalError error;

@@ -8,6 +8,7 @@
 #include "host/commands/commands.h"
 #include "host/commands/device_question.h"
 #include "host/commands/interrupts.h"
+#include "host/commands/shown_progress.h"
 #include "host/progress/progress.h"
 #include "host/scan/file_names.h"
 #include "host/session/call_cancellation.h"
@@ -126,8 +127,7 @@ ExitCode runExport(const CommonOptions& common, const ExportOptions& options) {
     if (!mayExport(common, options))
         return ExitCode::Usage;
     const Output output(common.json);
-    Progress progress(progressStyleFor(STDERR_FILENO),
-                      [](std::string_view text) { writeTo(STDERR_FILENO, text); });
+    ShownProgress progress;
     CallCancellation cancellation;
     const Interrupts interrupts([&] { cancellation.cancel(); });
     ChangeParameters parameters;

@@ -1,7 +1,6 @@
-#include <unistd.h>
-
 #include "host/commands/commands.h"
 #include "host/commands/interrupts.h"
+#include "host/commands/shown_progress.h"
 #include "host/commands/sync_report.h"
 
 namespace host {
@@ -17,8 +16,7 @@ bool isEmpty(const SyncSummary& summary) {
 
 ExitCode runSync(const SyncOptions& options, const CommonOptions& common) {
     const Output output(common.json);
-    Progress progress(progressStyleFor(STDERR_FILENO),
-                      [](std::string_view text) { writeTo(STDERR_FILENO, text); });
+    ShownProgress progress;
     SyncReport report(output, progress);
     SyncRun run(options, report, progress);
     platform::OptionalError error;
