@@ -80,14 +80,11 @@ void importChanges(benchmark::State& state, std::int64_t tracks) {
 }  // namespace
 
 void registerImportsOfChanges(std::int64_t tracks) {
-    // The extension keeps every row's changes in memory.
-    constexpr std::int64_t MostTracksRecorded = 100'000;
-    if (tracks <= MostTracksRecorded)
-        benchmark::RegisterBenchmark(fmt::format("{}/{}", NewTracks, tracks).c_str(), importChanges,
-                                     tracks)
-            ->Iterations(Rounds)
-            ->UseManualTime()
-            ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(fmt::format("{}/{}", NewTracks, tracks).c_str(), importChanges,
+                                 tracks)
+        ->Iterations(Rounds)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
 }
 
 }  // namespace bench

@@ -20,8 +20,6 @@ constexpr char AllTracks[] = "export, all tracks";
 constexpr char FewChanged[] = "export, 1,000 changed";
 constexpr std::int64_t ChangedTracks = 1'000;
 constexpr int Rounds = 5;
-// The extension keeps every row's changes in memory.
-constexpr std::int64_t MostTracksRecorded = 100'000;
 
 // Counts what it is given.
 class CountingStream final : public platform::OutputStream {
@@ -147,8 +145,7 @@ void registerExports(std::int64_t tracks) {
             ->Unit(benchmark::kMillisecond);
     };
     add(AllTracks, exportAll);
-    if (tracks <= MostTracksRecorded)
-        add("export, all tracks, changeset", exportAsChangeset);
+    add("export, all tracks, changeset", exportAsChangeset);
     add(FewChanged, exportFew);
 }
 
