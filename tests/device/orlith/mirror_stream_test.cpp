@@ -131,12 +131,12 @@ TEST_F(Mirrors, AStreamThatIsCutInItsMiddleChangesNothing) {
 TEST_F(Mirrors, AFirstDeviceThatFallsSilentIsLeftWhenTheOwnerLeaves) {
     first.start();
     companion.start();
-    const HostLibrary library{2, 2'000'000, {}, {}};
+    const HostLibrary library{2, 500'000, {}, {}};
     hostSync(first, library);
     LinkProxy proxy(first.root);
     std::atomic<bool> isSilent{false};
     std::atomic<bool> goesOn{false};
-    proxy.at(LinkProxy::Way::ToCompanion, 1'000'000, [&] {
+    proxy.at(LinkProxy::Way::ToCompanion, 300'000, [&] {
         isSilent = true;
         eventually([&] { return goesOn.load(); });
         return true;
