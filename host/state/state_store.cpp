@@ -48,14 +48,14 @@ ContentHash hashColumn(common::Query& query, int column) {
 }
 
 std::string encodeItems(const std::vector<std::int64_t>& items) {
-    std::string bytes(items.size() * 8, '\0');
-    std::memcpy(bytes.data(), items.data(), bytes.size());
-    return bytes;
+    const auto bytes = std::as_bytes(std::span(items));
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 std::vector<std::int64_t> decodeItems(std::span<const std::uint8_t> blob) {
     std::vector<std::int64_t> items(blob.size() / 8);
-    std::memcpy(items.data(), blob.data(), items.size() * 8);
+    if (!items.empty())
+        std::memcpy(items.data(), blob.data(), items.size() * 8);
     return items;
 }
 
