@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <set>
 
 #include "device/orlith/asset.h"
@@ -41,6 +42,27 @@ std::string extensionOf(const std::string& fileName) {
         return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     });
     return isFileExtension(extension) ? extension : std::string();
+}
+
+// Pictures evenly among the files: the other device makes them fit while files come, rather than
+// before.
+std::vector<WantedAsset> spreadPictures(std::vector<WantedAsset> wanted) {
+    const auto firstFile =
+        std::stable_partition(wanted.begin(), wanted.end(),
+                              [](const WantedAsset& asset) { return asset.parts == PartArtwork; });
+    const auto pictures = static_cast<std::size_t>(firstFile - wanted.begin());
+    const std::size_t files = wanted.size() - pictures;
+    std::vector<WantedAsset> spread;
+    spread.reserve(wanted.size());
+    auto file = firstFile;
+    for (std::size_t picture = 0; picture < pictures; ++picture) {
+        const auto next = firstFile + static_cast<std::ptrdiff_t>(files * picture / pictures);
+        std::move(file, next, std::back_inserter(spread));
+        file = next;
+        spread.push_back(std::move(wanted[picture]));
+    }
+    std::move(file, wanted.end(), std::back_inserter(spread));
+    return spread;
 }
 
 bool isFull(const Error& error) {
@@ -86,7 +108,7 @@ std::vector<WantedAsset> AssetPuller::listWanted() {
                                   cleanUTF8(own.prettyName().value_or(std::string())), *idAtPeer});
             }
         });
-    return wanted;
+    return spreadPictures(std::move(wanted));
 }
 
 void AssetPuller::run(std::vector<WantedAsset> wanted, link::MirrorSummary& summary) {
