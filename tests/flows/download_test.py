@@ -96,6 +96,13 @@ class Download(Flow):
             self.assertLess(time.monotonic(), deadline, f"{self.downloads()} {self.tracks()}")
             time.sleep(0.05)
 
+    def wait_until_gone(self, device, daemon):
+        """Without a question that would keep any daemon here."""
+        deadline = time.monotonic() + DEADLINE
+        while daemon and device.daemon_process() == daemon:
+            self.assertLess(time.monotonic(), deadline, "the daemon does not leave")
+            time.sleep(0.05)
+
     def wait_for_file(self, title):
         self.wait_until(lambda: any(t["title"] == title and t["path"] for t in self.tracks()))
         return next(t for t in self.tracks() if t["title"] == title)
@@ -168,13 +175,14 @@ class Download(Flow):
         self.hold_back()
         self.download(self.store.url("talk.mp3"), "--title", "A talk")
         daemon = self.device.daemon_process()
-        time.sleep(2.5)
+        # One that has nothing to do tells when the time is over.
+        idle = self.another("idle")
+        idle.environment["ORLITH_IDLE_SECONDS"] = "1"
+        self.sync(device=idle)
+        self.wait_until_gone(idle, idle.daemon_process())
         self.assertEqual(self.device.daemon_process(), daemon)
         self.store.open.set()
-        deadline = time.monotonic() + DEADLINE
-        while self.device.daemon_process() == daemon:
-            self.assertLess(time.monotonic(), deadline, "the daemon does not leave")
-            time.sleep(0.1)
+        self.wait_until_gone(self.device, daemon)
         self.assertIn("A talk", self.titles())
 
     def test_a_track_that_lacks_its_file_gets_it(self):

@@ -3,8 +3,12 @@
 import hashlib
 import json
 import os
+import select
 import signal
 import subprocess
+
+# How long a daemon may take to end.
+END_SECONDS = 60
 
 
 class Device:
@@ -67,19 +71,24 @@ class Device:
         return None
 
     def kill_daemon(self):
-        process = self.daemon_process()
-        if process:
-            os.kill(process, signal.SIGKILL)
-        return process is not None
+        """Whether there was one; it is gone then."""
+        return self._end_daemon(signal.SIGKILL)
 
     def stop_daemon(self):
+        return self._end_daemon(signal.SIGTERM)
+
+    def _end_daemon(self, how):
         process = self.daemon_process()
-        if process:
-            os.kill(process, signal.SIGTERM)
-            for _ in range(1000):
-                if self.daemon_process() != process:
-                    return
-                subprocess.run(["sleep", "0.01"], check=False)
+        if process is None:
+            return False
+        handle = os.pidfd_open(process)
+        try:
+            os.kill(process, how)
+            if not select.select([handle], [], [], END_SECONDS)[0]:
+                raise RuntimeError("the daemon does not end")
+        finally:
+            os.close(handle)
+        return True
 
     def state(self):
         """Everything of the device that an undisturbed run determines, ids replaced by titles."""
