@@ -9,6 +9,7 @@
 #include "device/korvane/import/import_cancellation.h"
 #include "device/korvane/import/import_context.h"
 #include "device/korvane/import/import_failure.h"
+#include "device/korvane/import/late_index.h"
 #include "device/korvane/import/names.h"
 #include "device/korvane/import/playlist_import.h"
 #include "device/korvane/import/removals.h"
@@ -99,12 +100,14 @@ private:
     }
 
     void importTracks() {
+        LateIndex globalIDs(_context.database, _context.hadNoTracks, _contents.ids.size());
         TrackImport tracks(_context);
         _stream.forEachBatch(qorx::Record::kTrack, [&](RecordStream::Batch& batch) {
             std::ranges::stable_sort(
                 batch, {}, [](const qorx::Record* record) { return record->track().sync_id(); });
             tracks.apply(batch);
         });
+        globalIDs.build();
         tracks.finish();
     }
 

@@ -40,7 +40,8 @@ void NewIDs::readKnown() {
         _known.push_back(ids->int64(0));
     }
     std::ranges::sort(_known);
-    _asksDatabase = _known.size() == FewKnown;
+    _knowsAll = _known.size() < FewKnown;
+    _asksDatabase = !_knowsAll;
 }
 
 void NewIDs::draw(std::size_t count) {
@@ -73,6 +74,10 @@ bool NewIDs::isTaken(std::int64_t id) {
         return true;
     }
     return _asksDatabase && isTakenID(_database, id);
+}
+
+bool NewIDs::isKnownUnused(std::int64_t id) const {
+    return _knowsAll && !std::ranges::binary_search(_known, id);
 }
 
 std::uint64_t systemRandomNumber() {

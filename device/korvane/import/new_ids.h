@@ -23,6 +23,9 @@ public:
            const std::vector<std::int64_t>& reserved, RandomNumber random);
 
     std::int64_t next();
+    // Before the first of these ids was given out, no entry had this one nor had had it. False also
+    // when only the database could tell.
+    bool isKnownUnused(std::int64_t id) const;
 
 private:
     void readKnown();
@@ -34,7 +37,8 @@ private:
     RandomNumber _random;
     // A database with few entries is asked once for all ids that it knows; besides them there are
     // only those given out here, and the first draw has no twins.
-    std::vector<std::int64_t> _known;  // sorted; not all of them when the database is asked
+    std::vector<std::int64_t> _known;  // sorted
+    bool _knowsAll = false;            // _known holds all of them
     bool _asksDatabase = false;
     std::vector<std::int64_t> _ids;  // descending: the next one is the last
 };

@@ -7,6 +7,7 @@
 #include "device/korvane/connections.h"
 #include "device/korvane/import/import_cancellation.h"
 #include "device/korvane/import/import_failure.h"
+#include "device/korvane/import/late_index.h"
 #include "device/korvane/import/names.h"
 #include "device/korvane/import/peer_import_context.h"
 #include "device/korvane/import/peer_playlist_import.h"
@@ -208,6 +209,7 @@ private:
     }
 
     void importTracks() {
+        LateIndex globalIDs(_database, _context.hadNoTracks, _sections.tracks.ids().size());
         PeerTrackImport tracks(_context);
         _sections.tracks.forEachBatch(qorx::Record::kTrack, [&](RecordStream::Batch& batch) {
             // The indices on the peer's ids grow in order.
@@ -216,6 +218,7 @@ private:
             });
             tracks.apply(batch);
         });
+        globalIDs.build();
         tracks.finish();
     }
 

@@ -19,7 +19,6 @@ constexpr char IsUsedID[] =
     " OR EXISTS (SELECT 1 FROM item WHERE item_pid = ?1)"
     " OR EXISTS (SELECT 1 FROM container WHERE container_pid = ?1)"
     " OR EXISTS (SELECT 1 FROM container WHERE sync_id = ?1 AND sync_id <> 0)";
-// Where all tracks are of one stream: its ids differ, and no new persistent id is one of them.
 constexpr char IsUsedIDOfPlaylist[] =
     "SELECT EXISTS (SELECT 1 FROM container WHERE container_pid = ?1)"
     " OR EXISTS (SELECT 1 FROM container WHERE sync_id = ?1 AND sync_id <> 0)";
@@ -35,8 +34,8 @@ PeerTrackImport::PeerTrackImport(PeerImportContext& context)
       _merging(context.database),
       _plays(context.database, context.origin),
       _removed(context.database),
-      _isUsedID(context.database.prepare(
-          context.hadNoTracks && !_removed.remembersAny() ? IsUsedIDOfPlaylist : IsUsedID)) {}
+      _onlyPlaylistsUseIDs(context.hadNoTracks && !_removed.remembersAny()),
+      _isUsedID(context.database.prepare(_onlyPlaylistsUseIDs ? IsUsedIDOfPlaylist : IsUsedID)) {}
 
 void PeerTrackImport::apply(std::span<const qorx::Record* const> batch) {
     for (const qorx::Record* entry : batch) {
@@ -81,6 +80,9 @@ IncomingTrack PeerTrackImport::incoming(const qorx::Track& record) {
 
 // A foreign track goes by the id that its device has for it, where nothing else here does.
 std::int64_t PeerTrackImport::syncIDFor(std::int64_t persistentID) {
+    if (_onlyPlaylistsUseIDs && _context.newIDs.isKnownUnused(persistentID)) {
+        return persistentID;
+    }
     _isUsedID->bindAll(persistentID);
     _isUsedID.step();
     const bool isUsed = _isUsedID->int64(0) != 0;
@@ -107,9 +109,12 @@ void PeerTrackImport::insertPending() {
         const std::int64_t pid = inserted[i].pid;
         _context.identities.claim(EntityKind::Track, record.persistent_id(), pid);
         _merging.writeMoments(pid, FieldMoments(), FieldMoments::of(record));
+        if (!inserted[i].isRecalled) {
+            _plays.add(pid, record);
+            continue;
+        }
         _plays.merge(pid, record);
-        if (inserted[i].isRecalled &&
-            (inserted[i].recordLacksSomething || _plays.holdsMore(pid, record))) {
+        if (inserted[i].recordLacksSomething || _plays.holdsMore(pid, record)) {
             _context.origin.tellEverybody(EntityKind::Track, pid);
         }
     }

@@ -60,6 +60,8 @@ private:
     TrackMergeStatements _merging;
     PlayMerge _plays;
     RemovedTracks _removed;
+    // All tracks are of one stream: their ids differ, and no new persistent id is one of them.
+    const bool _onlyPlaylistsUseIDs;
     common::Query _isUsedID;
     std::vector<const qorx::Track*> _pending;  // of the batch: new, not inserted yet
     bool _hasInserted = false;

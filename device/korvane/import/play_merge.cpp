@@ -41,6 +41,16 @@ std::int64_t count(std::uint64_t value) {
     return std::min(columnNumber(value), LargestPlayCount);
 }
 
+bool isPlausibleOrigin(std::string_view uid) {
+    return !uid.empty() && uid.size() <= LongestUID;
+}
+
+void bindCounts(common::Query& query, std::int64_t pid, const qorx::PlayStatistics& plays) {
+    query->bindAllBorrowed(pid, plays.origin_uid(), count(plays.play_count()),
+                           count(plays.skip_count()), boundedMs(plays.last_played_ms()),
+                           boundedMs(plays.last_skipped_ms()));
+}
+
 }  // namespace
 
 void mergeOwnerValues(const qorx::Track& record, IncomingTrack& into) {
@@ -101,25 +111,32 @@ bool PlayMerge::holdsMore(std::int64_t pid, const qorx::Track& record) {
 
 void PlayMerge::merge(std::int64_t pid, const qorx::Track& record) {
     for (const qorx::PlayStatistics& plays : record.plays()) {
-        if (plays.origin_uid().empty() || plays.origin_uid().size() > LongestUID) {
-            continue;
+        if (isPlausibleOrigin(plays.origin_uid()) && grows(pid, plays)) {
+            _origin.aboutToChange();
+            write(pid, plays);
         }
-        const auto bind = [&](common::Query& query) {
-            query->bindAllBorrowed(pid, plays.origin_uid(), count(plays.play_count()),
-                                   count(plays.skip_count()), boundedMs(plays.last_played_ms()),
-                                   boundedMs(plays.last_skipped_ms()));
-        };
-        bind(_grows);
-        _grows.step();
-        const bool grows = _grows->int64(0) != 0;
-        _grows->reset();
-        if (!grows) {
-            continue;
-        }
-        _origin.aboutToChange();
-        bind(_write);
-        _write.run();
     }
+}
+
+void PlayMerge::add(std::int64_t pid, const qorx::Track& record) {
+    for (const qorx::PlayStatistics& plays : record.plays()) {
+        if (isPlausibleOrigin(plays.origin_uid())) {
+            write(pid, plays);
+        }
+    }
+}
+
+bool PlayMerge::grows(std::int64_t pid, const qorx::PlayStatistics& plays) {
+    bindCounts(_grows, pid, plays);
+    _grows.step();
+    const bool grows = _grows->int64(0) != 0;
+    _grows->reset();
+    return grows;
+}
+
+void PlayMerge::write(std::int64_t pid, const qorx::PlayStatistics& plays) {
+    bindCounts(_write, pid, plays);
+    _write.run();
 }
 
 }  // namespace korvane

@@ -7,8 +7,9 @@
 #include "common/sqlite/database.h"
 
 namespace qorx {
+class PlayStatistics;
 class Track;
-}
+}  // namespace qorx
 
 namespace korvane {
 
@@ -28,11 +29,16 @@ public:
     PlayMerge(common::Database& database, ChangeOrigin& origin);
     // Writes only what grows. The track's rows exist.
     void merge(std::int64_t pid, const qorx::Track& record);
+    // The same for a new track, which has no counts yet.
+    void add(std::int64_t pid, const qorx::Track& record);
 
     // After merging: whether the track has counts that the record does not.
     bool holdsMore(std::int64_t pid, const qorx::Track& record);
 
 private:
+    bool grows(std::int64_t pid, const qorx::PlayStatistics& plays);
+    void write(std::int64_t pid, const qorx::PlayStatistics& plays);
+
     ChangeOrigin& _origin;
     common::Query _grows;
     common::Query _write;
