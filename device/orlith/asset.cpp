@@ -39,11 +39,23 @@ std::string StoreInfo::description() const {
 
 Asset::Asset(Direction direction, std::string identifier, std::string dataclass,
              std::string sourcePath, std::optional<std::string> prettyName)
-    : _direction(direction),
-      _identifier(std::move(identifier)),
+    : _identifier(std::move(identifier)),
       _dataclass(std::move(dataclass)),
-      _sourcePath(std::move(sourcePath)),
-      _prettyName(std::move(prettyName)) {}
+      _prettyName(std::move(prettyName)),
+      _direction(direction) {
+    if (!sourcePath.empty())
+        rare().sourcePath = std::move(sourcePath);
+}
+
+Asset::Rare& Asset::rare() {
+    if (!_rare)
+        _rare = std::make_unique<Rare>();
+    return *_rare;
+}
+
+std::optional<std::string> Asset::path() const {
+    return _rare ? _rare->path : std::nullopt;
+}
 
 std::string Asset::description() const {
     constexpr std::array directions{"download", "upload", "pulled"};
@@ -56,10 +68,10 @@ std::string Asset::description() const {
         text += fmt::format(", parts {}", parts);
     if (_isRestore)
         text += ", restore";
-    if (_storePID)
-        text += fmt::format(", store download {}", *_storePID);
-    if (_path)
-        text += fmt::format(", path {}", *_path);
+    if (_rare && _rare->storePID)
+        text += fmt::format(", store download {}", *_rare->storePID);
+    if (_rare && _rare->path)
+        text += fmt::format(", path {}", *_rare->path);
     return text + ">";
 }
 

@@ -59,34 +59,40 @@ public:
     void setIsRestore(bool isRestore) override { _isRestore = isRestore; }
     bool bypassStore() const override { return _bypassStore; }
     void setBypassStore(bool bypassStore) override { _bypassStore = bypassStore; }
-    std::optional<std::string> path() const override { return _path; }
-    void setPath(const std::string& path) override { _path = path; }
+    std::optional<std::string> path() const override;
+    void setPath(const std::string& path) override { rare().path = path; }
     void setStoreInfo(std::shared_ptr<ORStoreInfo> storeInfo) override {
-        _storeInfo = std::move(storeInfo);
+        rare().storeInfo = std::move(storeInfo);
     }
     void setStorePID(std::int64_t persistentIdentifier) override {
-        _storePID = persistentIdentifier;
+        rare().storePID = persistentIdentifier;
     }
     std::string description() const override;
 
     // The device's file of an upload, an absolute device path; "" for a download.
-    const std::string& sourcePath() const { return _sourcePath; }
+    std::string sourcePath() const { return _rare ? _rare->sourcePath : std::string(); }
     const std::string& dataclass() const { return _dataclass; }
     const std::optional<std::string>& prettyName() const { return _prettyName; }
 
 private:
-    Direction _direction;
+    // What few assets of a long list have: a list of a whole library is as large as its records.
+    struct Rare {
+        std::string sourcePath;
+        std::optional<std::string> path;
+        std::shared_ptr<ORStoreInfo> storeInfo;
+        std::optional<std::int64_t> storePID;
+    };
+    Rare& rare();
+
     std::string _identifier;
     std::string _dataclass;
-    std::string _sourcePath;
     std::optional<std::string> _prettyName;
     std::optional<std::string> _assetType;
     platform::Value _variantOptions;
+    std::unique_ptr<Rare> _rare;
+    const Direction _direction;
     bool _isRestore = false;
     bool _bypassStore = false;
-    std::optional<std::string> _path;
-    std::shared_ptr<ORStoreInfo> _storeInfo;
-    std::optional<std::int64_t> _storePID;
 };
 
 // The bits of "AssetParts"; 0 when there are none.
