@@ -61,6 +61,7 @@ def drop(path):
 
 
 def row(name, peer, pairs, limit):
+    """`limit` of the ratio; None: only told."""
     return {"name": name, "against": peer,
             "seconds": statistics.median(p["ours"][0] for p in pairs),
             "peer_seconds": statistics.median(p["peer"][0] for p in pairs),
@@ -75,9 +76,10 @@ def report(rows, output):
     print(f"{'what':44} {'against':18} {'ours s':>8} {'peer s':>8} {'ratio':>6} {'limit':>6} "
           f"{'MiB':>6} {'peer':>6}")
     for r in rows:
-        verdict = "" if r["ratio"] <= r["limit"] else "  over"
+        limit = "" if r["limit"] is None else f"{r['limit']:.2f}"
+        verdict = "" if r["limit"] is None or r["ratio"] <= r["limit"] else "  over"
         print(f"{r['name']:44} {r['against']:18} {r['seconds']:8.3f} {r['peer_seconds']:8.3f} "
-              f"{r['ratio']:6.2f} {r['limit']:6.2f} {r['peak_mib']:6.0f} {r['peer_peak_mib']:6.0f}"
+              f"{r['ratio']:6.2f} {limit:>6} {r['peak_mib']:6.0f} {r['peer_peak_mib']:6.0f}"
               + verdict)
     if output:
         with open(output, "w") as file:

@@ -49,19 +49,19 @@ def mp3_body(folder, seconds=1):
         return file.read()
 
 
-def make(folder, scratch, files=200, size=None, seed=1):
+def make(folder, scratch, files=200, size=None, seed=1, covers=True):
     """`files` tracks of about `size` bytes (default: as small as they come) in albums of ten."""
     rng = random.Random(seed)
     body = mp3_body(scratch)
     names = []
     for i in range(files):
         album = i // 10
-        cover = png([rng.randrange(256) for _ in range(3)]) if i % 10 == 0 else None
         if i % 10 == 0:
-            album_cover = cover
+            colour = [rng.randrange(256) for _ in range(3)]
+            cover = (png(colour), "image/png") if covers else None
         tag = id3({"TIT2": f"Title {i:05d}", "TPE1": f"Artist {album % 7}",
                    "TALB": f"Album {album:04d}", "TRCK": str(i % 10 + 1),
-                   "TCON": ["Jazz", "Rock", "Folk"][album % 3]}, (album_cover, "image/png"))
+                   "TCON": ["Jazz", "Rock", "Folk"][album % 3]}, cover)
         # Whole frames more, so that the file stays well-formed at any size.
         sound = body * max(1, ((size or 0) - len(tag)) // len(body))
         where = os.path.join(folder, f"Artist {album % 7}", f"Album {album:04d}")
