@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
-"""Long tests of host and daemon together, each random choice from a seed that is printed.
+"""Long tests of host and daemons together, each random choice from a seed that is printed.
 
 kills: SIGKILL of host or daemon at random moments of a sync; the next run must bring the device to the
        state of an undisturbed one, with nothing lost, doubled or left in staging.
+mirrors: SIGKILL of either daemon or of the command at random moments of a mirror, with owners' changes
+       on both devices between; in the end both hold the same, and have nothing more to say.
 names: a host that puts hostile text into every field of every message and record; nothing outside the
        device directory changes.
 disks: a device on a disk of every size from too small to just enough; nothing half-done is listed, the
@@ -28,8 +30,8 @@ class Failure(Exception):
     pass
 
 
-def compare(expected, device, context):
-    actual = device.state()
+def compare(expected, device, context, state=Device.state):
+    actual = state(device)
     if actual != expected:
         for kind in expected:
             missing = [x for x in expected[kind] if x not in actual[kind]]
@@ -37,7 +39,7 @@ def compare(expected, device, context):
             print(f"  {kind}: {len(missing)} missing, {len(extra)} unexpected", file=sys.stderr)
             for row in (missing[:3] + extra[:3]):
                 print("   ", json.dumps(row), file=sys.stderr)
-        raise Failure(f"{context}: the device differs from an undisturbed one")
+        raise Failure(f"{context}: the device is not as it should be")
     problems = device.problems()
     if problems:
         raise Failure(f"{context}: " + "; ".join(problems[:10]))
@@ -104,6 +106,79 @@ def kills(build, scratch, rng, wanted, files):
           "same final state, 0 lost, 0 doubled, 0 left in staging")
 
 
+def change_as_owner(device, rng, titles):
+    """A few of the things that a device's owner does."""
+    for _ in range(rng.randrange(1, 6)):
+        track = rng.choice(titles)
+        device.lines(*rng.choice([
+            ("rate", track, str(rng.randrange(6)), "--json"),
+            ("played", track, "--json"),
+            ("edit", track, f"comment=Said at {rng.randrange(1 << 30)}", "--json"),
+            ("playlist", "create", f"List {rng.randrange(1 << 30)}", *rng.sample(titles, 3), "--json"),
+        ]))
+
+
+def settle(first, companion, context, attempts=6):
+    """Mirrors both ways until nothing moves."""
+    for _ in range(attempts):
+        moved = 0
+        for source, target in ((first, companion), (companion, first)):
+            code, lines, errors = target.mirror_from(source)
+            if code != 0:
+                raise Failure(f"{context}: a mirror ended with {code}: {errors}")
+            moved += sum(lines[-1][key] for key in ("tracks_changed", "playlists_changed",
+                                                    "tracks_deleted", "assets"))
+        if moved == 0:
+            return
+    raise Failure(f"{context}: the devices do not come to rest")
+
+
+def mirrors(build, scratch, rng, wanted, files):
+    media = os.path.join(scratch, "mirror-media")
+    os.makedirs(media)
+    collection.make(media, scratch, files=files, seed=rng.randrange(1 << 30))
+    state = os.path.join(scratch, "mirror-state")
+    first = Device(build, os.path.join(scratch, "first"), state)
+    code, _, errors = first.sync(media)
+    if code != 0:
+        raise Failure(f"mirrors: the first sync ended with {code}: {errors}")
+    titles = [track["title"] for track in first.state()["tracks"]]
+    companion = Device(build, os.path.join(scratch, "companion"), state)
+    start = time.monotonic()
+    settle(first, companion, "mirrors, undisturbed")
+    took = time.monotonic() - start
+    done = rounds = 0
+    while done < wanted:
+        rounds += 1
+        if rng.random() < 0.5:
+            companion.stop_daemon()
+            shutil.rmtree(companion.root)
+            source, target = first, companion
+        else:
+            source, target = rng.choice([(first, companion), (companion, first)])
+            change_as_owner(companion, rng, titles)
+        change_as_owner(first, rng, titles)
+        for _ in range(rng.randrange(1, 6)):
+            process = target.start_mirror_from(source)
+            try:
+                process.wait(timeout=rng.random() * took)
+            except subprocess.TimeoutExpired:
+                victim = rng.choice([process, source, target])
+                if victim is process:
+                    process.kill()
+                    done += 1
+                elif victim.kill_daemon():
+                    done += 1
+            process.communicate(timeout=120)
+        settle(first, companion, f"mirrors, round {rounds}")
+        compare(first.shared_state(), companion, f"mirrors, round {rounds}", Device.shared_state)
+        if len(first.state()["tracks"]) != len(titles):
+            raise Failure(f"mirrors, round {rounds}: there are not as many tracks as before")
+    for device in (first, companion):
+        device.stop_daemon()
+    print(f"mirrors: {done} kills in {rounds} rounds: both devices the same, nothing lost or doubled")
+
+
 def names(build, seed, wanted):
     """The same in the programs' own language; here it only gets more names than in a test run."""
     done = subprocess.run([os.path.join(build, "bin", "daemon_process_tests"), "--gtest_filter=HostileNames.*"],
@@ -166,6 +241,7 @@ def main():
     parser.add_argument("--seed", type=int, default=None)
     parser.add_argument("--kills", type=int, default=500)
     parser.add_argument("--files", type=int, default=200)
+    parser.add_argument("--mirrors", type=int, default=100)
     parser.add_argument("--names", type=int, default=300)
     parser.add_argument("--disks", type=int, default=100)
     options = parser.parse_args()
@@ -176,6 +252,8 @@ def main():
     try:
         if options.kills:
             kills(build, scratch, random.Random(seed), options.kills, options.files)
+        if options.mirrors:
+            mirrors(build, scratch, random.Random(seed + 2), options.mirrors, options.files)
         if options.names:
             names(build, seed, options.names)
         if options.disks:
