@@ -315,7 +315,7 @@ public:
     // assetSync:didCompleteWithError:  Throws std::logic_error for an asset of no known kind.
     virtual void assetSyncDidCompleteWithError(const std::shared_ptr<ORAsset>& asset,
                                                const platform::OptionalError& error) = 0;
-    // assetSync:didUpdateProgress:
+    // assetSync:didUpdateProgress:  From 0 to 1, as the file comes; beside other operations.
     virtual void assetSyncDidUpdateProgress(const std::shared_ptr<ORAsset>& asset,
                                             double progress) = 0;
     virtual void assetSyncDidComplete() = 0;

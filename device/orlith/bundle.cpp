@@ -3,9 +3,12 @@
 #include <dlfcn.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <string>
 #include <system_error>
+#include <vector>
 
 namespace orlith {
 namespace {
@@ -21,6 +24,18 @@ OptionalError failure(int errorNumber, std::string text) {
 }
 
 }  // namespace
+
+OptionalError checkClients(const ORBundleClients& clients) {
+    if (!clients.client || !clients.syncClient || !clients.assetClient)
+        return failure(EIO, "did not give a client of each kind");
+    const std::vector<std::string> served = clients.client->supportedDataclasses();
+    for (const std::string& dataClass :
+         {clients.syncClient->syncDataClass(), clients.assetClient->assetDataClass()})
+        if (std::ranges::find(served, dataClass) == served.end())
+            return failure(
+                EIO, fmt::format("exchanges \"{}\", which is no data that it serves", dataClass));
+    return std::nullopt;
+}
 
 OptionalError openBundle(const std::string& path, platform::Platform& platform,
                          ORBundleClients& clients) {
@@ -47,8 +62,8 @@ OptionalError openBundle(const std::string& path, platform::Platform& platform,
         default:
             return failure(EIO, fmt::format("the plug-in {} could not start", path));
     }
-    if (!made.client)
-        return failure(EIO, fmt::format("the plug-in {} gave no client", path));
+    if (const OptionalError error = checkClients(made))
+        return failure(EIO, fmt::format("the plug-in {} {}", path, error->text()));
     clients = std::move(made);
     return std::nullopt;
 }

@@ -11,6 +11,10 @@
 
 namespace orlith {
 
+// What is wrong with a plug-in's clients, as it would be said of the plug-in: one of them is
+// missing, or they serve different data.
+platform::OptionalError checkClients(const ORBundleClients& clients);
+
 // Loads the shared object and has it make its clients on the given platform, which stays installed
 // until the process ends. A bundle that is missing, exports no entry point, was built for another
 // version of the interfaces, or cannot start is an error in plain words, and `clients` stays empty.

@@ -47,6 +47,10 @@ public:
 
     const std::string& path() const { return _path; }
     std::uint64_t size() const { return _size; }
+    // How much of it is there, from 0 to 1.
+    double progress() const {
+        return _size == 0 ? 1.0 : static_cast<double>(_written) / static_cast<double>(_size);
+    }
 
 private:
     IncomingFile(device::RootedFileSystem& files, std::string path, std::uint64_t size);

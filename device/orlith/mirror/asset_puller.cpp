@@ -244,6 +244,9 @@ void AssetPuller::append(Reception& reception, const std::string& data) {
     if (reception.file)
         if (const OptionalError error = reception.file->write(data))
             drop(reception, *error);
+    if (reception.file)
+        _services.assets.assetSyncDidUpdateProgress(reception.pulled.wanted.asset,
+                                                    reception.file->progress());
     link::MirrorEvent event;
     {
         const std::scoped_lock lock(_mutex);

@@ -102,6 +102,17 @@ std::size_t FakeAssetClient::held() {
     return _held.size();
 }
 
+void FakeAssetClient::assetSyncDidUpdateProgress(const std::shared_ptr<ORAsset>& asset,
+                                                 double progress) {
+    const std::scoped_lock lock(_mutex);
+    _progress[asset->identifier()].push_back(progress);
+}
+
+std::vector<double> FakeAssetClient::progressOf(const std::string& identifier) {
+    const std::scoped_lock lock(_mutex);
+    return _progress[identifier];
+}
+
 void FakeAssetClient::assetsToSyncWithCompletion(const AssetsHandler& completion) {
     call("assetsToSync");
     std::vector<std::shared_ptr<ORAsset>> assets;

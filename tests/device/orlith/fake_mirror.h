@@ -81,7 +81,10 @@ public:
     void getDataForAsset(std::shared_ptr<ORAsset> asset, DataHandler completion) override;
     void assetSyncDidCompleteWithError(const std::shared_ptr<ORAsset>& asset,
                                        const platform::OptionalError& error) override;
-    void assetSyncDidUpdateProgress(const std::shared_ptr<ORAsset>&, double) override {}
+    void assetSyncDidUpdateProgress(const std::shared_ptr<ORAsset>& asset,
+                                    double progress) override;
+    // What was told of an asset, in order.
+    std::vector<double> progressOf(const std::string& identifier);
     void assetSyncDidComplete() override { call("assetSyncDidComplete"); }
 
 private:
@@ -93,7 +96,8 @@ private:
 
     FakeDevice& _device;
     std::mutex _mutex;
-    std::map<std::string, DataHandler> _held;  // guarded by _mutex
+    std::map<std::string, DataHandler> _held;              // guarded by _mutex
+    std::map<std::string, std::vector<double>> _progress;  // guarded by _mutex
 };
 
 // Every track has its sync id here as persistent id at every peer.

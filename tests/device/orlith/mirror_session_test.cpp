@@ -1,6 +1,7 @@
 // Both sides of a mirror session over a plug-in that is silent, late, or throws.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <stdexcept>
@@ -46,6 +47,15 @@ TEST_F(MirrorSessions, ChangesAndFilesComeAcross) {
     EXPECT_EQ(companion.changes.imported, first.changes.changes);
     EXPECT_EQ(companion.peers.expected, "");
     expectComplete();
+}
+
+TEST_F(MirrorSessions, ThePlugInHearsHowMuchOfAFileHasCome) {
+    mirrorBetween(first, companion);
+    const std::vector<double> told = companion.assets.progressOf("12");
+    ASSERT_GE(told.size(), 2u);  // the file is larger than a piece
+    EXPECT_GT(told.front(), 0.0);
+    EXPECT_TRUE(std::ranges::is_sorted(told));
+    EXPECT_EQ(told.back(), 1.0);
 }
 
 TEST_F(MirrorSessions, ARequestThatThePlugInLeavesSilentIsTakenForFailedAndTheOthersCome) {
