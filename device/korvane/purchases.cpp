@@ -1,5 +1,7 @@
 #include "device/korvane/purchases.h"
 
+#include <span>
+
 #include "common/random_id.h"
 #include "common/sqlite/database.h"
 #include "device/korvane/identifiers.h"
@@ -99,12 +101,47 @@ OptionalError recordPurchasedFile(Library& library, std::int64_t trackPID,
         database.execute(
             "UPDATE item SET sources = sources | ?2, needs_restore = 0 WHERE item_pid = ?1",
             trackPID, OwnerSourceBit);
+        if (!file.source.empty())
+            database.execute(
+                "INSERT OR REPLACE INTO purchase (item_pid, source, kind) VALUES (?, ?, ?)",
+                trackPID, file.source, file.kind);
         recordLocation(database, library.configuration().files, trackPID, file.path);
         if (database.int64("SELECT base_location_id FROM item WHERE item_pid = ?", trackPID) == 0)
             return Error(LibraryErrorDomain, LibraryErrorRefused,
                          "The track's file is not where it was put.");
         return std::nullopt;
     });
+}
+
+std::vector<LostFile> filesToFetchAgain(Library& library) {
+    std::vector<LostFile> files;
+    library.read("filesToFetchAgain", [&](common::Database& database) {
+        auto rows = database.query(
+            "SELECT i.item_pid, s.store_item_id, s.account_id, s.is_temporary_cloud_download, "
+            "p.source, p.kind FROM item i JOIN item_store s ON s.item_id = i.item_id JOIN purchase "
+            "p ON p.item_pid = i.item_pid WHERE i.needs_restore <> 0 AND i.base_location_id = 0 "
+            "ORDER BY i.item_id");
+        while (rows.step())
+            files.push_back({rows->int64(0), rows->int64(1), rows->int64(2), rows->int64(3) != 0,
+                             std::string(rows->text(4)), std::string(rows->text(5))});
+        return true;
+    });
+    return files;
+}
+
+bool giveUpRestore(Library& library, std::int64_t trackPID) {
+    bool waited = false;
+    const auto error = editAsOwner(library, [&](common::Database& database) -> OptionalError {
+        waited = database.execute(
+                     "UPDATE item SET needs_restore = 0 WHERE item_pid = ? AND needs_restore <> 0",
+                     trackPID) != 0;
+        if (waited)
+            removeTrackSources(database, OwnerSourceBit, std::span(&trackPID, 1));
+        return std::nullopt;
+    });
+    if (error)
+        library.log().error("giveUpRestore", error->text());
+    return waited && !error;
 }
 
 OptionalError removeUnfinishedPurchase(Library& library, std::int64_t trackPID) {

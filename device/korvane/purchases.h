@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/errors.h"
 
@@ -41,11 +42,34 @@ struct PurchasedFile {
     // owner's that never had a file takes it. "" leaves the title.
     std::string title;
     std::string fileExtension;
+    // The address that it came from and the kind of download, remembered for as long as the track
+    // is there; "" when there is none.
+    std::string source{};
+    std::string kind{};
 };
 
 // Records the file, and the owner's claim on the track.
 platform::OptionalError recordPurchasedFile(Library& library, std::int64_t trackPID,
                                             const PurchasedFile& file);
+
+// A purchase that a device restore has left without its file.
+struct LostFile {
+    std::int64_t track = 0;
+    std::int64_t storeItem = 0;
+    std::int64_t storeAccount = 0;
+    bool isTemporary = false;
+    std::string source;  // where the file came from
+    std::string kind;    // of download
+};
+
+// Those whose address is known, in order of arrival. Empty, and logged, when the library cannot be
+// read.
+std::vector<LostFile> filesToFetchAgain(Library& library);
+
+// The file that a restore left behind will never come: the owner's claim on the track goes, and
+// without another one the track does, without anybody being told. False for a track that waits for
+// no restore.
+bool giveUpRestore(Library& library, std::int64_t trackPID);
 
 // Takes an entry that was made for a purchase out of the library, if it never got a file and
 // nobody else has a claim on it. One that is gone is no error.

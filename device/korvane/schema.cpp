@@ -46,8 +46,10 @@ void bringSchemaUpToDate(common::Database& database) {
             fmt::format("the library was made by a newer version of this program "
                         "(schema {}, this one knows {})",
                         version, newest));
-    if (version == static_cast<int>(SchemaVersion::Empty))
+    if (version < static_cast<int>(SchemaVersion::First))
         createFirstVersion(database);
+    if (version < static_cast<int>(SchemaVersion::PurchaseOrigins))
+        database.executeScript(purchaseOriginsSchema());
     database.executeScript(fmt::format("PRAGMA user_version = {}", newest));
     transaction.commit();
 }

@@ -16,8 +16,9 @@ namespace korvane {
 // Stored as the database's user_version. A database newer than the last is refused.
 enum class SchemaVersion : int {
     Empty = 0,
-    First = 1,  // everything of docs/library-schema.md
-    Newest = First,
+    First = 1,
+    PurchaseOrigins = 2,  // the table purchase
+    Newest = PurchaseOrigins,
 };
 
 // The column entity_kind.
@@ -41,8 +42,9 @@ inline constexpr char OwnerOrigin[] = "";
 // (SQLITE_CANTOPEN) for a database of a newer version.
 void bringSchemaUpToDate(common::Database& database);
 
-// The statements of SchemaVersion::First, for bringSchemaUpToDate.
+// The statements of each version, for bringSchemaUpToDate.
 std::string firstSchemaTables();
 std::string firstSchemaTriggers();
+std::string purchaseOriginsSchema();
 
 }  // namespace korvane

@@ -339,11 +339,28 @@ CREATE TABLE row_count (
 INSERT INTO row_count (id) VALUES (0);
 )sql";
 
+constexpr char PurchaseOrigins[] = R"sql(
+-- Where a track's file was downloaded from, for as long as the track is there: a device restore
+-- does not bring the file back.
+CREATE TABLE purchase (
+    item_pid INTEGER PRIMARY KEY,
+    source TEXT NOT NULL,                         -- an address
+    kind TEXT NOT NULL                            -- of download
+) WITHOUT ROWID;
+CREATE TRIGGER purchase_gone AFTER DELETE ON item BEGIN
+DELETE FROM purchase WHERE item_pid = OLD.item_pid;
+END;
+)sql";
+
 }  // namespace
 
 std::string firstSchemaTables() {
     return std::string(ItemTables) + NameTables + KenningTables + ContainerTables + ChangeTables +
            PeerTables + PropertyTables;
+}
+
+std::string purchaseOriginsSchema() {
+    return PurchaseOrigins;
 }
 
 }  // namespace korvane

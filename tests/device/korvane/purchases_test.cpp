@@ -113,4 +113,60 @@ TEST_F(Purchases, AFinishedEntryAndOneOfAHostStay) {
     EXPECT_EQ(number("SELECT count(*) FROM item"), 2);
 }
 
+TEST_F(Purchases, TheAddressStaysForAsLongAsTheTrack) {
+    const std::int64_t track = make(song()).persistentID;
+    writeFile(pathOf(track), "12345");
+    EXPECT_EQ(korvane::recordPurchasedFile(
+                  *library, track, {pathOf(track), "", "m4a", "https://a.example/1", "music"}),
+              std::nullopt);
+    EXPECT_EQ(text("SELECT source || ' ' || kind FROM purchase"), "https://a.example/1 music");
+    EXPECT_EQ(korvane::recordPurchasedFile(
+                  *library, track, {pathOf(track), "", "m4a", "https://a.example/2", "movie"}),
+              std::nullopt);
+    EXPECT_EQ(text("SELECT source || ' ' || kind FROM purchase"), "https://a.example/2 movie");
+    execute("DELETE FROM item");
+    EXPECT_EQ(number("SELECT count(*) FROM purchase"), 0);
+}
+
+TEST_F(Purchases, WhatARestoreLeftBehindIsFetchedFromItsAddress) {
+    const std::int64_t track = make(song()).persistentID;
+    writeFile(pathOf(track), "12345");
+    korvane::recordPurchasedFile(*library, track,
+                                 {pathOf(track), "", "m4a", "https://a.example/1", "music"});
+    EXPECT_TRUE(korvane::filesToFetchAgain(*library).empty());
+    execute("UPDATE item SET needs_restore = 1, base_location_id = 0");
+    const auto files = korvane::filesToFetchAgain(*library);
+    ASSERT_EQ(files.size(), 1u);
+    EXPECT_EQ(files[0].track, track);
+    EXPECT_EQ(files[0].storeItem, 4711);
+    EXPECT_EQ(files[0].storeAccount, 77);
+    EXPECT_EQ(files[0].source, "https://a.example/1");
+    EXPECT_EQ(files[0].kind, "music");
+    execute("DELETE FROM purchase");
+    EXPECT_TRUE(korvane::filesToFetchAgain(*library).empty());
+}
+
+TEST_F(Purchases, ARestoreThatFailedForGoodTakesTheClaimAway) {
+    const std::int64_t track = make(song()).persistentID;
+    execute("UPDATE item SET needs_restore = 1");
+    const std::int64_t deletions = number("SELECT count(*) FROM deleted_entry");
+    EXPECT_TRUE(korvane::giveUpRestore(*library, track));
+    EXPECT_EQ(number("SELECT count(*) FROM item"), 0);
+    EXPECT_EQ(number("SELECT count(*) FROM deleted_entry"), deletions);
+    EXPECT_FALSE(korvane::giveUpRestore(*library, track));
+}
+
+TEST_F(Purchases, ATrackThatSomebodyElseClaimsStaysWithoutItsFile) {
+    const std::int64_t track = make(song()).persistentID;
+    execute("UPDATE item SET needs_restore = 1, sources = sources | 64");
+    EXPECT_TRUE(korvane::giveUpRestore(*library, track));
+    EXPECT_EQ(number("SELECT sources FROM item"), 64);
+    EXPECT_EQ(number("SELECT needs_restore FROM item"), 0);
+}
+
+TEST_F(Purchases, ATrackThatWaitsForNoRestoreIsNotGivenUp) {
+    EXPECT_FALSE(korvane::giveUpRestore(*library, make(song()).persistentID));
+    EXPECT_EQ(number("SELECT sources FROM item"), 1);
+}
+
 }  // namespace

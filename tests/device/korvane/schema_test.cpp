@@ -56,6 +56,18 @@ TEST_F(LibrarySchema, ADatabaseOfANewerVersionIsRefused) {
     EXPECT_THROW(korvane::bringSchemaUpToDate(_database), common::SqliteError);
 }
 
+TEST_F(LibrarySchema, ADatabaseOfAnOlderVersionIsBroughtUpToDate) {
+    Database old(":memory:", {});
+    old.executeScript(korvane::firstSchemaTables());
+    old.executeScript(korvane::firstSchemaTriggers());
+    old.executeScript("PRAGMA user_version = 1");
+    old.execute("INSERT INTO item (item_pid) VALUES (5)");
+    korvane::bringSchemaUpToDate(old);
+    EXPECT_EQ(old.int64("PRAGMA user_version"), static_cast<int>(korvane::SchemaVersion::Newest));
+    EXPECT_EQ(old.int64("SELECT item_pid FROM item"), 5);
+    EXPECT_EQ(old.int64("SELECT count(*) FROM purchase"), 0);
+}
+
 TEST_F(LibrarySchema, ListsTheBaseLocationsOfTheMediaDirectory) {
     const auto idOf = [&](const char* path) {
         return _database.int64("SELECT base_location_id from base_location where path = ?", path);
