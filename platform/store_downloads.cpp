@@ -14,6 +14,15 @@ std::shared_ptr<VDDownloadManager> VDDownloadManager::initWithManagerOptions(
     return Platform::current().storeDownloads().makeManager(std::move(options));
 }
 
+std::shared_ptr<VDDownloadFileManifest> VDDownloadFileManifest::make() {
+    return initWithManifestType(0);
+}
+
+std::shared_ptr<VDDownloadFileManifest> VDDownloadFileManifest::initWithManifestType(
+    std::int64_t manifestType) {
+    return Platform::current().storeDownloads().makeFileManifest(manifestType);
+}
+
 void VDDownloadManagerObserver::downloadManagerDownloadStatesDidChange(
     VDDownloadManager&, const std::vector<std::shared_ptr<VDDownload>>&) {
     throw ORUnimplementedOperation("downloadManager:downloadStatesDidChange:");

@@ -7,7 +7,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -93,6 +95,31 @@ public:
     virtual std::vector<std::shared_ptr<VDDownload>> downloads() = 0;
 };
 
+// Classes of files that the manifest tells apart.
+// Belongs in a backup: no store can be asked for it again.
+inline constexpr std::int64_t VDDownloadFileClassBackup = 2;
+
+// Which files the store downloads put on the device, by class.
+class VDDownloadFileManifest {
+public:
+    using PathsHandler = std::function<void(const std::optional<std::vector<std::string>>& paths)>;
+
+    // As new makes it: of manifest type 0.
+    static std::shared_ptr<VDDownloadFileManifest> make();
+    // The type chooses the manifest; 0 is that of the media files.
+    static std::shared_ptr<VDDownloadFileManifest> initWithManifestType(std::int64_t manifestType);
+
+    virtual ~VDDownloadFileManifest() = default;
+    // getPathsForFilesWithClass:completionBlock:  Absolute device paths; absent when there is no
+    // answer. Called back once, on a thread of the manifest's own, also when the manifest has been
+    // released meanwhile.
+    virtual void getPathsForFilesWithClass(std::int64_t fileClass,
+                                           PathsHandler completionBlock) = 0;
+    // Makes the manifest anew from what lies in the directory of purchases. Called back once, on a
+    // thread of the manifest's own, when it is done.
+    virtual void rebuildManifestWithCompletionBlock(std::function<void()> completionBlock) = 0;
+};
+
 // What the framework implements of this header; installed in the Platform.
 class StoreDownloadServices {
 public:
@@ -100,4 +127,5 @@ public:
     virtual std::shared_ptr<VDDownloadManagerOptions> makeManagerOptions() = 0;
     virtual std::shared_ptr<VDDownloadManager> makeManager(
         std::shared_ptr<VDDownloadManagerOptions> options) = 0;
+    virtual std::shared_ptr<VDDownloadFileManifest> makeFileManifest(std::int64_t manifestType) = 0;
 };

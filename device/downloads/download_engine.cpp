@@ -77,7 +77,7 @@ struct DownloadEngine::Active {
 };
 
 DownloadEngine::DownloadEngine(const Configuration& configuration,
-                               std::shared_ptr<DownloadList> list)
+                               std::shared_ptr<DownloadList> list, std::function<void()> installs)
     : _files(configuration.fileSystem),
       _log(configuration.log),
       _system(configuration.system),
@@ -85,9 +85,10 @@ DownloadEngine::DownloadEngine(const Configuration& configuration,
       _list(std::move(list)),
       _multi(makeMulti()),
       _waker(std::make_shared<Waker>(_multi.get())),
-      _installs(std::make_shared<InstallJobs>(_files, _list, configuration.installer,
-                                              _system.makeSerialQueue("orlith.downloads.install"),
-                                              [waker = _waker] { waker->wake(); })),
+      _installs(std::make_shared<InstallJobs>(
+          _files, _list, configuration.installer,
+          _system.makeSerialQueue("orlith.downloads.install"),
+          InstallJobs::Observers{std::move(installs), [waker = _waker] { waker->wake(); }})),
       _timer(_system.makeTimer(_system.globalQueue(platform::QueuePriority::Default))),
       _retries(_settings.retry) {
     if (const auto error = _files.createDirectory(StagingDirectory))
@@ -216,7 +217,7 @@ void DownloadEngine::takeInstallResults() {
         }
         if (isPosix(*result.error, EBADMSG)) {
             beginOver(result.persistentIdentifier);
-            fail(result.persistentIdentifier, result.error->text());
+            failForGood(result.persistentIdentifier, result.error->text());
             continue;
         }
         if (isPosix(*result.error, ENOENT))
@@ -353,7 +354,8 @@ void DownloadEngine::end(std::int64_t download, Active& active) {
             return again(download, outcome, active.hasGained());
         case Outcome::Kind::Refused:
             active.staged->sync();
-            return fail(download, outcome.reason);
+            return outcome.isGone ? failForGood(download, outcome.reason)
+                                  : fail(download, outcome.reason);
     }
 }
 
@@ -378,6 +380,11 @@ void DownloadEngine::fail(std::int64_t download, const std::string& reason) {
     if (_list->update(download, phase(VDDownloadPhaseFailed), {{key(PropertyError), reason}}))
         log(platform::LogLevel::Warning, "fail",
             fmt::format("Download {} failed. {}", download, reason));
+}
+
+void DownloadEngine::failForGood(std::int64_t download, const std::string& reason) {
+    fail(download, reason);
+    _installs->giveUp(download);
 }
 
 void DownloadEngine::beginOver(std::int64_t download) {

@@ -7,6 +7,7 @@
 #include <curl/curl.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -51,9 +52,11 @@ public:
         EngineSettings settings{};
     };
 
-    // Goes on with what waits, what was under way and what was received. Throws (std::exception)
-    // when it cannot work at all.
-    DownloadEngine(const Configuration& configuration, std::shared_ptr<DownloadList> list);
+    // Goes on with what waits, what was under way and what was received. `installs` is called
+    // before each install, on the installs' queue. Throws (std::exception) when it cannot work at
+    // all.
+    DownloadEngine(const Configuration& configuration, std::shared_ptr<DownloadList> list,
+                   std::function<void()> installs);
     // Stops what is under way; the next engine of the list goes on with it.
     ~DownloadEngine();
 
@@ -92,6 +95,8 @@ private:
     void received(std::int64_t download, Active& active);
     void again(std::int64_t download, const Outcome& outcome, bool hasGained);
     void fail(std::int64_t download, const std::string& reason);
+    // As fail; the source will never give the file.
+    void failForGood(std::int64_t download, const std::string& reason);
     void beginOver(std::int64_t download);
     void tellProgress();
     void publishProgress();

@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/errors.h"
+#include "platform/store_downloads.h"
 
 namespace downloads {
 
@@ -18,11 +20,19 @@ struct DownloadItem {
     std::string title;         // as asked for; "" when it goes by the file
     std::string fileName;      // with extension, harmless as a name; what the source calls it
     bool isTemporary = false;  // not meant to stay
+    std::string source;        // its address
 };
 
 struct PreparedItem {
     std::int64_t libraryItem = 0;  // the library's persistent id
     bool isNew = false;            // made just now, for this download
+};
+
+// How a file of the directory of purchases could come again if it were lost.
+enum class FileClass : std::int64_t {
+    Unowned = 0,    // it belongs to no item
+    Fetchable = 1,  // a store, or the host, can be asked for it again
+    Backup = VDDownloadFileClassBackup,
 };
 
 // Implemented by whoever owns the library. Any thread; it outlives the download service and its
@@ -43,6 +53,13 @@ public:
                                             const std::string& stagedPath) = 0;
     // The download that the item was made for was cancelled; without another claim it goes.
     virtual void abandon(std::int64_t libraryItem) = 0;
+    // The item's source has no such file any more: what waits for a restore is not to wait longer.
+    // True when there is no use for the download either.
+    virtual bool sourceIsGone(std::int64_t libraryItem) = 0;
+    // The classes of these files of the directory of purchases, in their order. Files of items that
+    // lack theirs are taken in first. Absent with an error when the library cannot be asked.
+    virtual std::optional<std::vector<FileClass>> settleFiles(const std::vector<std::string>& names,
+                                                              platform::OptionalError* error) = 0;
 };
 
 }  // namespace downloads

@@ -54,6 +54,7 @@ DownloadItem itemOf(const DownloadRequest& request) {
     item.title = request.title;
     item.fileName = mediaFileName("", pathOfUrl(request.url), "");
     item.isTemporary = request.isTemporary;
+    item.source = request.url;
     return item;
 }
 
@@ -97,7 +98,10 @@ DownloadService::DownloadService(const DownloadEngine::Configuration& configurat
       _list(
           std::make_shared<DownloadList>(configuration.fileSystem, configuration.log,
                                          configuration.system.makeSerialQueue("orlith.downloads"))),
-      _engine(configuration, _list) {}
+      _manifestQueue(configuration.system.makeSerialQueue("orlith.downloads.manifest")),
+      _manifest(std::make_shared<FileManifest>(configuration.fileSystem, configuration.log,
+                                               configuration.installer, _manifestQueue)),
+      _engine(configuration, _list, [manifest = _manifest] { manifest->forget(); }) {}
 
 DownloadService::~DownloadService() = default;
 
@@ -109,6 +113,11 @@ std::shared_ptr<VDDownloadManager> DownloadService::makeManager(
     std::shared_ptr<VDDownloadManagerOptions> options) {
     const auto own = std::dynamic_pointer_cast<ManagerOptions>(options);
     return _list->makeManager(own ? own->kinds() : std::nullopt);
+}
+
+std::shared_ptr<VDDownloadFileManifest> DownloadService::makeFileManifest(
+    std::int64_t manifestType) {
+    return manifestOfType(manifestType, _manifest, _manifestQueue);
 }
 
 std::optional<std::int64_t> DownloadService::request(const DownloadRequest& request,

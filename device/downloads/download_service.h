@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "device/downloads/download_engine.h"
+#include "device/downloads/file_manifest.h"
 #include "platform/store_downloads.h"
 
 namespace downloads {
@@ -49,6 +50,7 @@ public:
     std::shared_ptr<VDDownloadManagerOptions> makeManagerOptions() override;
     std::shared_ptr<VDDownloadManager> makeManager(
         std::shared_ptr<VDDownloadManagerOptions> options) override;
+    std::shared_ptr<VDDownloadFileManifest> makeFileManifest(std::int64_t manifestType) override;
 
     // The number of the download, which waits or is under way. One of the same store item or of
     // the same address is the same download: its number is answered, and it is tried again when it
@@ -70,6 +72,8 @@ private:
 
     DownloadInstaller& _installer;
     const std::shared_ptr<DownloadList> _list;  // managers share it
+    const std::shared_ptr<platform::WorkQueue> _manifestQueue;
+    const std::shared_ptr<FileManifest> _manifest;  // bundles' manifests share it
     std::mutex _requesting;  // held while it is found out whether a request is a new one
     DownloadEngine _engine;
 };

@@ -27,9 +27,13 @@ void FileTransfer::begin(const std::string& path) {
     // Does not wait for the far end of a pipe.
     _file.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
-    if (!_file || ::fstat(_file.get(), &status) != 0)
-        return end(Outcome::Kind::Refused, fmt::format("The file cannot be opened: {}",
-                                                       platform::Error::posix(errno).text()));
+    if (!_file || ::fstat(_file.get(), &status) != 0) {
+        const int number = errno;
+        end(Outcome::Kind::Refused,
+            fmt::format("The file cannot be opened: {}", platform::Error::posix(number).text()));
+        _outcome->isGone = number == ENOENT || number == ENOTDIR;
+        return;
+    }
     if (!S_ISREG(status.st_mode))
         return end(Outcome::Kind::Refused, "The address names no regular file.");
     _size = static_cast<std::uint64_t>(status.st_size);

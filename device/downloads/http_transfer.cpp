@@ -125,6 +125,7 @@ void HttpTransfer::begin() {
         return end(Outcome::Kind::Changed, "The server has less of the file than came before.");
     end(mayPass(status) ? Outcome::Kind::Passing : Outcome::Kind::Refused,
         fmt::format("The server answered with status {}.", status));
+    _outcome->isGone = status == 404 || status == 410;
     if (const auto seconds = _response.retryAfter())
         _outcome->retryAfter = std::min(*seconds, LongestRetryAfter) * NanosecondsPerSecond;
 }

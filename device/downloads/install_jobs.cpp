@@ -23,21 +23,28 @@ DownloadItem itemOf(const DownloadRecord& record) {
     item.title = record.text(PropertyTitle);
     item.fileName = record.text(PropertyFileName);
     item.isTemporary = record.number(PropertyIsTemporary) != 0;
+    item.source = record.text(PropertySource);
     return item;
 }
 
 InstallJobs::InstallJobs(device::RootedFileSystem& files, std::shared_ptr<DownloadList> list,
                          DownloadInstaller& installer, std::shared_ptr<platform::WorkQueue> queue,
-                         std::function<void()> ended)
+                         Observers observers)
     : _files(files),
       _list(std::move(list)),
       _installer(installer),
       _queue(std::move(queue)),
-      _ended(std::move(ended)) {}
+      _observers(std::move(observers)) {}
 
 void InstallJobs::add(std::int64_t persistentIdentifier) {
     _queue->async(
         [self = shared_from_this(), persistentIdentifier] { self->run(persistentIdentifier); });
+}
+
+void InstallJobs::giveUp(std::int64_t persistentIdentifier) {
+    _queue->async([self = shared_from_this(), persistentIdentifier] {
+        self->runGivingUp(persistentIdentifier);
+    });
 }
 
 std::vector<InstallJobs::Result> InstallJobs::takeResults() {
@@ -64,7 +71,23 @@ void InstallJobs::run(std::int64_t persistentIdentifier) {
         const std::lock_guard lock(_mutex);
         _results.push_back(std::move(result));
     }
-    _ended();
+    _observers.ended();
+}
+
+// What is left undone here is done when the file is asked for again.
+void InstallJobs::runGivingUp(std::int64_t persistentIdentifier) {
+    const std::lock_guard running(_running);
+    if (_isStopped)
+        return;
+    try {
+        const auto record = _list->find(persistentIdentifier);
+        if (!record || record->phase != VDDownloadPhaseFailed ||
+            !_installer.sourceIsGone(itemOf(*record).libraryItem))
+            return;
+        _files.unlink(stagingPath(persistentIdentifier));
+        _list->remove(persistentIdentifier);
+    } catch (const std::exception&) {
+    }
 }
 
 platform::OptionalError InstallJobs::install(std::int64_t persistentIdentifier) {
@@ -74,6 +97,7 @@ platform::OptionalError InstallJobs::install(std::int64_t persistentIdentifier) 
         _files.unlink(path);
         return std::nullopt;
     }
+    _observers.begins();
     if (auto error = _installer.install(itemOf(*record), path)) {
         _list->update(persistentIdentifier, std::string(VDDownloadPhaseWaiting),
                       {{std::string(PropertyError), error->text()}});

@@ -29,27 +29,36 @@ public:
         platform::OptionalError error;  // absent: it is installed, or was cancelled before
     };
 
-    // `ended` is called on the queue after each job.
+    // Called on the queue.
+    struct Observers {
+        std::function<void()> begins;  // before each install
+        std::function<void()> ended;   // after it
+    };
+
     InstallJobs(device::RootedFileSystem& files, std::shared_ptr<DownloadList> list,
                 DownloadInstaller& installer, std::shared_ptr<platform::WorkQueue> queue,
-                std::function<void()> ended);
+                Observers observers);
 
     // Every byte is on the disk. After success the download is off the list; after a failure it
     // waits.
     void add(std::int64_t persistentIdentifier);
+    // Its source will never give the file: the download goes too when the item was waiting for
+    // nothing else.
+    void giveUp(std::int64_t persistentIdentifier);
     std::vector<Result> takeResults();
     // Jobs that have not begun do nothing from here on; waits for the one that has.
     void stop();
 
 private:
     void run(std::int64_t persistentIdentifier);
+    void runGivingUp(std::int64_t persistentIdentifier);
     platform::OptionalError install(std::int64_t persistentIdentifier);
 
     device::RootedFileSystem& _files;
     const std::shared_ptr<DownloadList> _list;
     DownloadInstaller& _installer;
     const std::shared_ptr<platform::WorkQueue> _queue;
-    const std::function<void()> _ended;
+    const Observers _observers;
 
     std::mutex _running;  // held by the job that is running; protects _isStopped
     bool _isStopped = false;

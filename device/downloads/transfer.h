@@ -20,6 +20,7 @@ struct Outcome {
     Kind kind = Kind::Passing;
     std::string reason;                                 // plain words; "" when complete
     std::optional<platform::Nanoseconds> retryAfter{};  // not before; the source's own wish
+    bool isGone = false;  // refused, because the source has no such file (any more)
 };
 
 // Used by the engine's thread. Released at any time, it stops.

@@ -10,8 +10,10 @@
 #include <utility>
 
 #include "common/unique_fd.h"
+#include "device/downloads/address.h"
 #include "device/downloads/media_content.h"
 #include "device/downloads/media_name.h"
+#include "device/korvane/purchase_files.h"
 #include "device/korvane/purchases.h"
 #include "platform/media_library_properties.h"
 #include "platform/store_downloads.h"
@@ -21,8 +23,6 @@ namespace {
 
 using platform::Error;
 using platform::OptionalError;
-
-constexpr char PurchasesDirectory[] = "/var/mobile/Media/Purchases";
 
 constexpr std::array MediaTypes = std::to_array<std::pair<std::string_view, std::uint32_t>>(
     {{VDDownloadKindAudiobook, KV3MediaTypeAudiobook},
@@ -37,6 +37,13 @@ std::uint32_t mediaTypeOf(std::string_view kind) {
         if (known == kind)
             return mediaType;
     return KV3MediaTypeMusic;
+}
+
+// A file of this machine may go with the machine; a store stays.
+bool isFetchable(const korvane::PurchaseFile& file) {
+    OptionalError ignored;
+    const auto address = downloads::parseAddress(file.source, ignored);
+    return file.isFromHost || (address && address->scheme != downloads::Scheme::File);
 }
 
 // The track is gone; nothing is wrong with the library.
@@ -74,14 +81,15 @@ OptionalError PurchaseInstaller::install(const downloads::DownloadItem& item,
     const korvane::ActivityLock::Hold hold = _activities.holdForFiles();
     if (OptionalError error = checkContent(stagedPath))
         return error;
+    const std::lock_guard filing(_filing);
     const std::string extension = downloads::nameExtension(item.fileName);
     const std::string path =
-        fmt::format("{}/{}.{}", PurchasesDirectory, item.libraryItem, extension);
+        fmt::format("{}/{}.{}", korvane::PurchasesDirectory, item.libraryItem, extension);
     if (OptionalError error = moveIntoPlace(stagedPath, path))
         return error;
     const std::string title = item.title.empty() ? downloads::nameStem(item.fileName) : item.title;
-    const OptionalError error =
-        korvane::recordPurchasedFile(_library, item.libraryItem, {path, title, extension});
+    const OptionalError error = korvane::recordPurchasedFile(
+        _library, item.libraryItem, {path, title, extension, item.source, item.kind});
     if (error && isRefusal(*error)) {
         _files.unlink(path);
         return Error(platform::POSIXErrorDomain, ESRCH, error->text());
@@ -113,18 +121,39 @@ OptionalError PurchaseInstaller::checkContent(const std::string& stagedPath) {
 // The bytes are on the disk; afterwards their name is too.
 OptionalError PurchaseInstaller::moveIntoPlace(const std::string& stagedPath,
                                                const std::string& path) {
-    if (OptionalError error = _files.createDirectory(PurchasesDirectory))
+    if (OptionalError error = _files.createDirectory(korvane::PurchasesDirectory))
         return error;
     // An attempt that was killed may have moved it already.
     if (!_files.fileExists(stagedPath) && _files.fileExists(path))
         return std::nullopt;
     if (OptionalError error = _files.renameReplacing(stagedPath, path))
         return error;
-    return _files.syncDirectory(PurchasesDirectory);
+    return _files.syncDirectory(korvane::PurchasesDirectory);
 }
 
 void PurchaseInstaller::abandon(std::int64_t libraryItem) {
     korvane::removeUnfinishedPurchase(_library, libraryItem);
+}
+
+bool PurchaseInstaller::sourceIsGone(std::int64_t libraryItem) {
+    return korvane::giveUpRestore(_library, libraryItem);
+}
+
+std::optional<std::vector<downloads::FileClass>> PurchaseInstaller::settleFiles(
+    const std::vector<std::string>& names, OptionalError* error) {
+    const std::lock_guard filing(_filing);
+    OptionalError problem;
+    const auto files = korvane::settlePurchaseFiles(_library, names, problem);
+    if (problem && error)
+        *error = problem;
+    if (!files)
+        return std::nullopt;
+    std::vector<downloads::FileClass> classes;
+    for (const korvane::PurchaseFile& file : *files)
+        classes.push_back(file.track == 0     ? downloads::FileClass::Unowned
+                          : isFetchable(file) ? downloads::FileClass::Fetchable
+                                              : downloads::FileClass::Backup);
+    return classes;
 }
 
 }  // namespace orlith

@@ -2,6 +2,8 @@
 // track, and the track with the owner's claim.
 #pragma once
 
+#include <mutex>
+
 #include "device/downloads/download_installer.h"
 #include "device/korvane/activity_lock.h"
 #include "device/korvane/library.h"
@@ -21,6 +23,9 @@ public:
     platform::OptionalError install(const downloads::DownloadItem& item,
                                     const std::string& stagedPath) override;
     void abandon(std::int64_t libraryItem) override;
+    bool sourceIsGone(std::int64_t libraryItem) override;
+    std::optional<std::vector<downloads::FileClass>> settleFiles(
+        const std::vector<std::string>& names, platform::OptionalError* error) override;
 
 private:
     platform::OptionalError checkContent(const std::string& stagedPath);
@@ -29,6 +34,8 @@ private:
     korvane::Library& _library;
     korvane::ActivityLock& _activities;
     device::RootedFileSystem& _files;
+    // Held from a file's move to its record: what is found in between is no leftover.
+    std::mutex _filing;
 };
 
 }  // namespace orlith

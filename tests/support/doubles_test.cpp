@@ -256,6 +256,23 @@ TEST_F(Streams, WhoIsReleasedInItsOwnCallHasCalledBackOnce) {
     EXPECT_EQ(calls, 1);
 }
 
+TEST(FileManifests, AnswerAfterTheCallHasReturnedAlsoWhenReleased) {
+    RecordingPlatform platform;
+    platform.storeDownloads().manifestPaths = {"/a", "/b"};
+    std::vector<std::optional<std::vector<std::string>>> answers;
+    const auto ask = [&] {
+        VDDownloadFileManifest::make()->getPathsForFilesWithClass(
+            VDDownloadFileClassBackup, [&](const auto& paths) { answers.push_back(paths); });
+    };
+    ask();
+    EXPECT_TRUE(answers.empty());
+    platform.recorder().failCall("VDDownloadFileManifest.getPaths");
+    ask();
+    platform.scheduler().runDueJobs();
+    EXPECT_THAT(answers,
+                ElementsAre(std::optional(std::vector<std::string>{"/a", "/b"}), std::nullopt));
+}
+
 TEST(Predicates, ArePrintedAndEvaluated) {
     const KV3Predicate predicate = KV3AnyCompoundPredicate::predicateMatchingPredicates(
         {KV3AllCompoundPredicate::predicateMatchingPredicates(

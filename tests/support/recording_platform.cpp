@@ -8,7 +8,7 @@ RecordingPlatform::RecordingPlatform()
     : _operatingSystem(_recorder),
       _daemon(_recorder, _operatingSystem.scheduler()),
       _mediaLibrary(_recorder, _operatingSystem.scheduler(), _operatingSystem.fileSystem()),
-      _storeDownloads(_recorder),
+      _storeDownloads(_recorder, _operatingSystem.scheduler()),
       _cloud(_recorder),
       _artworkService(_recorder, _operatingSystem.scheduler()) {
     install(this);

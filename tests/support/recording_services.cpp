@@ -68,6 +68,43 @@ std::shared_ptr<VDDownloadManager> RecordingStoreDownloads::makeManager(
     return manager;
 }
 
+// Answers from a thread of its own, after the call has returned and whether or not it still lives.
+class RecordingStoreDownloads::FileManifest : public VDDownloadFileManifest {
+public:
+    explicit FileManifest(RecordingStoreDownloads& services) : _services(services) {}
+
+    void getPathsForFilesWithClass(std::int64_t fileClass, PathsHandler completionBlock) override {
+        const bool isFault =
+            _services._recorder.fails("VDDownloadFileManifest.getPaths", {fileClass});
+        answer([&services = _services, isFault, completionBlock = std::move(completionBlock)] {
+            completionBlock(isFault ? std::nullopt : services.manifestPaths);
+        });
+    }
+    void rebuildManifestWithCompletionBlock(std::function<void()> completionBlock) override {
+        _services._recorder.record("VDDownloadFileManifest.rebuild");
+        answer([&services = _services, completionBlock = std::move(completionBlock)] {
+            if (services.whileRebuilding)
+                services.whileRebuilding();
+            completionBlock();
+        });
+    }
+
+private:
+    void answer(platform::Job job) {
+        _services._scheduler.post(_services.manifestTime, std::move(job));
+    }
+
+    RecordingStoreDownloads& _services;
+};
+
+std::shared_ptr<VDDownloadFileManifest> RecordingStoreDownloads::makeFileManifest(
+    std::int64_t manifestType) {
+    _recorder.record("VDDownloadFileManifest.initWithManifestType", {manifestType});
+    if (makeFileManifestThrows)
+        throw std::runtime_error("no file manifest");
+    return std::make_shared<FileManifest>(*this);
+}
+
 std::shared_ptr<KLCloudClient> RecordingCloud::makeClient() {
     _recorder.record("KLCloudClient.make");
     if (makeClientThrows)

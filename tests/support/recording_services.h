@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,19 +60,30 @@ private:
 
 class RecordingStoreDownloads : public StoreDownloadServices {
 public:
-    explicit RecordingStoreDownloads(Recorder& recorder) : _recorder(recorder) {}
+    RecordingStoreDownloads(Recorder& recorder, VirtualScheduler& scheduler)
+        : _recorder(recorder), _scheduler(scheduler) {}
 
     // As when memory runs out: a std::runtime_error.
     bool makeManagerThrows = false;
+    bool makeFileManifestThrows = false;
+    // What every manifest answers, after how long; a fault is an answer without paths.
+    std::optional<std::vector<std::string>> manifestPaths;
+    platform::Nanoseconds manifestTime = 0;
+    // Run on the manifest's thread just before it answers that it is rebuilt.
+    std::function<void()> whileRebuilding;
     // The one made last.
     std::shared_ptr<RecordingDownloadManager> lastManager() const { return _lastManager.lock(); }
 
     std::shared_ptr<VDDownloadManagerOptions> makeManagerOptions() override;
     std::shared_ptr<VDDownloadManager> makeManager(
         std::shared_ptr<VDDownloadManagerOptions> options) override;
+    std::shared_ptr<VDDownloadFileManifest> makeFileManifest(std::int64_t manifestType) override;
 
 private:
+    class FileManifest;
+
     Recorder& _recorder;
+    VirtualScheduler& _scheduler;
     std::weak_ptr<RecordingDownloadManager> _lastManager;
 };
 

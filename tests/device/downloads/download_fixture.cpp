@@ -47,6 +47,42 @@ void PlainInstaller::abandon(std::int64_t libraryItem) {
     _abandoned.push_back(libraryItem);
 }
 
+bool PlainInstaller::sourceIsGone(std::int64_t libraryItem) {
+    const std::lock_guard lock(_mutex);
+    return std::erase(_waiting, libraryItem) != 0;
+}
+
+std::optional<std::vector<downloads::FileClass>> PlainInstaller::settleFiles(
+    const std::vector<std::string>& names, platform::OptionalError* error) {
+    const std::lock_guard lock(_mutex);
+    ++_timesSettled;
+    if (!_hasLibrary) {
+        *error = platform::Error(platform::POSIXErrorDomain, EIO, "The library is away.");
+        return std::nullopt;
+    }
+    std::vector<downloads::FileClass> classes;
+    for (const std::string& name : names)
+        classes.push_back(name.ends_with(".own")    ? downloads::FileClass::Backup
+                          : name.ends_with(".none") ? downloads::FileClass::Unowned
+                                                    : downloads::FileClass::Fetchable);
+    return classes;
+}
+
+void PlainInstaller::setWaiting(std::vector<std::int64_t> waiting) {
+    const std::lock_guard lock(_mutex);
+    _waiting = std::move(waiting);
+}
+
+std::size_t PlainInstaller::timesSettled() {
+    const std::lock_guard lock(_mutex);
+    return _timesSettled;
+}
+
+void PlainInstaller::loseLibrary() {
+    const std::lock_guard lock(_mutex);
+    _hasLibrary = false;
+}
+
 std::string PlainInstaller::pathOf(std::int64_t storeItem) {
     return "/var/mobile/Media/Purchases/" + std::to_string(storeItem + ItemOffset);
 }

@@ -31,6 +31,15 @@ public:
     platform::OptionalError install(const downloads::DownloadItem& item,
                                     const std::string& stagedPath) override;
     void abandon(std::int64_t libraryItem) override;
+    // Those of `waiting` have no further use for their download.
+    bool sourceIsGone(std::int64_t libraryItem) override;
+    // By extension: ".own" belongs in a backup, ".none" to nobody.
+    std::optional<std::vector<downloads::FileClass>> settleFiles(
+        const std::vector<std::string>& names, platform::OptionalError* error) override;
+    void setWaiting(std::vector<std::int64_t> waiting);
+    std::size_t timesSettled();
+    // The library cannot be asked from now on.
+    void loseLibrary();
 
     static std::string pathOf(std::int64_t storeItem);
     std::vector<downloads::DownloadItem> installed();
@@ -49,6 +58,9 @@ private:
     std::vector<std::int64_t> _abandoned;
     std::vector<platform::Error> _errors;
     bool _isHeld = false;
+    std::vector<std::int64_t> _waiting;
+    std::size_t _timesSettled = 0;
+    bool _hasLibrary = true;
 };
 
 // Writes down phases as "<store item>:<phase>", and wakes whoever waits at every call.

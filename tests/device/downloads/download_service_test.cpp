@@ -354,4 +354,34 @@ TEST_F(DownloadService, ManagersSeeTheKindsThatTheyAskFor) {
     EXPECT_TRUE(installer.installed().front().isTemporary);
 }
 
+TEST_F(DownloadService, ARestoreWhoseSourceIsGoneIsGivenUp) {
+    installer.setWaiting({5001, 5002, 5003});
+    installer.fail({platform::Error(platform::POSIXErrorDomain, EBADMSG, "no media file")});
+    start();
+    server.setHandler([](const test::HttpRequest&) { return test::HttpReply{"404 Not Here"}; });
+    request(server.url("/1.mp3"), 1);
+    request("file://" + outside / "missing.mp3", 2);
+    request(writeFile("page.mp3", "<html>"), 3);
+    ASSERT_TRUE(waitFor([&] { return service->list().empty(); }));
+    EXPECT_THAT(stagedFiles(), IsEmpty());
+}
+
+TEST_F(DownloadService, ARestoreThatMayStillComeIsNotGivenUp) {
+    installer.setWaiting({5001});
+    settings.retry.attempts = 1;
+    start();
+    server.setHandler([](const test::HttpRequest&) { return test::HttpReply{"503 Not Here"}; });
+    ASSERT_TRUE(waitForPhase(request(server.url("/1.mp3"), 1), "failed"));
+    server.setHandler([](const test::HttpRequest&) { return test::HttpReply{"403 Not Here"}; });
+    ASSERT_TRUE(waitForPhase(request(server.url("/1.mp3"), 1), "failed"));
+    EXPECT_TRUE(installer.sourceIsGone(5001));
+}
+
+TEST_F(DownloadService, ADownloadOfANewItemThatIsGoneStaysToBeSeen) {
+    start();
+    server.setHandler([](const test::HttpRequest&) { return test::HttpReply{"404 Not Here"}; });
+    ASSERT_TRUE(waitForPhase(request(server.url("/1.mp3"), 1), "failed"));
+    EXPECT_THAT(service->list(), SizeIs(1));
+}
+
 }  // namespace

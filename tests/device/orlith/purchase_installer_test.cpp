@@ -133,6 +133,33 @@ TEST_F(PurchaseInstaller, WhatWasGivenUpLeavesTheLibrary) {
     EXPECT_THAT(system.center.posted, SizeIs(2));
 }
 
+TEST_F(PurchaseInstaller, OnlyWhatNoStoreCanGiveAgainBelongsInABackup) {
+    std::vector<std::string> names;
+    int number = 0;
+    for (const char* source : {"https://a.example/1.mp3", "file:///home/a/1.mp3", ""}) {
+        DownloadItem item = song();
+        item.storeItem = ++number;
+        item.source = source;
+        item.libraryItem = prepare(item).libraryItem;
+        writeFile(staged, "ID3\4\5");
+        ASSERT_EQ(installer.install(item, staged), std::nullopt);
+        names.push_back(std::to_string(item.libraryItem) + ".mp3");
+    }
+    names.push_back("unknown.mp3");
+    platform::OptionalError error;
+    using enum downloads::FileClass;
+    EXPECT_THAT(installer.settleFiles(names, &error),
+                testing::Optional(ElementsAre(Fetchable, Backup, Backup, Unowned)));
+}
+
+TEST_F(PurchaseInstaller, ARestoreWhoseSourceIsGoneLeavesTheLibrary) {
+    const auto prepared = prepare(song());
+    EXPECT_FALSE(installer.sourceIsGone(prepared.libraryItem));
+    execute("UPDATE item SET needs_restore = 1");
+    EXPECT_TRUE(installer.sourceIsGone(prepared.libraryItem));
+    EXPECT_EQ(number("SELECT count(*) FROM item"), 0);
+}
+
 // From the request to the track that plays, over HTTP.
 TEST_F(PurchaseInstaller, ADownloadEndsAsATrackOfTheLibrary) {
     const std::string content = "fLaC" + std::string(99'996, 'x');
