@@ -36,6 +36,7 @@ public:
     virtual std::int32_t intForColumnIndex(int column) const = 0;
     // Absent for null.
     virtual std::optional<std::string_view> stringForColumnIndex(int column) const = 0;
+    virtual bool isNullForColumnIndex(int column) const = 0;
 };
 
 // Rows of a statement, read one after another.
@@ -53,6 +54,8 @@ public:
     virtual ~KV3DatabaseConnection() = default;
     // Never null; a statement that fails has no rows.
     virtual std::unique_ptr<KV3QueryResult> executeQuery(std::string_view sql) = 0;
+    // executeUpdate:  Without parameters.
+    virtual bool executeUpdate(std::string_view sql) = 0;
     // executeUpdate:withParameters:error:  Parameters are bound in order; a null Value is SQL NULL.
     virtual bool executeUpdateWithParameters(std::string_view sql,
                                              std::span<const platform::Value> parameters,
@@ -71,6 +74,9 @@ public:
 inline constexpr std::int64_t KV3RevisionTrackingCodeTrack = 0;
 inline constexpr std::int64_t KV3RevisionTrackingCodeContainer = 1;
 inline constexpr std::int64_t KV3RevisionTypeAll = 3;
+
+// Search options of orphaned artwork: the pictures that the library has recorded.
+inline constexpr std::int64_t KV3ArtworkSearchRecorded = 2;
 
 // The picture of an item.
 struct KV3Artwork {
@@ -98,6 +104,8 @@ public:
     // setValue:forDatabaseProperty:
     virtual bool setValueForDatabaseProperty(const platform::Value& value,
                                              std::string_view key) = 0;
+    // deleteDatabaseProperty:  True also when there was none.
+    virtual bool deleteDatabaseProperty(std::string_view key) = 0;
 
     // Whether the block returned true and, for the second, the changes are committed.
     virtual bool performReadOnlyDatabaseTransactionWithBlock(const TransactionBlock& block) = 0;
@@ -161,6 +169,11 @@ public:
                                                   std::int64_t artworkType, std::int64_t sourceType,
                                                   std::uint32_t mediaType) = 0;
 
+    // deleteOrphanedArtworkWithSearchOptions:  Removes pictures that nothing in the library asks
+    // for any more. The option says which are looked at: KV3ArtworkSearchRecorded; with any other
+    // value nothing is done. In a transaction the files go once it is committed.
+    virtual void deleteOrphanedArtworkWithSearchOptions(std::int64_t searchOptions) = 0;
+
     virtual KV3AccountCacheDatabase& accountCacheDatabase() = 0;
     // The item's best picture, or else none; its file may be missing.
     virtual std::optional<KV3Artwork> fetchItemArtworkForPersistentID(
@@ -178,6 +191,9 @@ public:
     virtual void enumeratePersistentIDsAndProperties(
         std::span<const KV3TrackProperty> properties,
         const std::function<void(std::int64_t persistentID, KV3TrackRow values)>& block) = 0;
+    // All of them or none. They lost their claim: what is deleted here is not told to others, and
+    // a track that comes back later is what it was.
+    virtual bool deleteAllEntitiesFromLibrary() = 0;
 };
 
 // A handle on the track of an id, whether or not there is one.

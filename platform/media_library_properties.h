@@ -40,7 +40,7 @@ enum KV3TrackProperty : std::uint16_t {
     KV3TrackPropertyFilePath,                 // string: absolute path of the file, null when none
     KV3TrackPropertyLocationFileName,         // string: name within the base location
     KV3TrackPropertyNeedsRestore,             // integer: 0 or 1, never null
-    KV3TrackPropertyDownloadIdentifier,       // string
+    KV3TrackPropertyDownloadIdentifier,       // string, null when none; the number 0 means none
     KV3TrackPropertySyncArtworkToken,         // string: cover that the host sends
     KV3TrackPropertyChapterData,              // data: flattened table of contents
     KV3TrackPropertyKenningChecksum,          // integer: of the data held, null when none
@@ -53,7 +53,15 @@ enum KV3TrackProperty : std::uint16_t {
     KV3TrackPropertyStoreRedownloadedStatus,  // integer
     KV3TrackPropertyStoreVeskaID,             // integer: cloud-library id
     KV3TrackPropertyCloudArtworkToken,        // string: cover that a companion pulls
-    KV3TrackPropertyCount_                    // not a property
+    KV3TrackPropertyStoreArtworkToken,        // string
+    KV3TrackPropertyPurchaseHistoryArtworkToken,          // string
+    KV3TrackPropertyMatchRedownloadParameters,            // string
+    KV3TrackPropertyPurchaseHistoryID,                    // integer, 0 when none
+    KV3TrackPropertyPurchaseHistoryToken,                 // integer, 0 when none
+    KV3TrackPropertyPurchaseHistoryRedownloadParameters,  // string
+    KV3TrackPropertyIsTemporaryCloudDownload,             // integer: 0 or 1
+    KV3TrackPropertyIsTesselU,                            // integer: 0 or 1, from the media type
+    KV3TrackPropertyCount_                                // not a property
 };
 
 // Bits of KV3TrackPropertyMediaType.
@@ -101,6 +109,11 @@ struct KV3ComparisonPredicate {
                 KV3ComparisonEqual,
                 platform::Value(value),
                 {}};
+    }
+    // predicateWithProperty:equalToInteger:
+    static KV3Predicate predicateWithPropertyEqualToInteger(KV3TrackProperty property,
+                                                            std::int64_t value) {
+        return predicateWithPropertyEqualToInt64(property, value);
     }
     // predicateWithProperty:value:comparison:
     static KV3Predicate predicateWithProperty(KV3TrackProperty property, platform::Value value,

@@ -1,9 +1,13 @@
 // Library's operations on pictures.
+#include <cerrno>
+#include <cstring>
 #include <vector>
 
 #include "common/sqlite/database.h"
 #include "device/korvane/artwork_rows.h"
 #include "device/korvane/library.h"
+#include "device/korvane/wanted_pictures.h"
+#include "device/system/rooted_file_system.h"
 
 namespace korvane {
 
@@ -51,6 +55,24 @@ std::optional<KV3Artwork> Library::fetchItemArtworkForPersistentID(std::int64_t 
         return true;
     });
     return artwork;
+}
+
+void Library::deleteOrphanedArtworkWithSearchOptions(std::int64_t searchOptions) {
+    if (searchOptions != KV3ArtworkSearchRecorded)
+        return;
+    static constexpr char Operation[] = "deleteOrphanedArtworkWithSearchOptions:";
+    change(Operation, [&](common::Database& database) {
+        std::vector<std::string> orphans = forgetOrphanedArtwork(database);
+        // A picture whose row comes back with a rollback must still be there.
+        _connections->whenCommitted([this, orphans = std::move(orphans)] {
+            for (const std::string& relativePath : orphans)
+                if (const int error =
+                        _configuration.files.unlink(ArtworkStore::originalPath(relativePath));
+                    error != 0 && error != ENOENT)
+                    _log.warning(Operation, relativePath + ": " + std::strerror(error));
+        });
+        return true;
+    });
 }
 
 void Library::recordFoundOriginals() {

@@ -22,8 +22,10 @@ public:
         return static_cast<std::int32_t>(int64ForColumnIndex(column));
     }
     std::optional<std::string_view> stringForColumnIndex(int column) const override {
-        return has(column) && !_row.isNull(column) ? std::optional(_row.text(column))
-                                                   : std::nullopt;
+        return isNullForColumnIndex(column) ? std::nullopt : std::optional(_row.text(column));
+    }
+    bool isNullForColumnIndex(int column) const override {
+        return !has(column) || _row.isNull(column);
     }
 
 private:
@@ -110,9 +112,19 @@ std::unique_ptr<KV3QueryResult> ConnectionView::executeQuery(std::string_view sq
     }
 }
 
+bool ConnectionView::executeUpdate(std::string_view sql) {
+    return execute("executeUpdate:", sql, {}, nullptr);
+}
+
 bool ConnectionView::executeUpdateWithParameters(std::string_view sql,
                                                  std::span<const platform::Value> parameters,
                                                  platform::OptionalError* error) {
+    return execute("executeUpdate:withParameters:error:", sql, parameters, error);
+}
+
+bool ConnectionView::execute(std::string_view operation, std::string_view sql,
+                             std::span<const platform::Value> parameters,
+                             platform::OptionalError* error) {
     try {
         if (!_allowsWrites)
             throw common::SqliteError(common::SqliteReadOnly, "this connection does not write");
@@ -129,7 +141,7 @@ bool ConnectionView::executeUpdateWithParameters(std::string_view sql,
             });
         return true;
     } catch (const common::SqliteError& failure) {
-        _log.error("executeUpdate:withParameters:error:", failure.what());
+        _log.error(operation, failure.what());
         if (error)
             *error = failure.platformError();
         return false;

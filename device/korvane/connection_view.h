@@ -34,11 +34,14 @@ public:
 
     // The result has no rows any more once the view is gone.
     std::unique_ptr<KV3QueryResult> executeQuery(std::string_view sql) override;
+    bool executeUpdate(std::string_view sql) override;
     bool executeUpdateWithParameters(std::string_view sql,
                                      std::span<const platform::Value> parameters,
                                      platform::OptionalError* error) override;
 
 private:
+    bool execute(std::string_view operation, std::string_view sql,
+                 std::span<const platform::Value> parameters, platform::OptionalError* error);
     void update(std::string_view sql, std::span<const platform::Value> parameters);
 
     common::Database& _database;

@@ -93,13 +93,29 @@ std::unique_ptr<common::Database> Connections::open(bool writes) const {
     return std::make_unique<common::Database>(_settings.realPath, options);
 }
 
-bool Connections::write(const Block& block) {
-    Use use(*this, true);
-    return use.database().inTransaction() ? writeNested(use.database(), block)
-                                          : writeOutermost(use.database(), block);
+bool Connections::isUsedByThisThread() const {
+    return Use::threadUses(*this);
 }
 
-bool Connections::writeOutermost(common::Database& database, const Block& block) {
+bool Connections::write(const Block& block) {
+    std::vector<std::function<void()>> committed;
+    const bool isCommitted = [&] {
+        Use use(*this, true);
+        return use.database().inTransaction() ? writeNested(use.database(), block)
+                                              : writeOutermost(use.database(), block, committed);
+    }();
+    for (const auto& job : committed)
+        job();
+    return isCommitted;
+}
+
+void Connections::whenCommitted(std::function<void()> job) {
+    _whenCommitted.push_back(std::move(job));
+}
+
+bool Connections::writeOutermost(common::Database& database, const Block& block,
+                                 std::vector<std::function<void()>>& committed) {
+    _whenCommitted.clear();
     common::Transaction transaction(database, common::TransactionKind::Write);
     if (!block(database))
         return false;
@@ -111,15 +127,23 @@ bool Connections::writeOutermost(common::Database& database, const Block& block)
         "'entity_revision') WHERE base_revision < (SELECT seq FROM sqlite_sequence WHERE name = "
         "'entity_revision')");
     transaction.commit();
+    committed.swap(_whenCommitted);
     return true;
 }
 
 bool Connections::writeNested(common::Database& database, const Block& block) {
+    // Jobs of a part that is rolled back are not run.
+    struct Rollback {
+        std::vector<std::function<void()>>& jobs;
+        std::size_t kept = jobs.size();
+        ~Rollback() { jobs.resize(std::min(kept, jobs.size())); }
+    } rollback{_whenCommitted};
     common::Savepoint savepoint(database);
     if (!block(database))
         return false;
     requireTransaction(database);
     savepoint.commit();
+    rollback.kept = _whenCommitted.size();
     return true;
 }
 

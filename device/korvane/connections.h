@@ -47,6 +47,12 @@ public:
     // A transaction that reads one state of the database. Inside a writing one of this thread it
     // sees what that has written; the block's answer is given back and changes nothing.
     bool read(const Block& block);
+    // Inside a block that writes: runs the job on this thread once the outermost transaction is
+    // committed, without a connection; not at all when it, or a savepoint around this, is rolled
+    // back. The job does not throw.
+    void whenCommitted(std::function<void()> job);
+    // Whether this thread is inside a use: what it reads is part of that.
+    bool isUsedByThisThread() const;
     // A connection without a transaction of its own.
     void use(bool writes, const std::function<void(common::Database&)>& block);
     // A connection of its own in a transaction that reads one state of the database for as long as
@@ -83,10 +89,12 @@ private:
     Reader acquireReader();
     void releaseReader(Reader reader);
     void reopenWriterIfStale();
-    bool writeOutermost(common::Database& database, const Block& block);
-    static bool writeNested(common::Database& database, const Block& block);
+    bool writeOutermost(common::Database& database, const Block& block,
+                        std::vector<std::function<void()>>& committed);
+    bool writeNested(common::Database& database, const Block& block);
 
     const ConnectionSettings _settings;
+    std::vector<std::function<void()>> _whenCommitted;  // of the thread that writes
 
     std::mutex _mutex;  // protects everything below
     std::condition_variable _changed;

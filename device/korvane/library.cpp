@@ -104,6 +104,15 @@ bool Library::read(std::string_view operation, const Connections::Block& block) 
     return guarded(operation, [&] { return _connections->read(block); });
 }
 
+bool Library::readApart(std::string_view operation,
+                        const std::function<void(common::Database&)>& block) {
+    return guarded(operation, [&] {
+        Connections::Snapshot snapshot(*_connections);
+        block(snapshot.database());
+        return true;
+    });
+}
+
 std::int64_t Library::nowMilliseconds() const {
     return std::llround(_configuration.system.absoluteTime() * 1000.0);
 }

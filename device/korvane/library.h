@@ -38,6 +38,7 @@ public:
     // --- KV3Korvane
     platform::Value valueForDatabaseProperty(std::string_view key) override;
     bool setValueForDatabaseProperty(const platform::Value& value, std::string_view key) override;
+    bool deleteDatabaseProperty(std::string_view key) override;
     bool performReadOnlyDatabaseTransactionWithBlock(const TransactionBlock& block) override;
     bool performDatabaseTransactionWithBlock(const TransactionBlock& block) override;
     void databaseConnectionAllowingWrites(
@@ -75,13 +76,13 @@ public:
     bool importOriginalArtworkFromFileURL(const std::string& path, const std::string& token,
                                           std::int64_t artworkType, std::int64_t sourceType,
                                           std::uint32_t mediaType) override;
+    void deleteOrphanedArtworkWithSearchOptions(std::int64_t searchOptions) override;
     KV3AccountCacheDatabase& accountCacheDatabase() override;
     std::optional<KV3Artwork> fetchItemArtworkForPersistentID(std::int64_t persistentID) override;
 
     // --- beside the bundles' operations
     // What libraryUID answers. Stays while the database stays.
     const std::string& uid() const { return _uid; }
-    bool deleteDatabaseProperty(std::string_view key);
     // Records the hosts' covers that lie on disk without a row: a process was killed between the
     // two, or the database is a new one over the files of an old one.
     void recordFoundOriginals();
@@ -106,6 +107,9 @@ public:
     bool change(std::string_view operation, const Connections::Block& block);
     // As change, for reading.
     bool read(std::string_view operation, const Connections::Block& block);
+    // As read, on a connection of its own: what the block does meanwhile, writing included, is no
+    // part of the transaction, and sees and changes the database as it is. It does not reconnect.
+    bool readApart(std::string_view operation, const std::function<void(common::Database&)>& block);
     // Milliseconds since 1970.
     std::int64_t nowMilliseconds() const;
 

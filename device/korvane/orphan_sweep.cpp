@@ -4,12 +4,12 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "common/chapters/chapters.h"
 #include "common/sqlite/database.h"
 #include "device/korvane/activity_lock.h"
 #include "device/korvane/database_properties.h"
 #include "device/korvane/library.h"
 #include "device/korvane/track_location.h"
+#include "device/korvane/wanted_pictures.h"
 #include "device/system/rooted_file_system.h"
 
 namespace korvane {
@@ -48,29 +48,6 @@ void forgetFilesOfTracks(common::Database& database, Folders& folders) {
     while (rows.step())
         if (const auto folder = folders.find(rows->int64(0)); folder != folders.end())
             folder->second.files.erase(std::string(rows->text(1)));
-}
-
-// The relative path of every picture that a track can ask for.
-Names wantedPictures(common::Database& database) {
-    Names paths;
-    auto tokens = database.query(
-        "SELECT sync_artwork_token, cloud_artwork_token, store_artwork_token, "
-        "purchase_history_artwork_token FROM item_artwork");
-    while (tokens.step())
-        for (int column = 0; column < 4; ++column)
-            if (!tokens->text(column).empty())
-                paths.insert(artworkRelativePath(std::string(tokens->text(column))));
-    auto chapters = database.query(
-        "SELECT item_pid, chapter_data FROM item_extra WHERE chapter_data IS NOT NULL");
-    while (chapters.step())
-        for (const auto& chapter :
-             common::decodeChapters(chapters->blob(1)).value_or(std::vector<common::Chapter>())) {
-            paths.insert(artworkRelativePath(chapterArtworkToken(
-                chapters->int64(0), static_cast<double>(chapter.startMs) / 1000.0)));
-            if (!chapter.artworkCacheID.empty())
-                paths.insert(artworkRelativePath(chapter.artworkCacheID));
-        }
-    return paths;
 }
 
 }  // namespace

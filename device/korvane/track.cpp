@@ -2,14 +2,13 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-
 #include "common/sqlite/database.h"
 #include "device/korvane/library.h"
 #include "device/korvane/predicate_sql.h"
 #include "device/korvane/track_deletion.h"
 #include "device/korvane/track_location.h"
 #include "device/korvane/track_properties.h"
+#include "device/korvane/track_update.h"
 #include "device/korvane/video_snapshot.h"
 
 namespace korvane {
@@ -22,35 +21,13 @@ bool exists(common::Database& database, std::int64_t pid) {
     return database.int64("SELECT EXISTS (SELECT 1 FROM item WHERE item_pid = ?)", pid) != 0;
 }
 
-// What a column keeps of a value.
-Value storedValue(const TrackColumn& column, const Value& value) {
-    switch (column.type) {
-        case ColumnType::Integer:
-            return value.int64Value();
-        case ColumnType::NullableInteger:
-            return value.isNull() ? Value() : Value(value.int64Value());
-        case ColumnType::Text:
-            return value.isNull() ? Value("") : Value(value.description());
-        case ColumnType::NullableText:
-            return value.isNull() ? Value() : Value(value.description());
-        case ColumnType::Blob:
-            return value.isData() ? value : Value();
-    }
-    return {};
-}
-
-void setRating(common::Database& database, std::int64_t pid, const Value& value,
-               std::int64_t nowMs) {
-    database.execute(
-        "UPDATE item_stats SET user_rating = ?, rating_changed_ms = ? WHERE item_pid = ?",
-        std::clamp<std::int64_t>(value.int64Value(), 0, 100), nowMs, pid);
-}
-
-void setColumn(common::Database& database, std::int64_t pid, const TrackColumn& column,
-               const Value& value) {
-    database.execute(fmt::format("UPDATE {0} SET {1} = ?2 WHERE item_pid = ?1 AND {1} IS NOT ?2",
-                                 column.table, column.column),
-                     pid, storedValue(column, value));
+// The statements of the properties that this thread set last: many tracks in a row are often given
+// the same ones.
+const TrackUpdate* updateOf(std::span<const KV3TrackProperty> properties) {
+    static thread_local std::optional<TrackUpdate> last;
+    if (!last || !last->isOf(properties))
+        last = TrackUpdate::of(properties);
+    return last ? &*last : nullptr;
 }
 
 }  // namespace
@@ -113,18 +90,11 @@ bool Track::setValues(std::span<const Value> values, std::span<const KV3TrackPro
     if (values.size() != properties.size())
         return false;
     return _library->change("setValues:forProperties:count:", [&](common::Database& database) {
-        if (!exists(database, _persistentID))
-            return false;
-        for (std::size_t i = 0; i < values.size(); ++i) {
-            const TrackColumn& column = trackColumn(properties[i]);
-            if (!column.table)
-                return false;
-            if (properties[i] == KV3TrackPropertyUserRating)
-                setRating(database, _persistentID, values[i], _library->nowMilliseconds());
-            else
-                setColumn(database, _persistentID, column, values[i]);
-        }
-        return true;
+        auto item = database.query("SELECT item_id FROM item WHERE item_pid = ?", _persistentID);
+        const TrackUpdate* update = item.step() ? updateOf(properties) : nullptr;
+        if (update)
+            update->run(database, item->int64(0), values, _library->nowMilliseconds());
+        return update != nullptr;
     });
 }
 

@@ -3,27 +3,42 @@
 #include <vector>
 
 #include "common/sqlite/database.h"
+#include "device/korvane/predicate_sql.h"
 #include "device/korvane/schema.h"
 #include "device/korvane/track_location.h"
+#include "device/korvane/track_properties.h"
 
 namespace korvane {
 
 namespace {
 
+// Each followed by a condition on the tracks' rows.
+constexpr char KeepMemory[] =
+    "INSERT OR REPLACE INTO removed_memory (global_id, item_pid, user_rating, "
+    "rating_changed_ms, bookmark_ms, bookmark_changed_ms, date_added) SELECT e.global_id, "
+    "i.item_pid, st.user_rating, st.rating_changed_ms, st.bookmark_ms, st.bookmark_changed_ms, "
+    "i.date_added FROM item i JOIN item_extra e ON e.item_id = i.item_id JOIN item_stats st ON "
+    "st.item_id = i.item_id WHERE e.global_id <> 0 AND ";
+constexpr char KeepPlays[] =
+    "INSERT OR REPLACE INTO removed_play_statistics (global_id, origin_uid, play_count, "
+    "skip_count, last_played_ms, last_skipped_ms) SELECT e.global_id, p.origin_uid, "
+    "p.play_count, p.skip_count, p.last_played_ms, p.last_skipped_ms FROM play_statistics p "
+    "JOIN item_extra e ON e.item_pid = p.item_pid WHERE e.global_id <> 0 AND ";
+
 void keepMemory(common::Database& database, std::int64_t trackPID) {
-    database.execute(
-        "INSERT OR REPLACE INTO removed_memory (global_id, item_pid, user_rating, "
-        "rating_changed_ms, bookmark_ms, bookmark_changed_ms, date_added) SELECT e.global_id, "
-        "i.item_pid, st.user_rating, st.rating_changed_ms, st.bookmark_ms, st.bookmark_changed_ms, "
-        "i.date_added FROM item i JOIN item_extra e ON e.item_id = i.item_id JOIN item_stats st ON "
-        "st.item_id = i.item_id WHERE i.item_pid = ? AND e.global_id <> 0",
-        trackPID);
-    database.execute(
-        "INSERT OR REPLACE INTO removed_play_statistics (global_id, origin_uid, play_count, "
-        "skip_count, last_played_ms, last_skipped_ms) SELECT e.global_id, p.origin_uid, "
-        "p.play_count, p.skip_count, p.last_played_ms, p.last_skipped_ms FROM play_statistics p "
-        "JOIN item_extra e ON e.item_pid = p.item_pid WHERE p.item_pid = ? AND e.global_id <> 0",
-        trackPID);
+    static const std::string memory = std::string(KeepMemory) + "i.item_pid = ?";
+    static const std::string plays = std::string(KeepPlays) + "p.item_pid = ?";
+    database.execute(memory, trackPID);
+    database.execute(plays, trackPID);
+}
+
+void run(common::Database& database, const std::string& sql,
+         const std::vector<platform::Value>& values) {
+    auto statement = database.prepare(sql);
+    int index = 0;
+    for (const platform::Value& value : values)
+        statement->bind(++index, value);
+    statement.run();
 }
 
 // Deletions made while this lives are told to others; the triggers read the mark.
@@ -69,6 +84,15 @@ bool deleteTrack(common::Database& database, std::int64_t trackPID, DeletionReac
     const bool existed = database.execute("DELETE FROM item WHERE item_pid = ?", trackPID) != 0;
     told.end();
     return existed;
+}
+
+void deleteTracksHere(common::Database& database, const SqlCondition& condition) {
+    const std::string items = "(SELECT i.item_id FROM " +
+                              trackTables(condition.joins, !condition.isLookup) + " WHERE " +
+                              condition.text + ")";
+    run(database, KeepMemory + ("i.item_id IN " + items), condition.values);
+    run(database, KeepPlays + ("e.item_id IN " + items), condition.values);
+    run(database, "DELETE FROM item WHERE item_id IN " + items, condition.values);
 }
 
 bool deletePlaylist(common::Database& database, std::int64_t playlistPID, DeletionReach reach) {

@@ -12,6 +12,8 @@ class Database;
 
 namespace korvane {
 
+struct SqlCondition;
+
 // Who is told of a deletion.
 class DeletionReach {
 public:
@@ -34,6 +36,8 @@ private:
 // False when there is no such track. What the track gets back when it returns is kept under its
 // global id; its file goes with the next sweep.
 bool deleteTrack(common::Database& database, std::int64_t trackPID, DeletionReach reach);
+// As deleteTrack, here alone, for all tracks that meet a condition over trackTables().
+void deleteTracksHere(common::Database& database, const SqlCondition& condition);
 // As deleteTrack for a playlist.
 bool deletePlaylist(common::Database& database, std::int64_t playlistPID, DeletionReach reach);
 

@@ -63,6 +63,22 @@ constexpr std::array<TrackColumn, KV3TrackPropertyCount_> Columns{{
      "veska_id"},
     {KV3TrackPropertyCloudArtworkToken, Text, JoinsArtwork, "w.cloud_artwork_token", "item_artwork",
      "cloud_artwork_token"},
+    {KV3TrackPropertyStoreArtworkToken, Text, JoinsArtwork, "w.store_artwork_token", "item_artwork",
+     "store_artwork_token"},
+    {KV3TrackPropertyPurchaseHistoryArtworkToken, Text, JoinsArtwork,
+     "w.purchase_history_artwork_token", "item_artwork", "purchase_history_artwork_token"},
+    {KV3TrackPropertyMatchRedownloadParameters, NullableText, JoinsStore,
+     "s.match_redownload_parameters", "item_store", "match_redownload_parameters"},
+    {KV3TrackPropertyPurchaseHistoryID, Integer, JoinsStore, "s.purchase_history_id", "item_store",
+     "purchase_history_id"},
+    {KV3TrackPropertyPurchaseHistoryToken, Integer, JoinsStore, "s.purchase_history_token",
+     "item_store", "purchase_history_token"},
+    {KV3TrackPropertyPurchaseHistoryRedownloadParameters, NullableText, JoinsStore,
+     "s.purchase_history_redownload_parameters", "item_store",
+     "purchase_history_redownload_parameters"},
+    {KV3TrackPropertyIsTemporaryCloudDownload, Integer, JoinsStore, "s.is_temporary_cloud_download",
+     "item_store", "is_temporary_cloud_download"},
+    {KV3TrackPropertyIsTesselU, Integer, 0, "((i.media_type & 4128) <> 0)", nullptr, nullptr},
 }};
 
 constexpr bool columnsAreInOrder() {
@@ -72,6 +88,8 @@ constexpr bool columnsAreInOrder() {
     return true;
 }
 static_assert(columnsAreInOrder());
+// As IsTesselU has it.
+static_assert((KV3MediaTypeTesselU | KV3MediaTypeTesselUVideo) == 4128);
 
 }  // namespace
 

@@ -4,9 +4,11 @@
 #include <array>
 
 #include "common/sqlite/database.h"
+#include "device/korvane/import/names.h"
 #include "device/korvane/library.h"
 #include "device/korvane/predicate_sql.h"
 #include "device/korvane/row_store.h"
+#include "device/korvane/track_deletion.h"
 #include "device/korvane/track_properties.h"
 
 namespace korvane {
@@ -58,15 +60,21 @@ public:
     }
 
     void read(common::Database& database, const SqlCondition& condition) {
-        auto query = database.prepare("SELECT " + _selection + " FROM " +
-                                      trackTables(_joins | condition.joins, !condition.isLookup) +
-                                      " WHERE " + condition.text +
-                                      (condition.isLookup ? " ORDER BY i.item_id" : ""));
-        int index = 0;
-        for (const platform::Value& value : condition.values)
-            query->bind(++index, value);
+        auto query = select(database, condition);
         while (query.step())
             readRow(*query);
+    }
+
+    // Hands each row to the block as it is read, and keeps none.
+    template <typename Block>
+    void stream(common::Database& database, const SqlCondition& condition, const Block& block) {
+        auto query = select(database, condition);
+        std::vector<ValueView> row(1 + _propertyCount);
+        while (query.step()) {
+            for (std::size_t column = 0; column < row.size(); ++column)
+                row[column] = readColumn(*query, column);
+            block(row.front().int64Value(), KV3TrackRow(row).subspan(1));
+        }
     }
 
     void sort() {
@@ -94,6 +102,17 @@ private:
         if (_orderingTerms.empty())
             return place;
         return _sortsByIntegers ? _integerKeys[place].row : _order[place];
+    }
+
+    common::Query select(common::Database& database, const SqlCondition& condition) const {
+        auto query = database.prepare("SELECT " + _selection + " FROM " +
+                                      trackTables(_joins | condition.joins, !condition.isLookup) +
+                                      " WHERE " + condition.text +
+                                      (condition.isLookup ? " ORDER BY i.item_id" : ""));
+        int index = 0;
+        for (const platform::Value& value : condition.values)
+            query->bind(++index, value);
+        return query;
     }
 
     void add(KV3TrackProperty property) {
@@ -148,17 +167,32 @@ void TrackQuery::enumeratePersistentIDsAndProperties(
     const std::function<void(std::int64_t persistentID, KV3TrackRow values)>& block) {
     const SqlCondition condition = sqlCondition(_predicate);
     Listing listing(properties, _orderingTerms);
-    if (!_library->read("enumeratePersistentIDsAndProperties:usingBlock:",
-                        [&](common::Database& database) {
-                            listing.read(database, condition);
-                            return true;
-                        }))
+    constexpr char Operation[] = "enumeratePersistentIDsAndProperties:usingBlock:";
+    // A part of a transaction must see what that has written, and the block may write more.
+    if (_orderingTerms.empty() && !_library->connections().isUsedByThisThread()) {
+        _library->readApart(Operation, [&](common::Database& database) {
+            listing.stream(database, condition, block);
+        });
+        return;
+    }
+    if (!_library->read(Operation, [&](common::Database& database) {
+            listing.read(database, condition);
+            return true;
+        }))
         return;
     listing.sort();
     for (std::size_t place = 0; place < listing.size(); ++place) {
         const auto row = listing.inOrder(place);
         block(row.front().int64Value(), row.subspan(1));
     }
+}
+
+bool TrackQuery::deleteAllEntitiesFromLibrary() {
+    return _library->change("deleteAllEntitiesFromLibrary", [&](common::Database& database) {
+        deleteTracksHere(database, sqlCondition(_predicate));
+        removeUnusedNames(database);
+        return true;
+    });
 }
 
 }  // namespace korvane

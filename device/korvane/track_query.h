@@ -20,11 +20,13 @@ public:
           _predicate(std::move(predicate)),
           _orderingTerms(std::move(orderingTerms)) {}
 
-    // All values are read before the first call of the block; they are those of one moment. Ties
-    // keep the order in which the tracks came to the library.
+    // All values are those of one moment. Ties keep the order in which the tracks came to the
+    // library. Without an order, and outside of transactions, rows are read while the block runs,
+    // so that memory does not grow with their number; a database error then ends the enumeration.
     void enumeratePersistentIDsAndProperties(
         std::span<const KV3TrackProperty> properties,
         const std::function<void(std::int64_t persistentID, KV3TrackRow values)>& block) override;
+    bool deleteAllEntitiesFromLibrary() override;
 
 private:
     const std::shared_ptr<Library> _library;

@@ -25,6 +25,11 @@ public:
         return text ? std::optional<std::string_view>(*text) : std::nullopt;
     }
 
+    bool isNullForColumnIndex(int column) const override {
+        _recorder.record("KV3QueryRow.isNullForColumnIndex", {column});
+        return at(column).isNull();
+    }
+
 private:
     const platform::Value& at(int column) const {
         return _columns.at(static_cast<std::size_t>(column));
@@ -75,11 +80,17 @@ public:
             rows == _library.queryRows.end() ? std::vector<QueryRow>() : rows->second);
     }
 
+    bool executeUpdate(std::string_view sql) override { return execute({sql}, nullptr); }
+
     bool executeUpdateWithParameters(std::string_view sql,
                                      std::span<const platform::Value> parameters,
                                      platform::OptionalError* error) override {
-        const Call statement{"KV3DatabaseConnection.executeUpdate",
-                             {sql, platform::Array(parameters.begin(), parameters.end())}};
+        return execute({sql, platform::Array(parameters.begin(), parameters.end())}, error);
+    }
+
+private:
+    bool execute(Recorder::Arguments arguments, platform::OptionalError* error) {
+        const Call statement{"KV3DatabaseConnection.executeUpdate", std::move(arguments)};
         if (_library._recorder.fails(statement.name, statement.arguments)) {
             if (error)
                 *error = platform::Error("SQLite", 1);
@@ -89,7 +100,6 @@ public:
         return true;
     }
 
-private:
     RecordingLibrary& _library;
 };
 
@@ -105,6 +115,14 @@ bool RecordingLibrary::setValueForDatabaseProperty(const platform::Value& value,
     if (_recorder.fails("KV3Korvane.setValueForDatabaseProperty", {value, key}))
         return false;
     databaseProperties[std::string(key)] = value;
+    return true;
+}
+
+bool RecordingLibrary::deleteDatabaseProperty(std::string_view key) {
+    if (_recorder.fails("KV3Korvane.deleteDatabaseProperty", {key}))
+        return false;
+    if (const auto found = databaseProperties.find(key); found != databaseProperties.end())
+        databaseProperties.erase(found);
     return true;
 }
 
@@ -268,6 +286,10 @@ bool RecordingLibrary::importOriginalArtworkFromFileURL(const std::string& path,
     return !_recorder.fails("KV3Korvane.importOriginalArtwork",
                             {path, token, artworkType, sourceType, mediaType}) &&
            artworkCanBeImported;
+}
+
+void RecordingLibrary::deleteOrphanedArtworkWithSearchOptions(std::int64_t searchOptions) {
+    _recorder.record("KV3Korvane.deleteOrphanedArtwork", {searchOptions});
 }
 
 std::optional<KV3Artwork> RecordingLibrary::fetchItemArtworkForPersistentID(

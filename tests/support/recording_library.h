@@ -62,6 +62,7 @@ public:
 
     platform::Value valueForDatabaseProperty(std::string_view key) override;
     bool setValueForDatabaseProperty(const platform::Value& value, std::string_view key) override;
+    bool deleteDatabaseProperty(std::string_view key) override;
     bool performReadOnlyDatabaseTransactionWithBlock(const TransactionBlock& block) override;
     bool performDatabaseTransactionWithBlock(const TransactionBlock& block) override;
     void databaseConnectionAllowingWrites(
@@ -100,6 +101,7 @@ public:
     bool importOriginalArtworkFromFileURL(const std::string& path, const std::string& token,
                                           std::int64_t artworkType, std::int64_t sourceType,
                                           std::uint32_t mediaType) override;
+    void deleteOrphanedArtworkWithSearchOptions(std::int64_t searchOptions) override;
     KV3AccountCacheDatabase& accountCacheDatabase() override { return _accountCache; }
     std::optional<KV3Artwork> fetchItemArtworkForPersistentID(std::int64_t persistentID) override;
 

@@ -159,6 +159,14 @@ public:
             block(persistentID, row);
         }
     }
+    bool deleteAllEntitiesFromLibrary() override {
+        if (_library->recorder().fails("KV3TrackQuery.deleteAllEntities"))
+            return false;
+        std::erase_if(_library->tracks, [this](const auto& entry) {
+            return meets(_predicate, entry.first, entry.second);
+        });
+        return true;
+    }
 
 private:
     using Entry = std::pair<std::int64_t, TrackProperties>;

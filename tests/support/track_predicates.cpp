@@ -41,8 +41,16 @@ constexpr std::array<const char*, KV3TrackPropertyCount_> names{
     "StoreRedownloadedStatus",
     "StoreVeskaID",
     "CloudArtworkToken",
+    "StoreArtworkToken",
+    "PurchaseHistoryArtworkToken",
+    "MatchRedownloadParameters",
+    "PurchaseHistoryID",
+    "PurchaseHistoryToken",
+    "PurchaseHistoryRedownloadParameters",
+    "IsTemporaryCloudDownload",
+    "IsTesselU",
 };
-static_assert(KV3TrackPropertyCloudArtworkToken == 33 && names.back() != nullptr);
+static_assert(KV3TrackPropertyIsTesselU == 41 && names.back() != nullptr);
 
 std::string symbol(std::int32_t comparison) {
     switch (comparison) {

@@ -92,4 +92,61 @@ TEST_F(LibraryArtwork, APictureWhoseFileIsMissingIsStillNamed) {
               "/var/mobile/Media/Tessel_Control/Artwork/Originals/aa/bb/cc");
 }
 
+class LibraryOrphanedArtwork : public LibraryArtwork {
+protected:
+    void importPicture(const std::string& token) {
+        writeFile(_received, "picture");
+        ASSERT_TRUE(library->importOriginalArtworkFromFileURL(_received, token, 1, 2, 8));
+    }
+    bool isThere(const std::string& token) {
+        return library->artwork().hasOriginal(korvane::artworkRelativePath(token));
+    }
+    std::int64_t recorded() { return number("SELECT count(*) FROM artwork"); }
+};
+
+TEST_F(LibraryOrphanedArtwork, PicturesThatNobodyAsksForGo) {
+    add({.pid = 1});
+    execute("UPDATE item_artwork SET sync_artwork_token = 'sync', store_artwork_token = 'store'");
+    for (const char* token : {"sync", "store", "old"})
+        importPicture(token);
+    library->deleteOrphanedArtworkWithSearchOptions(2);
+    EXPECT_TRUE(isThere("sync"));
+    EXPECT_TRUE(isThere("store"));
+    EXPECT_FALSE(isThere("old"));
+    EXPECT_EQ(recorded(), 2);
+}
+
+TEST_F(LibraryOrphanedArtwork, AnotherSearchFindsNone) {
+    importPicture("old");
+    for (const std::int64_t options : {0, 1, 3, -1})
+        library->deleteOrphanedArtworkWithSearchOptions(options);
+    EXPECT_TRUE(isThere("old"));
+    EXPECT_EQ(recorded(), 1);
+}
+
+TEST_F(LibraryOrphanedArtwork, PicturesStayUntilTheTransactionIsCommitted) {
+    importPicture("old");
+    const auto inTransaction = [&](bool commits) {
+        library->performDatabaseTransactionWithBlock([&](KV3DatabaseConnection&) {
+            library->deleteOrphanedArtworkWithSearchOptions(2);
+            EXPECT_TRUE(isThere("old"));
+            return commits;
+        });
+    };
+    inTransaction(false);
+    EXPECT_TRUE(isThere("old"));
+    EXPECT_EQ(recorded(), 1);
+    inTransaction(true);
+    EXPECT_FALSE(isThere("old"));
+    EXPECT_EQ(recorded(), 0);
+}
+
+TEST_F(LibraryOrphanedArtwork, ARowWithoutItsPictureGoesQuietly) {
+    importPicture("old");
+    files.removeItem(korvane::ArtworkStore::originalPath(korvane::artworkRelativePath("old")));
+    library->deleteOrphanedArtworkWithSearchOptions(2);
+    EXPECT_EQ(recorded(), 0);
+    EXPECT_TRUE(log.messages().empty());
+}
+
 }  // namespace

@@ -124,4 +124,27 @@ TEST_F(ConnectionView, RowsMayBeOpenWhileTheTransactionIsCommitted) {
     EXPECT_EQ(number("SELECT count(*) FROM item_extra WHERE title = 'x'"), 3);
 }
 
+TEST_F(ConnectionView, AnUpdateWithoutParametersChangesOrIsLoggedAndRefused) {
+    const std::string renames = "UPDATE item_extra SET title = 'x'";
+    library->databaseConnectionAllowingWrites(true, [&](KV3DatabaseConnection& connection) {
+        EXPECT_TRUE(connection.executeUpdate(renames));
+        EXPECT_TRUE(log.messages().empty());
+        EXPECT_FALSE(connection.executeUpdate("UPDATE item_extra SET title = ?"));
+        EXPECT_FALSE(connection.executeUpdate("UPDATE nothing SET a = 1"));
+    });
+    EXPECT_EQ(number("SELECT count(*) FROM item_extra WHERE title = 'x'"), 3);
+    reading([&](KV3DatabaseConnection& connection) {
+        EXPECT_FALSE(connection.executeUpdate(renames));
+    });
+    EXPECT_EQ(log.messages().size(), 3u);
+}
+
+TEST_F(ConnectionView, AnUpdateIsPartOfItsTransaction) {
+    library->performDatabaseTransactionWithBlock([&](KV3DatabaseConnection& connection) {
+        EXPECT_TRUE(connection.executeUpdate("UPDATE item_extra SET title = 'x'"));
+        return false;
+    });
+    EXPECT_EQ(number("SELECT count(*) FROM item_extra WHERE title = 'x'"), 0);
+}
+
 }  // namespace

@@ -186,4 +186,49 @@ TEST_F(LibraryConnections, ManyThreadsReadWhileOneWritesAndReconnects) {
     EXPECT_EQ(sum(_connections), 2 * Rounds);
 }
 
+TEST_F(LibraryConnections, JobsForAfterTheCommitRunOnceItIsThere) {
+    int runs = 0;
+    EXPECT_TRUE(_connections.write([&](Database& database) {
+        adds(1)(database);
+        _connections.write([&](Database&) {
+            _connections.whenCommitted([&] {
+                ++runs;
+                EXPECT_EQ(sum(_connections), 1);
+                // The job may write by itself.
+                EXPECT_TRUE(_connections.write(adds(2)));
+            });
+            return true;
+        });
+        EXPECT_EQ(runs, 0);
+        return true;
+    }));
+    EXPECT_EQ(runs, 1);
+    EXPECT_EQ(sum(_connections), 3);
+}
+
+TEST_F(LibraryConnections, JobsOfWhatIsRolledBackAreDropped) {
+    int runs = 0;
+    const auto job = [&] { ++runs; };
+    EXPECT_FALSE(_connections.write([&](Database&) {
+        _connections.whenCommitted(job);
+        return false;
+    }));
+    EXPECT_TRUE(_connections.write([&](Database&) {
+        _connections.whenCommitted(job);
+        _connections.write([&](Database&) {
+            _connections.whenCommitted([] { ADD_FAILURE() << "a part that was rolled back"; });
+            return false;
+        });
+        return true;
+    }));
+    EXPECT_EQ(runs, 1);
+    EXPECT_THROW(_connections.write([&](Database&) -> bool {
+        _connections.whenCommitted(job);
+        throw std::runtime_error("no");
+    }),
+                 std::runtime_error);
+    EXPECT_TRUE(_connections.write(adds(1)));
+    EXPECT_EQ(runs, 1);
+}
+
 }  // namespace

@@ -94,6 +94,7 @@ class TransactionLibrary final : public KV3Korvane, private KV3DatabaseConnectio
 public:
     Value valueForDatabaseProperty(std::string_view) override { return {}; }
     bool setValueForDatabaseProperty(const Value&, std::string_view) override { return true; }
+    bool deleteDatabaseProperty(std::string_view) override { return true; }
     bool performReadOnlyDatabaseTransactionWithBlock(const TransactionBlock& block) override {
         return block(*this);
     }
@@ -125,6 +126,7 @@ public:
                                           std::int64_t, std::uint32_t) override {
         return true;
     }
+    void deleteOrphanedArtworkWithSearchOptions(std::int64_t) override {}
     KV3AccountCacheDatabase& accountCacheDatabase() override { std::abort(); }
     Value libraryUID() override { return "uid"; }
     std::uint64_t countOfChangedPersistentIdsAfterRevision(std::int64_t, std::int64_t,
@@ -143,6 +145,7 @@ public:
 
 private:
     std::unique_ptr<KV3QueryResult> executeQuery(std::string_view) override { return nullptr; }
+    bool executeUpdate(std::string_view) override { return false; }
     bool executeUpdateWithParameters(std::string_view, std::span<const Value>,
                                      OptionalError*) override {
         return false;
