@@ -69,6 +69,13 @@ public:
                                              std::span<const std::uint8_t> bytes);
     // Bytes that an unprivileged process may still write where `path` lies.
     std::optional<std::uint64_t> freeSpace(const std::string& path, platform::OptionalError* error);
+    // Bytes in which the file system that holds `path` gives out its space; 0 when it cannot be
+    // asked.
+    std::uint64_t blockSize(const std::string& path);
+    // Bytes on disk of everything below a directory, as the file system counts them: holes of a
+    // sparse file take none, a file with several names counts once, and of a link the link itself.
+    // What cannot be looked at counts 0.
+    std::uint64_t diskUsage(const std::string& path);
     // Where a path of the device's own making lies on the real disk, by its text alone. Never for a
     // name that came from a host: links on the way are not confined. Empty for a path that is not
     // absolute, holds a NUL, or has a ".." in it.
