@@ -91,10 +91,17 @@ bool KVSyncClient::respondsTo(ORClientOperation operation) const {
         case ORClientOperation::prepareForSyncWithHostAnchorTorvelID:
         case ORClientOperation::reconcileSync:
         case ORClientOperation::cancelSyncOperations:
+        case ORClientOperation::reconcileRestore:
         case ORClientOperation::outstandingAssetTransfersWithDownloadManager:
         case ORClientOperation::assetTransferSucceeded:
+        case ORClientOperation::metadataUpdate:
         case ORClientOperation::assetInstallFailed:
         case ORClientOperation::assetTransferEndedWithSuccess:
+        case ORClientOperation::pathsToBackup:
+        case ORClientOperation::vantorIDsForAssets:
+        case ORClientOperation::clearSyncData:
+        case ORClientOperation::disabledAssetTypes:
+        case ORClientOperation::installedAssetMetrics:
         case ORClientOperation::_processKenningConfigPlist:
             return true;
         default:

@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -88,6 +89,32 @@ public:
     // reconcileSync:withNewAnchor:progressCallback:error:
     bool reconcileSync(std::uint32_t syncType, const std::string& newAnchor,
                        const Progress& progressCallback, platform::OptionalError* error) override;
+
+    // ---- SyncBundle/anchor_sync/reconcile_restore.cpp ----
+
+    // reconcileRestoreWithError:  Always true, never with an error; what fails is logged.
+    bool reconcileRestore(platform::OptionalError* error) override;
+
+    // ---- SyncBundle/anchor_sync/media_reports.cpp ----
+
+    // pathsToBackup:pathsNotToBackup:  The second is left as it is. Waits for the manifest.
+    void pathsToBackup(std::vector<std::string>* pathsToBackup,
+                       std::vector<std::string>* pathsNotToBackup) override;
+    // installedAssetMetrics
+    platform::Dictionary installedAssetMetrics() override;
+    // vantorIDsForAssets  Accounts that the library's cache does not know have no name.
+    std::set<std::string> vantorIDsForAssets() override;
+    // disabledAssetTypes  Waits for the cloud client.
+    std::optional<std::set<std::string>> disabledAssetTypes() override;
+    // clearSyncData
+    void clearSyncData() override;
+
+    // ---- SyncBundle/anchor_sync/metadata_update.cpp ----
+
+    // metadataUpdate:forAsset:withNewAnchor:  Waits for the import, whose outcome is only logged.
+    void metadataUpdate(const platform::Dictionary& metadataUpdate,
+                        const std::shared_ptr<ORAsset>& asset,
+                        const std::string& newAnchor) override;
 
     // ---- SyncBundle/asset_transfer/outstanding_asset_transfers.cpp ----
 

@@ -17,7 +17,7 @@ std::int64_t KVPersistentIDFromString(const std::string& identifier) {
 std::string KVAssetTypeForMediaType(std::uint32_t mediaType) {
     struct Row {
         std::uint32_t mask;
-        const char* assetType;
+        std::string_view assetType;
     };
     // The first row that meets a set bit decides. Rows 7 and 9 repeat bits that rows 1 and 2 have
     // taken already: the masks are the daemon's and stand as they are.
@@ -27,16 +27,16 @@ std::string KVAssetTypeForMediaType(std::uint32_t mediaType) {
         {0x2, "Audiobook"},
         {0x800, "Movie"},
         {0x2000, "HomeVideo"},
-        {0x400, "MusicVideo"},
+        {0x400, KVAssetTypeMusicVideo},
         {0x24, "Podcast"},
         {0x200, "TVEpisode"},
         {0x1100, "VideoPodcast"},
     }};
     for (const Row& row : rows) {
         if (mediaType & row.mask)
-            return row.assetType;
+            return std::string(row.assetType);
     }
-    return "Music";
+    return std::string(KVAssetTypeMusic);
 }
 
 std::shared_ptr<KV3Track> KVTrackWithSyncID(const std::shared_ptr<KV3Korvane>& library,

@@ -35,6 +35,9 @@ std::string KVStringFromPersistentID(std::int64_t persistentID);
 // The number that an identifier begins with; 0 when it begins with none.
 std::int64_t KVPersistentIDFromString(const std::string& identifier);
 
+// Asset types that more than one place names.
+inline constexpr std::string_view KVAssetTypeMusic = "Music";
+inline constexpr std::string_view KVAssetTypeMusicVideo = "MusicVideo";
 // The asset type of a track's media-type bits; never empty.
 std::string KVAssetTypeForMediaType(std::uint32_t mediaType);
 

@@ -45,6 +45,14 @@ ORStagehold& ORStagehold::sharedInstance() {
     return Platform::current().syncDaemon().stagehold();
 }
 
+std::uint64_t ORGetPhysicalSizeForLogicalSize(std::uint64_t logicalSize) {
+    return Platform::current().syncDaemon().physicalSizeForLogicalSize(logicalSize);
+}
+
+std::uint64_t ORGetDiskUsageForPath(const std::string& path) {
+    return Platform::current().syncDaemon().diskUsageForPath(path);
+}
+
 std::string ORClient::currentSyncAnchor() {
     throw ORUnimplementedOperation("currentSyncAnchor");
 }
@@ -64,6 +72,10 @@ void ORClient::cancelSyncOperations() {
     throw ORUnimplementedOperation("cancelSyncOperations");
 }
 
+bool ORClient::reconcileRestore(platform::OptionalError*) {
+    throw ORUnimplementedOperation("reconcileRestoreWithError:");
+}
+
 std::vector<std::shared_ptr<ORAsset>> ORClient::outstandingAssetTransfersWithDownloadManager(
     VDDownloadManager*) {
     throw ORUnimplementedOperation("outstandingAssetTransfersWithDownloadManager:");
@@ -74,12 +86,37 @@ void ORClient::assetTransferSucceeded(const std::shared_ptr<ORAsset>&, bool,
     throw ORUnimplementedOperation("assetTransfer:succeeded:withError:");
 }
 
+void ORClient::metadataUpdate(const platform::Dictionary&, const std::shared_ptr<ORAsset>&,
+                              const std::string&) {
+    throw ORUnimplementedOperation("metadataUpdate:forAsset:withNewAnchor:");
+}
+
 void ORClient::assetInstallFailed(const std::shared_ptr<ORAsset>&, const platform::OptionalError&) {
     throw ORUnimplementedOperation("assetInstallFailed:withError:");
 }
 
 void ORClient::assetTransferEndedWithSuccess(bool) {
     throw ORUnimplementedOperation("assetTransferEndedWithSuccess:");
+}
+
+void ORClient::pathsToBackup(std::vector<std::string>*, std::vector<std::string>*) {
+    throw ORUnimplementedOperation("pathsToBackup:pathsNotToBackup:");
+}
+
+std::set<std::string> ORClient::vantorIDsForAssets() {
+    throw ORUnimplementedOperation("vantorIDsForAssets");
+}
+
+void ORClient::clearSyncData() {
+    throw ORUnimplementedOperation("clearSyncData");
+}
+
+std::optional<std::set<std::string>> ORClient::disabledAssetTypes() {
+    throw ORUnimplementedOperation("disabledAssetTypes");
+}
+
+platform::Dictionary ORClient::installedAssetMetrics() {
+    throw ORUnimplementedOperation("installedAssetMetrics");
 }
 
 void ORClient::_processKenningConfigPlist(const platform::Value&) {

@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -169,20 +170,52 @@ public:
                                const Progress& progressCallback, platform::OptionalError* error);
     // Returns only after the import has been cancelled.
     virtual void cancelSyncOperations();
+    // reconcileRestoreWithError:  After the library was brought back without its files.
+    virtual bool reconcileRestore(platform::OptionalError* error);
     // outstandingAssetTransfersWithDownloadManager:  The manager may be null.
     virtual std::vector<std::shared_ptr<ORAsset>> outstandingAssetTransfersWithDownloadManager(
         VDDownloadManager* downloadManager);
     // assetTransfer:succeeded:withError:
     virtual void assetTransferSucceeded(const std::shared_ptr<ORAsset>& asset, bool succeeded,
                                         const platform::OptionalError& error);
+    // metadataUpdate:forAsset:withNewAnchor:  Of one track, a dictionary that can be written as a
+    // property list. Returns once the library has taken or refused it; which of them is not told.
+    virtual void metadataUpdate(const platform::Dictionary& metadataUpdate,
+                                const std::shared_ptr<ORAsset>& asset,
+                                const std::string& newAnchor);
     // assetInstallFailed:withError:
     virtual void assetInstallFailed(const std::shared_ptr<ORAsset>& asset,
                                     const platform::OptionalError& error);
     // assetTransferEndedWithSuccess:
     virtual void assetTransferEndedWithSuccess(bool success);
+    // pathsToBackup:pathsNotToBackup:  Absolute device paths. Each may be null.
+    virtual void pathsToBackup(std::vector<std::string>* pathsToBackup,
+                               std::vector<std::string>* pathsNotToBackup);
+    // The names of the accounts that the library's items were bought with.
+    virtual std::set<std::string> vantorIDsForAssets();
+    // The next sync starts from nothing.
+    virtual void clearSyncData();
+    // The types of assets that the host must not send; absent when it may send all.
+    virtual std::optional<std::set<std::string>> disabledAssetTypes();
+    // By asset type, a dictionary of sizes and counts; keys below.
+    virtual platform::Dictionary installedAssetMetrics();
     // _processKenningConfigPlist:  The host's recommendation settings, a dictionary.
     virtual void _processKenningConfigPlist(const platform::Value& configPlist);
 };
+
+// Keys of an asset type's metrics, each absent where nothing counts for it.
+// Unsigned: bytes on disk, those of purgeable files included.
+inline constexpr std::string_view ORMetricsPhysicalSizeKey = "_PhysicalSize";
+// Unsigned: tracks that are kept.
+inline constexpr std::string_view ORMetricsCountKey = "_Count";
+// Unsigned: bytes on disk of what may be removed at any time.
+inline constexpr std::string_view ORMetricsPurgeableSizeKey = "_PurgeableSize";
+
+// The bytes that a file of a logical size (bytes) occupies on the device's disk.
+std::uint64_t ORGetPhysicalSizeForLogicalSize(std::uint64_t logicalSize);
+// The bytes that a directory's contents occupy on disk; 0 when it is not there. A file with
+// several names counts once, a symbolic link is not followed.
+std::uint64_t ORGetDiskUsageForPath(const std::string& path);
 
 inline constexpr std::uint32_t ORSyncNoSync = 0;
 inline constexpr std::uint32_t ORSyncReset = 2;
@@ -342,4 +375,6 @@ public:
         std::shared_ptr<platform::InputStream> inputStream,
         std::shared_ptr<platform::WorkQueue> queue) = 0;
     virtual ORStagehold& stagehold() = 0;
+    virtual std::uint64_t physicalSizeForLogicalSize(std::uint64_t logicalSize) = 0;
+    virtual std::uint64_t diskUsageForPath(const std::string& path) = 0;
 };

@@ -1,4 +1,5 @@
 #include "SyncBundle/KVSyncClient.h"
+#include "SyncBundle/anchor_sync/sync_properties.h"
 #include "SyncBundle/log.h"
 #include "SyncBundle/media_paths.h"
 #include "platform/platform.h"
@@ -7,10 +8,6 @@ namespace {
 
 constexpr std::string_view operation =
     "prepareForSyncWithHostAnchor:progressCallback:torvelID:hostVersion:error:";
-
-// The library's import writes both properties; the plug-in only reads them.
-constexpr std::string_view syncAnchorProperty = "KVSyncClientSyncAnchor";
-constexpr std::string_view lastSyncedRevisionProperty = "KVSyncClientLastSyncedRevision";
 
 constexpr std::string_view cloudAssetBaseLocationQuery =
     "SELECT base_location_id from base_location where path = 'CloudAssets'";
@@ -29,7 +26,7 @@ void replaceTemporaryMediaDirectory() {
 }  // namespace
 
 std::string KVSyncClient::currentSyncAnchor() {
-    const platform::Value anchor = _library->valueForDatabaseProperty(syncAnchorProperty);
+    const platform::Value anchor = _library->valueForDatabaseProperty(KVSyncAnchorProperty);
     return anchor.isNull() ? "0" : anchor.description();
 }
 
@@ -53,7 +50,7 @@ bool KVSyncClient::prepareForSyncWithHostAnchor(const std::string&, const Progre
 void KVSyncClient::saveChangesForHost(KV3DatabaseConnection& connection) {
     _syncStartRevision = _library->currentRevision();
     const std::int64_t lastSyncedRevision =
-        _library->valueForDatabaseProperty(lastSyncedRevisionProperty).int64Value();
+        _library->valueForDatabaseProperty(KVLastSyncedRevisionProperty).int64Value();
     _cloudAssetBaseLocationID =
         connection.executeQuery(cloudAssetBaseLocationQuery)->int64ValueForFirstRowAndColumn();
 

@@ -1,8 +1,7 @@
-#include <exception>
-
 #include "SyncBundle/KVSyncClient.h"
 #include "SyncBundle/log.h"
 #include "SyncBundle/media_paths.h"
+#include "SyncBundle/waiting.h"
 #include "platform/platform.h"
 
 namespace {
@@ -28,29 +27,10 @@ platform::OperatingSystem& operatingSystem() {
     return platform::Platform::current().operatingSystem();
 }
 
-// Waits for the cloud client's answer, without time-out.
-bool isSignedInToCloudLibrary() {
-    struct Answer {
-        std::shared_ptr<platform::Semaphore> arrived;
-        bool isAuthenticated = false;  // read after `arrived`
-    };
-    const std::shared_ptr<KLCloudClient> cloudClient = KLCloudClient::make();
-    const auto answer = std::make_shared<Answer>();
-    answer->arrived = operatingSystem().makeSemaphore(0);
-    cloudClient->isAuthenticatedWithQueue(
-        operatingSystem().globalQueue(platform::QueuePriority::Default),
-        [answer](bool isAuthenticated) {
-            answer->isAuthenticated = isAuthenticated;
-            answer->arrived->signal();
-        });
-    answer->arrived->wait();
-    return answer->isAuthenticated;
-}
-
 platform::Dictionary importOptions(std::uint32_t syncType, const std::string& newAnchor) {
     return {
         {std::string(KVImportOperationOptionIsResetSyncKey), syncType == ORSyncReset ? 1 : 0},
-        {std::string(KVImportOperationOptionIsVeskaEnabledKey), isSignedInToCloudLibrary()},
+        {std::string(KVImportOperationOptionIsVeskaEnabledKey), KVIsSignedInToCloudLibrary()},
         {std::string(KVImportOperationOptionSyncAnchorKey), newAnchor},
     };
 }
@@ -121,38 +101,19 @@ bool KVSyncClient::reconcileSync(std::uint32_t syncType, const std::string& newA
 // Holds the calling thread until the import service has answered, without time-out.
 KVSyncClient::ImportOutcome KVSyncClient::importHostData(std::uint32_t syncType,
                                                          const std::string& newAnchor) {
-    struct Import {
-        std::shared_ptr<platform::Semaphore> finished;
-        ImportOutcome outcome;         // read after `finished`
-        std::exception_ptr exception;  // read after `finished`
-    };
-    const auto import = std::make_shared<Import>();
-    import->finished = operatingSystem().makeSemaphore(0);
-
-    const auto importCompleted = [import, library = _library](
-                                     bool success, const platform::OptionalError& error) {
-        KVLog(Info, operation, "sync import complete. success=%d, err=%@", success, error);
-        import->outcome = {success, error};
-        library->notifyContentsDidChange();
-        import->finished->signal();
-    };
-    const auto job = [importCompleted, syncType, newAnchor] {
+    const auto outcome = std::make_shared<ImportOutcome>();
+    KVRunAndWait(platform::QueuePriority::Background, [outcome, library = _library, syncType,
+                                                       newAnchor](const platform::Job& finished) {
         const platform::Dictionary options = importOptions(syncType, newAnchor);
         KVMediaLibraryService::sharedMediaLibraryService().performImportFromSource(
             KV3SourceHostData, KV3Korvane::sharedLibraryDatabasePath(), std::nullopt, std::nullopt,
-            options, importCompleted);
-    };
-    operatingSystem().globalQueue(platform::QueuePriority::Background)->async([import, job] {
-        // A queue's job must not throw: what is thrown goes on in the daemon's thread.
-        try {
-            job();
-        } catch (...) {
-            import->exception = std::current_exception();
-            import->finished->signal();
-        }
+            options,
+            [outcome, library, finished](bool success, const platform::OptionalError& error) {
+                KVLog(Info, operation, "sync import complete. success=%d, err=%@", success, error);
+                *outcome = {success, error};
+                library->notifyContentsDidChange();
+                finished();
+            });
     });
-    import->finished->wait();
-    if (import->exception)
-        std::rethrow_exception(import->exception);
-    return import->outcome;
+    return *outcome;
 }

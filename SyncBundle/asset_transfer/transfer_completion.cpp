@@ -8,9 +8,6 @@ namespace {
 
 constexpr std::string_view transferOperation = "assetTransfer:succeeded:withError:";
 
-// The asset type whose files the progress numbers count.
-constexpr std::string_view countedAssetType = "Music";
-
 constexpr std::string_view autoCreatedSmartPlaylistsDeletedProperty =
     "autoCreatedSmartPlaylistsDeleted";
 constexpr std::string_view createdBuiltInSmartPlaylistsProperty = "createdBuiltInSmartPlaylists";
@@ -33,7 +30,7 @@ std::shared_ptr<KV3Track> trackForFailedAsset(const ORAsset& asset,
 void KVSyncClient::assetTransferSucceeded(const std::shared_ptr<ORAsset>& asset, bool succeeded,
                                           const platform::OptionalError& error) {
     const bool isCounted = (KVAssetParts(*asset) & KVAssetPartFile) && asset->isDownload() &&
-                           asset->assetType() == countedAssetType;
+                           asset->assetType() == KVAssetTypeMusic;
     if (isCounted)
         _postCurrentAssetNumber(++_currentAssetNumber);
     if (!succeeded)

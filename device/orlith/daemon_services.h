@@ -1,6 +1,8 @@
 // What the daemon itself gives to plug-ins: its records, stream pumps and the staging area.
 #pragma once
 
+#include <mutex>
+
 #include "device/orlith/asset.h"
 #include "device/orlith/mirror/stream_pumps.h"
 #include "device/orlith/staging_area.h"
@@ -12,7 +14,7 @@ class DaemonServices final : public SyncDaemonServices {
 public:
     // Both outlive this.
     DaemonServices(device::RootedFileSystem& files, platform::OperatingSystem& operatingSystem)
-        : _operatingSystem(operatingSystem), _staging(files) {}
+        : _files(files), _operatingSystem(operatingSystem), _staging(files) {}
 
     std::shared_ptr<ORAsset> makeDownloadAsset(const std::string& identifier,
                                                const std::string& dataclass,
@@ -43,13 +45,21 @@ public:
         return std::make_shared<StreamReader>(std::move(inputStream), queueOr(std::move(queue)));
     }
     StagingArea& stagehold() override { return _staging; }
+    // In whole blocks of the file system that holds the device's media.
+    std::uint64_t physicalSizeForLogicalSize(std::uint64_t logicalSize) override;
+    std::uint64_t diskUsageForPath(const std::string& path) override {
+        return _files.diskUsage(path);
+    }
 
 private:
     std::shared_ptr<platform::WorkQueue> queueOr(std::shared_ptr<platform::WorkQueue> queue) {
         return queue ? std::move(queue) : _operatingSystem.makeSerialQueue("orlith.stream");
     }
 
+    device::RootedFileSystem& _files;
     platform::OperatingSystem& _operatingSystem;
+    std::once_flag _blockSizeIsKnown;
+    std::uint64_t _blockSize = 0;  // bytes; set once
     StagingArea _staging;
 };
 

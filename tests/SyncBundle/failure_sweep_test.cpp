@@ -137,6 +137,32 @@ TEST(FailureSweep, ReconcileAfterASuccessfulAndAFailedImport) {
     }
 }
 
+TEST(FailureSweep, ReconcileAfterARestore) {
+    sweep([](FurnishedPlatform& platform, KVSyncClient& client) {
+        OptionalError error;
+        EXPECT_TRUE(client.reconcileRestore(&error));
+        EXPECT_EQ(error, std::nullopt);
+        EXPECT_EQ(platform.recorder().callsNamed({"VDDownloadFileManifest.rebuild"}).size(), 1u);
+    });
+}
+
+TEST(FailureSweep, Reports) {
+    sweep([](FurnishedPlatform&, KVSyncClient& client) {
+        std::vector<std::string> paths;
+        client.pathsToBackup(&paths, nullptr);
+        client.installedAssetMetrics();
+        client.vantorIDsForAssets();
+        client.disabledAssetTypes();
+        client.clearSyncData();
+    });
+}
+
+TEST(FailureSweep, AMetadataUpdate) {
+    sweep([](FurnishedPlatform& platform, KVSyncClient& client) {
+        client.metadataUpdate({{"title", "T"}}, received(platform, false), "2");
+    });
+}
+
 TEST(FailureSweep, OutstandingTransfers) {
     sweep([](FurnishedPlatform& platform, KVSyncClient& client) {
         const auto manager = platform.storeDownloads().lastManager();

@@ -25,27 +25,27 @@ TEST_F(ProtocolTables, TheAnchorProtocol) {
         true,   // reconcileSync:withNewAnchor:progressCallback:error:
         false,  // syncEndedWithSuccess:
         true,   // cancelSyncOperations
-        false,  // reconcileRestoreWithError:
+        true,   // reconcileRestoreWithError:
         false,  // restoreEndedWithError:
         false,  // outstandingAssetTransfers
         true,   // outstandingAssetTransfersWithDownloadManager:
         true,   // assetTransfer:succeeded:withError:
         false,  // assetTransfer:updatedProgress:
-        false,  // metadataUpdate:forAsset:withNewAnchor:
+        true,   // metadataUpdate:forAsset:withNewAnchor:
         true,   // assetInstallFailed:withError:
         false,  // assetInstallSucceeded:
         true,   // assetTransferEndedWithSuccess:
         false,  // prioritizeAsset:
         false,  // prepareForBackup
         false,  // backupEnded
-        false,  // pathsToBackup:pathsNotToBackup:
-        false,  // vantorIDsForAssets
+        true,   // pathsToBackup:pathsNotToBackup:
+        true,   // vantorIDsForAssets
         false,  // shouldRestoreFile:backupManager:
         false,  // shouldBackgroundRestorePath:backupManager:
         false,  // shouldBackgroundRestoreFile:backupManager:
-        false,  // clearSyncData
-        false,  // disabledAssetTypes
-        false,  // installedAssetMetrics
+        true,   // clearSyncData
+        true,   // disabledAssetTypes
+        true,   // installedAssetMetrics
         false,  // installedAssets
         true,   // _processKenningConfigPlist:, an extension of the daemon
     };

@@ -115,6 +115,17 @@ std::shared_ptr<ORStreamReader> RecordingDaemon::makeStreamReader(
     return std::make_shared<RecordingStreamReader>(_recorder, _scheduler, std::move(inputStream));
 }
 
+std::uint64_t RecordingDaemon::physicalSizeForLogicalSize(std::uint64_t logicalSize) {
+    _recorder.record("ORGetPhysicalSizeForLogicalSize", {logicalSize});
+    return (logicalSize + blockSize - 1) / blockSize * blockSize;
+}
+
+std::uint64_t RecordingDaemon::diskUsageForPath(const std::string& path) {
+    _recorder.record("ORGetDiskUsageForPath", {path});
+    const auto found = diskUsages.find(path);
+    return found == diskUsages.end() ? 0 : found->second;
+}
+
 void RecordingDelegate::syncClientHasChangesWithPriority(ORSyncClient& syncClient,
                                                          std::int64_t priority) {
     const std::lock_guard lock(_mutex);

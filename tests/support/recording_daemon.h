@@ -117,6 +117,12 @@ public:
         std::shared_ptr<platform::InputStream> inputStream,
         std::shared_ptr<platform::WorkQueue> queue) override;
     RecordingStagehold& stagehold() override { return _stagehold; }
+    // Rounded up to blocks.
+    std::uint64_t physicalSizeForLogicalSize(std::uint64_t logicalSize) override;
+    std::uint64_t diskUsageForPath(const std::string& path) override;
+
+    static constexpr std::uint64_t blockSize = 4096;
+    std::map<std::string, std::uint64_t> diskUsages;  // by path, 0 for others
 
 private:
     Recorder& _recorder;

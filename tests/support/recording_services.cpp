@@ -26,20 +26,26 @@ private:
 
 class CloudClient : public KLCloudClient {
 public:
-    CloudClient(Recorder& recorder, bool isAuthenticated)
-        : _recorder(recorder), _isAuthenticated(isAuthenticated) {}
+    CloudClient(Recorder& recorder, bool isAuthenticated, platform::Nanoseconds answerTime)
+        : _recorder(recorder), _isAuthenticated(isAuthenticated), _answerTime(answerTime) {}
 
     void isAuthenticatedWithQueue(std::shared_ptr<platform::WorkQueue> queue,
                                   std::function<void(bool)> completionHandler) override {
         const bool isFault = _recorder.fails("KLCloudClient.isAuthenticated", {queue->label()});
-        queue->async(
-            [answer = _isAuthenticated && !isFault,
-             completionHandler = std::move(completionHandler)] { completionHandler(answer); });
+        const auto answer = [answer = _isAuthenticated && !isFault,
+                             completionHandler = std::move(completionHandler)] {
+            completionHandler(answer);
+        };
+        if (_answerTime == 0)
+            queue->async(answer);
+        else
+            queue->asyncAfter(_answerTime, answer);
     }
 
 private:
     Recorder& _recorder;
     const bool _isAuthenticated;
+    const platform::Nanoseconds _answerTime;
 };
 
 }  // namespace
@@ -109,7 +115,7 @@ std::shared_ptr<KLCloudClient> RecordingCloud::makeClient() {
     _recorder.record("KLCloudClient.make");
     if (makeClientThrows)
         throw std::runtime_error("no cloud client");
-    return std::make_shared<CloudClient>(_recorder, isAuthenticated);
+    return std::make_shared<CloudClient>(_recorder, isAuthenticated, answerTime);
 }
 
 void RecordingArtworkService::sendRequest(

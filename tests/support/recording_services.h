@@ -92,6 +92,8 @@ public:
     explicit RecordingCloud(Recorder& recorder) : _recorder(recorder) {}
 
     bool isAuthenticated = false;
+    // How long a client takes to answer.
+    platform::Nanoseconds answerTime = 0;
     // As when memory runs out: a std::runtime_error.
     bool makeClientThrows = false;
 
