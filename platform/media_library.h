@@ -329,6 +329,7 @@ enum KVMediaLibraryServiceErrorCode : std::int64_t {
     KVMediaLibraryServiceErrorDatabase = 4,           // the database would not take it
     KVMediaLibraryServiceErrorNoSpace = 5,            // the device's disk is full
     KVMediaLibraryServiceErrorUnsupportedSource = 6,  // no import of this kind exists here
+    KVMediaLibraryServiceErrorRefusedUpdate = 7,      // of a track: what it asks for makes no sense
 };
 
 // Where an artwork token's files lie below the artwork directory; "" for an empty token.

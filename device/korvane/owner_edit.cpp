@@ -21,17 +21,17 @@ Error notFound(const std::string& text) {
 
 OptionalError editAsOwner(Library& library, const OwnerEdit& edit) {
     OptionalError error;
-    const std::int64_t before = library.currentRevision();
     try {
         library.connections().write([&](common::Database& database) {
+            const std::int64_t before = library.currentRevision();
             error = edit(database);
+            if (!error && library.currentRevision() != before)
+                library.connections().whenCommitted([&] { library.notifyContentsDidChange(); });
             return !error;
         });
     } catch (const common::SqliteError& failure) {
         return failure.platformError();
     }
-    if (library.currentRevision() != before)
-        library.notifyContentsDidChange();
     return error;
 }
 

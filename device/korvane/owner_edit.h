@@ -22,7 +22,7 @@ using OwnerEdit = std::function<platform::OptionalError(common::Database&)>;
 platform::Error refusedEdit(const std::string& text);
 platform::Error notFound(const std::string& text);
 
-// The library's observers are told when something has changed.
+// The library's observers are told when something has changed, once it is committed.
 platform::OptionalError editAsOwner(Library& library, const OwnerEdit& edit);
 // Refused where there is no such track or playlist.
 platform::OptionalError editTrackAsOwner(Library& library, std::int64_t trackPID,

@@ -16,7 +16,7 @@ namespace korvane {
 namespace {
 
 constexpr std::uint32_t MaximumStars = 5;
-constexpr int PointsPerStar = 20;
+constexpr std::int64_t PointsPerStar = 20;
 
 using platform::OptionalError;
 
@@ -81,12 +81,16 @@ std::optional<FoundTrack> findTrack(Library& library, const std::string& name,
 OptionalError rateTrack(Library& library, std::int64_t trackPID, std::uint32_t stars) {
     if (stars > MaximumStars)
         return refusedEdit("a rating is 0 to 5 stars");
+    return rateTrackInPoints(library, trackPID, std::int64_t{stars} * PointsPerStar);
+}
+
+OptionalError rateTrackInPoints(Library& library, std::int64_t trackPID, std::int64_t points) {
     return editTrackAsOwner(library, trackPID, [&](common::Database& database) -> OptionalError {
         database.execute(
             "UPDATE item_stats SET user_rating = ?, rating_changed_ms = max(?, min(?, "
             "rating_changed_ms + 1)) WHERE item_pid = ?",
-            static_cast<int>(stars) * PointsPerStar, boundedMs(library.nowMilliseconds()), LatestMs,
-            trackPID);
+            std::clamp<std::int64_t>(points, 0, MaximumStars * PointsPerStar),
+            boundedMs(library.nowMilliseconds()), LatestMs, trackPID);
         return std::nullopt;
     });
 }

@@ -28,6 +28,9 @@ std::optional<FoundTrack> findTrack(Library& library, const std::string& name,
 
 // 0 to 5 stars; 20 points each.
 platform::OptionalError rateTrack(Library& library, std::int64_t trackPID, std::uint32_t stars);
+// As rateTrack, from 0 to 100.
+platform::OptionalError rateTrackInPoints(Library& library, std::int64_t trackPID,
+                                          std::int64_t points);
 // Counted under this library's uid.
 platform::OptionalError recordPlay(Library& library, std::int64_t trackPID);
 platform::OptionalError recordSkip(Library& library, std::int64_t trackPID);

@@ -6,6 +6,7 @@
 
 #include "device/korvane/import/host_data_import.h"
 #include "device/korvane/import/import_cancellation.h"
+#include "device/korvane/import/metadata_update_import.h"
 #include "device/korvane/library.h"
 #include "device/korvane/save/host_saver.h"
 #include "device/system/rooted_file_system.h"
@@ -37,6 +38,7 @@ struct ImportService::State {
     std::optional<std::string> fullExchangeWith;
     std::optional<ImportRevisions> lastRevisions;
     ImportEffects lastEffects;
+    OptionalError lastHostFailure;
 
     std::unique_ptr<platform::InputStream> openHostData() {
         std::lock_guard lock(mutex);
@@ -52,21 +54,31 @@ struct ImportService::State {
         if (request.source == KV3SourceSync) {
             return importChanges(request);
         }
-        if (request.source != KV3SourceHostData || request.trackData || request.playlistData) {
+        if (request.source != KV3SourceHostData || request.playlistData) {
             return Error(KVMediaLibraryServiceErrorDomain,
                          KVMediaLibraryServiceErrorUnsupportedSource,
                          "this kind of import is not supported");
         }
-        return importHost(request);
+        OptionalError error = request.trackData
+                                  ? importMetadataUpdate(*library, *request.trackData,
+                                                         anchorOf(request), hostDataCancellation)
+                                  : importHost(request);
+        std::lock_guard lock(mutex);
+        lastHostFailure = error;
+        return error;
+    }
+
+    static std::string anchorOf(const Request& request) {
+        const platform::Value given(request.options);
+        const std::string* anchor = given[KVImportOperationOptionSyncAnchorKey].string();
+        return anchor ? *anchor : std::string();
     }
 
     OptionalError importHost(const Request& request) {
-        const platform::Value given(request.options);
         HostDataImportOptions options;
-        options.isReset = given[KVImportOperationOptionIsResetSyncKey].boolValue();
-        if (const std::string* anchor = given[KVImportOperationOptionSyncAnchorKey].string()) {
-            options.anchor = *anchor;
-        }
+        options.isReset =
+            platform::Value(request.options)[KVImportOperationOptionIsResetSyncKey].boolValue();
+        options.anchor = anchorOf(request);
         options.savedRevision = savedRevision(library->configuration().files, library->uid());
         options.nowMs = library->nowMilliseconds();
         return importHostData(library->connections(), recordsOf([this] { return openHostData(); }),
@@ -146,6 +158,11 @@ std::optional<ImportRevisions> ImportService::lastImportRevisions() const {
 ImportEffects ImportService::lastImportEffects() const {
     std::lock_guard lock(_state->mutex);
     return _state->lastEffects;
+}
+
+OptionalError ImportService::lastHostImportFailure() const {
+    std::lock_guard lock(_state->mutex);
+    return _state->lastHostFailure;
 }
 
 void ImportService::performImportFromSource(std::int64_t source, const std::string& databasePath,

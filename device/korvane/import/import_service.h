@@ -20,6 +20,7 @@ class Library;
 // Imports of source 6 without track data read the host's data file; the library's mark of what has
 // been saved for the host becomes what the last save of the session covered (see
 // save/host_saver.h), or what the host says that it has merged, where that is less.
+// Imports of source 6 with track data update one track (see metadata_update_import.h).
 // Imports of source 2 take another device's changes from the data they are given.
 class ImportService final : public KVMediaLibraryService {
 public:
@@ -39,6 +40,9 @@ public:
     std::optional<ImportRevisions> lastImportRevisions() const;
     // What it changed; nothing when it failed.
     ImportEffects lastImportEffects() const;
+
+    // Why the last import of source 6 failed; absent: it did not, or there was none.
+    platform::OptionalError lastHostImportFailure() const;
 
     // KVMediaLibraryService
     void performImportFromSource(std::int64_t source, const std::string& databasePath,
