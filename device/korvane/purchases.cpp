@@ -129,19 +129,32 @@ std::vector<LostFile> filesToFetchAgain(Library& library) {
     return files;
 }
 
-bool giveUpRestore(Library& library, std::int64_t trackPID) {
-    bool waited = false;
+std::uint64_t countOfLostFiles(Library& library) {
+    std::int64_t count = 0;
+    library.read("countOfLostFiles", [&](common::Database& database) {
+        count = database.int64("SELECT count(*) FROM item WHERE needs_restore <> 0");
+        return true;
+    });
+    return static_cast<std::uint64_t>(count);
+}
+
+std::optional<std::string> giveUpRestore(Library& library, std::int64_t trackPID) {
+    std::optional<std::string> title;
     const auto error = editAsOwner(library, [&](common::Database& database) -> OptionalError {
-        waited = database.execute(
-                     "UPDATE item SET needs_restore = 0 WHERE item_pid = ? AND needs_restore <> 0",
-                     trackPID) != 0;
-        if (waited)
-            removeTrackSources(database, OwnerSourceBit, std::span(&trackPID, 1));
+        auto row = database.query(
+            "SELECT e.title FROM item i JOIN item_extra e ON e.item_id = i.item_id WHERE "
+            "i.item_pid = ? AND i.needs_restore <> 0",
+            trackPID);
+        if (!row.step())
+            return std::nullopt;
+        title = std::string(row->text(0));
+        database.execute("UPDATE item SET needs_restore = 0 WHERE item_pid = ?", trackPID);
+        removeTrackSources(database, OwnerSourceBit, std::span(&trackPID, 1));
         return std::nullopt;
     });
     if (error)
         library.log().error("giveUpRestore", error->text());
-    return waited && !error;
+    return error ? std::nullopt : title;
 }
 
 OptionalError removeUnfinishedPurchase(Library& library, std::int64_t trackPID) {

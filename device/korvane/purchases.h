@@ -66,10 +66,13 @@ struct LostFile {
 // read.
 std::vector<LostFile> filesToFetchAgain(Library& library);
 
+// Tracks that wait for the file that a restore has left behind, wherever it may come from.
+std::uint64_t countOfLostFiles(Library& library);
+
 // The file that a restore left behind will never come: the owner's claim on the track goes, and
-// without another one the track does, without anybody being told. False for a track that waits for
-// no restore.
-bool giveUpRestore(Library& library, std::int64_t trackPID);
+// without another one the track does, without anybody being told. The track's title; absent for one
+// that waits for no restore.
+std::optional<std::string> giveUpRestore(Library& library, std::int64_t trackPID);
 
 // Takes an entry that was made for a purchase out of the library, if it never got a file and
 // nobody else has a claim on it. One that is gone is no error.

@@ -74,8 +74,13 @@ struct EmbeddedPlatform::Services {
                           korvane::FrameworkParts{std::move(importService),
                                                   std::make_unique<korvane::HostSaver>()});
     }
-    void makeOthers() {
-        purchases.emplace(framework->library(), activities, system.fileSystem());
+    void makeOthers(Notices& notices) {
+        purchases.emplace(
+            framework->library(), activities, system.fileSystem(), [&](const std::string& title) {
+                notices.add("\"" + title +
+                            "\" could not be restored: the address that it came from has it no "
+                            "more.");
+            });
         downloads::EngineSettings settings;
         settings.staging.reservedSpace = ReservedSpace;
         downloads.emplace(downloads::DownloadEngine::Configuration{system.fileSystem(), log, system,
@@ -117,7 +122,7 @@ std::unique_ptr<EmbeddedPlatform> EmbeddedPlatform::open(const std::string& root
         if (!library)
             return nullptr;
         services->makeLibrary(std::move(library));
-        services->makeOthers();
+        services->makeOthers(notices);
         return std::unique_ptr<EmbeddedPlatform>(new EmbeddedPlatform(std::move(services)));
     } catch (const std::exception& failure) {
         error = Error(platform::POSIXErrorDomain, EIO, failure.what());
@@ -161,6 +166,10 @@ PeerLibrary& EmbeddedPlatform::peers() {
 }
 std::shared_ptr<VDDownloadManager> EmbeddedPlatform::downloadManager() {
     return _services->downloadManager;
+}
+
+korvane::ActivityLock& EmbeddedPlatform::activities() {
+    return _services->activities;
 }
 
 void EmbeddedPlatform::startBackgroundTasks() {

@@ -17,8 +17,9 @@
 #include "platform/platform.h"
 
 namespace korvane {
+class ActivityLock;
 class Library;
-}
+}  // namespace korvane
 
 namespace orlith {
 
@@ -45,6 +46,7 @@ public:
     LibraryAccess& libraryAccess();
     PeerLibrary& peers();
     std::shared_ptr<VDDownloadManager> downloadManager();
+    korvane::ActivityLock& activities();
 
     // Lets the library's background tasks run, when nobody holds them; for the first time once
     // recovery has put back what interrupted sessions left.

@@ -136,7 +136,10 @@ void PurchaseInstaller::abandon(std::int64_t libraryItem) {
 }
 
 bool PurchaseInstaller::sourceIsGone(std::int64_t libraryItem) {
-    return korvane::giveUpRestore(_library, libraryItem);
+    const auto title = korvane::giveUpRestore(_library, libraryItem);
+    if (title && _gaveUp)
+        _gaveUp(*title);
+    return title.has_value();
 }
 
 std::optional<std::vector<downloads::FileClass>> PurchaseInstaller::settleFiles(

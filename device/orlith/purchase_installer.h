@@ -2,7 +2,10 @@
 // track, and the track with the owner's claim.
 #pragma once
 
+#include <functional>
 #include <mutex>
+#include <string>
+#include <utility>
 
 #include "device/downloads/download_installer.h"
 #include "device/korvane/activity_lock.h"
@@ -13,10 +16,12 @@ namespace orlith {
 
 class PurchaseInstaller final : public downloads::DownloadInstaller {
 public:
-    // All of it outlives this.
+    // All of it outlives this. `gaveUp` is called on any thread with the title of a track whose
+    // file a restore has lost for good.
     PurchaseInstaller(korvane::Library& library, korvane::ActivityLock& activities,
-                      device::RootedFileSystem& files)
-        : _library(library), _activities(activities), _files(files) {}
+                      device::RootedFileSystem& files,
+                      std::function<void(const std::string& title)> gaveUp = {})
+        : _library(library), _activities(activities), _files(files), _gaveUp(std::move(gaveUp)) {}
 
     std::optional<downloads::PreparedItem> prepare(const downloads::DownloadItem& item,
                                                    platform::OptionalError* error) override;
@@ -34,6 +39,7 @@ private:
     korvane::Library& _library;
     korvane::ActivityLock& _activities;
     device::RootedFileSystem& _files;
+    const std::function<void(const std::string&)> _gaveUp;
     // Held from a file's move to its record: what is found in between is no leftover.
     std::mutex _filing;
 };
