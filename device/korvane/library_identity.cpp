@@ -71,6 +71,11 @@ std::string fileIdentity(const std::string& realPath) {
                        hasBirth ? attributes.stx_btime.tv_nsec : 0);
 }
 
+void disownFile(common::Database& database) {
+    if (database.int64("SELECT count(*) FROM sqlite_schema WHERE name = 'library_identity'") != 0)
+        database.execute("UPDATE library_identity SET file_identity = ''");
+}
+
 std::int64_t revisionCounter(common::Database& database) {
     return database.int64("SELECT seq FROM sqlite_sequence WHERE name = 'entity_revision'");
 }

@@ -45,6 +45,10 @@ std::string fileIdentity(const std::string& realPath);
 std::string settleLibraryUID(common::Database& database, const std::string& file,
                              const std::optional<IdentityRecord>& beside);
 
+// The next opening takes the database for a copy, whatever file it lies in. One without a library
+// is left as it is.
+void disownFile(common::Database& database);
+
 // The counter of revisions: 0 for a library in which nothing ever changed.
 std::int64_t revisionCounter(common::Database& database);
 

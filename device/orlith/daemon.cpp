@@ -15,6 +15,11 @@
 #include <vector>
 
 #include "common/unique_fd.h"
+#include "device/orlith/backup/backup_creation.h"
+#include "device/orlith/backup/backup_service.h"
+#include "device/orlith/backup/purchase_fetcher.h"
+#include "device/orlith/backup/restore_finish.h"
+#include "device/orlith/backup/restore_switch.h"
 #include "device/orlith/bundle.h"
 #include "device/orlith/daemon_log.h"
 #include "device/orlith/device_lock.h"
@@ -108,11 +113,38 @@ struct Device {
     std::unique_ptr<EmbeddedPlatform> platform;
     ORBundleClients clients;
     SessionSlot slot;
+    std::optional<FinishedRestore> restore;
+    std::shared_ptr<PurchaseFetcher> purchases;
 };
+
+OptionalError putRestoreInPlace(const std::string& root) {
+    device::RootedFileSystem files(root);
+    removeBackupLeftovers(files);
+    return switchToRestored(files);
+}
+
+// What a restore left to be done, and the purchases that it could not bring.
+void finishRestoring(Device& device, platform::LogService& log) {
+    EmbeddedPlatform& platform = *device.platform;
+    device.restore = finishRestore({*device.clients.client, platform.operatingSystem().fileSystem(),
+                                    platform.library(), platform.activities(),
+                                    platform.storeDownloads().makeFileManifest(0)});
+    if (device.restore && device.restore->error) {
+        device.notices.add("The restore is not finished: " + device.restore->error->text());
+        logLine(log, LogLevel::Error, "restore", device.restore->error->text());
+    }
+    device.purchases = std::make_shared<PurchaseFetcher>(
+        platform.library(), platform.storeDownloads(),
+        platform.operatingSystem().makeSerialQueue("orlith.restore"));
+    platform.downloadManager()->addObserver(device.purchases);
+    device.purchases->start();
+}
 
 void openDevice(Device& device, const DaemonOptions& options, const std::string& root,
                 platform::LogService& log) {
-    OptionalError error;
+    OptionalError error = putRestoreInPlace(root);
+    if (error)
+        giveUp(ExitFailure, *error);
     device.platform = EmbeddedPlatform::open(root, log, device.notices, error);
     if (!device.platform)
         giveUp(ExitFailure, *error);
@@ -124,6 +156,7 @@ void openDevice(Device& device, const DaemonOptions& options, const std::string&
                        platform, device.clients);
     if (error)
         giveUp(ExitConfiguration, *error);
+    finishRestoring(device, log);
 }
 
 SessionServices servicesOf(Device& device, platform::LogService& log) {
@@ -151,7 +184,11 @@ void serve(Device& device, common::UniqueFd listener, const DaemonOptions& optio
     EmbeddedPlatform& platform = *device.platform;
     OwnerService owner({platform.library(), platform.storeDownloads(), platform.cloud(), log,
                         service.calls(), [&platform] { platform.startBackgroundTasks(); }});
+    BackupService backup({*device.clients.client, parts.files, platform.library(),
+                          platform.activities(), device.slot, log, service.calls(),
+                          [&toStop] { toStop->stop(); }, device.restore});
     std::vector<grpc::Service*> services = mirroring.services();
+    services.push_back(&backup);
     services.push_back(&service);
     services.push_back(&owner);
     Server server(services, service.calls(), log, std::move(listener));
@@ -175,6 +212,7 @@ void serve(Device& device, common::UniqueFd listener, const DaemonOptions& optio
 
 // Everything that may still use the device ends before it is released.
 void closeDevice(Device& device) {
+    device.purchases->stop();
     device.clients = {};
     if (!device.platform->shutDown())
         ::_exit(ExitFailure);

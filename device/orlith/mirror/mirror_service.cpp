@@ -1,7 +1,5 @@
 #include "device/orlith/mirror/mirror_service.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <mutex>
 #include <thread>
@@ -14,6 +12,7 @@
 #include "device/orlith/mirror/mirror_runner.h"
 #include "device/orlith/names.h"
 #include "device/orlith/session_error.h"
+#include "device/orlith/slot_hold.h"
 
 namespace orlith {
 namespace {
@@ -89,27 +88,6 @@ private:
     std::condition_variable _changed;
     bool _over = false;   // guarded by _mutex
     std::thread _thread;  // last: it uses everything above
-};
-
-// The device's one place for a session, for as long as a call works on the library.
-class SlotHold {
-public:
-    // Throws SessionError when somebody else has it.
-    SlotHold(SessionSlot& slot, const char* purpose, grpc::ServerContext& context) : _slot(slot) {
-        std::string holder;
-        const SessionOwner owner{purpose, static_cast<std::uint32_t>(::getpid()),
-                                 std::chrono::steady_clock::now()};
-        if (!slot.acquire(
-                owner, [&context](const std::string&) { context.TryCancel(); }, holder))
-            throw SessionError(
-                Error(OrlithErrorDomain, OrlithErrorBusy, "the device is busy with " + holder));
-    }
-    ~SlotHold() { _slot.release(); }
-    SlotHold(const SlotHold&) = delete;
-    SlotHold& operator=(const SlotHold&) = delete;
-
-private:
-    SessionSlot& _slot;
 };
 
 link::ChangeStream endOf(const ExportedChanges& exported, std::int64_t revision) {
