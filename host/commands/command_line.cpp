@@ -51,6 +51,7 @@ int runCommandLine(int argumentCount, const char* const* arguments) {
     addMirrorCommands(commands);
     addChangeCommands(commands);
     addFetchCommands(commands);
+    addBackupCommands(commands);
     try {
         program.parse(argumentCount, arguments);
     } catch (const CLI::ParseError& error) {

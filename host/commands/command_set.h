@@ -52,5 +52,6 @@ void addEditCommands(CommandSet& commands);
 void addMirrorCommands(CommandSet& commands);
 void addChangeCommands(CommandSet& commands);
 void addFetchCommands(CommandSet& commands);
+void addBackupCommands(CommandSet& commands);
 
 }  // namespace host

@@ -86,6 +86,14 @@ ExitCode runCancelDownload(const CommonOptions& common, std::int64_t download);
 ExitCode runCloudSignIn(const CommonOptions& common, bool hasKenningData);
 ExitCode runCloudSignOut(const CommonOptions& common);
 
+// ---- Backups.
+ExitCode runBackup(const CommonOptions& common, const std::string& file);
+struct RestoreOptions {
+    std::string from;      // a backup; empty: the directory came back by other means
+    bool replace = false;  // also in place of another device's library
+};
+ExitCode runRestore(const CommonOptions& common, const RestoreOptions& options);
+
 // The whole program: understands the arguments and runs the command.
 int runCommandLine(int argumentCount, const char* const* arguments);
 
