@@ -12,3 +12,4 @@ ORLITH_BENCH_ROWS=${ROWS:-1000000} "$build/bin/library_bench" \
 "$build/bin/request_bench" --benchmark_out="$build/bench/requests.json" --benchmark_out_format=json
 bench/whole_sync.py --build "$build" --files "${FILES:-2000}" --output "$build/bench/whole_sync.json"
 bench/mirror.py --build "$build" --files "${FILES:-2000}" --output "$build/bench/mirror.json"
+bench/backup.py --build "$build" --files "${FILES:-2000}" --output "$build/bench/backup.json"
