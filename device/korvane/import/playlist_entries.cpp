@@ -1,6 +1,10 @@
 #include "device/korvane/import/playlist_entries.h"
 
 #include <algorithm>
+#include <iterator>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
 
 #include "common/sqlite/database.h"
 
@@ -42,6 +46,47 @@ std::vector<PlaylistEntry> playlistEntries(common::Database& database, std::int6
         entries.push_back({rows->int64(0), rows->int64(1), rows->int64(2), rows->int64(3)});
     }
     return entries;
+}
+
+std::vector<PlaylistEntry> withEntriesOfOthers(common::Database& database, std::int64_t containerID,
+                                               std::int64_t sourceBit,
+                                               std::vector<PlaylistEntry> entries) {
+    auto rows = database.query(
+        "SELECT c.item_pid, c.item_pid <> 0 AND i.sources & ? = 0 FROM container_item c LEFT JOIN "
+        "item i ON i.item_pid = c.item_pid WHERE c.container_id = ? ORDER BY c.position",
+        sourceBit, containerID);
+    std::vector<std::pair<std::int64_t, bool>> held;  // a track, and whether it is another's
+    bool hasOthers = false;
+    while (rows.step()) {
+        held.emplace_back(rows->int64(0), rows->int64(1) != 0);
+        hasOthers = hasOthers || held.back().second;
+    }
+    if (!hasOthers) {
+        return entries;
+    }
+    std::unordered_set<std::int64_t> named;
+    for (const PlaylistEntry& entry : entries) {
+        named.insert(entry.itemPID);
+    }
+    // Behind the last entry before them that stays; 0: at the front.
+    std::unordered_map<std::int64_t, std::vector<PlaylistEntry>> others;
+    std::int64_t anchor = 0;
+    for (const auto& [track, isAnothers] : held) {
+        if (track != 0 && named.contains(track)) {
+            anchor = track;
+        } else if (isAnothers) {
+            others[anchor].push_back({track, 0, 0, 0});
+        }
+    }
+    std::vector<PlaylistEntry> all = std::move(others[0]);
+    for (const PlaylistEntry& entry : entries) {
+        all.push_back(entry);
+        // Where a track stands twice, behind the first.
+        if (auto behind = others.extract(entry.itemPID); entry.itemPID != 0 && behind) {
+            std::ranges::move(behind.mapped(), std::back_inserter(all));
+        }
+    }
+    return all;
 }
 
 bool writePlaylistEntries(common::Database& database, std::int64_t containerID,

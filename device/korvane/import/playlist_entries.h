@@ -24,6 +24,12 @@ struct PlaylistEntry {
 
 std::vector<PlaylistEntry> playlistEntries(common::Database& database, std::int64_t containerID);
 
+// What the playlist is to hold when the one who brings `entries` cannot name every track: those of
+// tracks without that source stay, each behind the entry that it stands behind now.
+std::vector<PlaylistEntry> withEntriesOfOthers(common::Database& database, std::int64_t containerID,
+                                               std::int64_t sourceBit,
+                                               std::vector<PlaylistEntry> entries);
+
 // Leaves the entries before the first difference alone. Whether they were others before;
 // `aboutToChange` is called before anything is written.
 bool writePlaylistEntries(common::Database& database, std::int64_t containerID,

@@ -44,8 +44,15 @@ void PlaylistImport::apply(const qorx::Playlist& record) {
     if (found) {
         update(*found, record);
     }
-    if (kindOf(record) == ContainerKind::Plain &&
-        writePlaylistEntries(_context.database, containerID, resolve(record),
+    if (kindOf(record) != ContainerKind::Plain) {
+        return;
+    }
+    std::vector<PlaylistEntry> entries = resolve(record);
+    if (found) {
+        entries = withEntriesOfOthers(_context.database, containerID, _context.sourceBit,
+                                      std::move(entries));
+    }
+    if (writePlaylistEntries(_context.database, containerID, entries,
                              [&] { _context.origin.aboutToChange(); }) &&
         found) {
         setItemsChanged(containerID, record);

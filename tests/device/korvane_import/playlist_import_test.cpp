@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include "common/sqlite/database.h"
+#include "device/korvane/import/playlist_entries.h"
 #include "tests/device/korvane_import/import_fixture.h"
 
 namespace {
@@ -16,6 +18,19 @@ protected:
             " LEFT JOIN item_store s ON s.item_pid = c.item_pid AND c.item_pid <> 0"
             " WHERE container_id = (SELECT container_id FROM container WHERE name = '" +
             name + "')");
+    }
+    // The owner's doing, which the host has heard of.
+    void putOwnTrackInto(const std::string& name, std::int64_t syncID, std::size_t place) {
+        add({.pid = syncID + 7000, .syncID = syncID, .title = "own"});
+        ASSERT_TRUE(library->connections().write([&](common::Database& database) {
+            const auto list =
+                database.int64("SELECT container_id FROM container WHERE name = ?", name);
+            auto held = korvane::playlistEntries(database, list);
+            held.insert(held.begin() + static_cast<std::ptrdiff_t>(place),
+                        {syncID + 7000, 0, 0, 0});
+            return korvane::writePlaylistEntries(database, list, held, [] {});
+        }));
+        save(0);
     }
 };
 
@@ -116,6 +131,31 @@ TEST_F(PlaylistImport, WhatTheOwnerChangedSinceTheLastSaveIsNotOverwritten) {
     save(1);
     imports(data);
     EXPECT_EQ(text("SELECT name FROM container"), "List");
+}
+
+TEST_F(PlaylistImport, WhatTheHostCannotNameKeepsItsPlace) {
+    HostData data;
+    for (int i = 1; i <= 3; ++i) {
+        data.add(i, "t");
+    }
+    data.addPlaylist(501, "List", {1, 2, 3});
+    imports(data);
+    // The owner puts tracks of the device's own among the host's: at the front, and behind 2.
+    putOwnTrackInto("List", 71, 0);
+    putOwnTrackInto("List", 72, 3);
+    putOwnTrackInto("List", 73, 4);
+    EXPECT_EQ(entries("List"), "71,1,2,72,73,3");
+    data.playlists.clear();
+    data.addPlaylist(501, "List", {2, 3});
+    imports(data);
+    EXPECT_EQ(entries("List"), "71,2,72,73,3");
+    data.playlists.clear();
+    data.addPlaylist(501, "List", {3, 1});
+    imports(data);
+    EXPECT_EQ(entries("List"), "71,72,73,3,1");
+    const std::int64_t before = revision();
+    imports(data);
+    EXPECT_EQ(revision(), before);
 }
 
 }  // namespace
