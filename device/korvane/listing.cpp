@@ -8,6 +8,7 @@
 #include "device/korvane/library.h"
 #include "device/korvane/row_store.h"
 #include "device/korvane/schema.h"
+#include "device/korvane/smart_language.h"
 #include "device/korvane/track_location.h"
 
 namespace korvane {
@@ -128,6 +129,13 @@ std::vector<std::int64_t> entriesOf(common::Database& database, std::int64_t con
     return tracks;
 }
 
+void sayRules(std::span<const std::uint8_t> stored, ListedPlaylist& playlist) {
+    if (const auto rules = decodeSmartRules(stored)) {
+        playlist.rules = textOfSmartRules(*rules);
+        playlist.limit = textOfSmartLimit(*rules);
+    }
+}
+
 }  // namespace
 
 void listTracks(Library& library, const std::function<bool(const ListedTrack&)>& callback) {
@@ -149,13 +157,16 @@ void listPlaylists(Library& library, const std::function<bool(const ListedPlayli
     if (!library.read("listPlaylists", [&](common::Database& database) {
             auto rows = database.query(
                 "SELECT container_id, container_pid, sync_id, global_id, name, kind, sources, "
-                "built_in_kind FROM container ORDER BY container_id");
-            while (rows.step())
+                "built_in_kind, smart_rules FROM container ORDER BY container_id");
+            while (rows.step()) {
                 playlists.push_back(
                     {rows->int64(1), rows->int64(2), rows->int64(3), std::string(rows->text(4)),
                      rows->int64(5) == static_cast<int>(ContainerKind::Smart),
                      entriesOf(database, rows->int64(0)),
                      (rows->int64(6) & sourceBit(KV3SourceHostData)) != 0, rows->int64(7) != 0});
+                if (playlists.back().isSmart)
+                    sayRules(rows->blob(8), playlists.back());
+            }
             return true;
         }))
         return;

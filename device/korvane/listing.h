@@ -46,6 +46,8 @@ struct ListedPlaylist {
     std::vector<std::int64_t> tracks;  // persistent ids, in order; what is not resolved is left out
     bool isFromHost = false;
     bool isBuiltIn = false;
+    std::string rules = {};  // of a smart one, in words
+    std::string limit = {};
 };
 
 // By album artist, album, disc and track. False from the callback ends the list.

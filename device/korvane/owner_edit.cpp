@@ -5,6 +5,7 @@
 #include "common/sqlite/database.h"
 #include "common/sqlite/sqlite_error.h"
 #include "device/korvane/library.h"
+#include "device/korvane/smart_fill.h"
 
 namespace korvane {
 
@@ -39,7 +40,11 @@ OptionalError editTrackAsOwner(Library& library, std::int64_t trackPID, const Ow
     return editAsOwner(library, [&](common::Database& database) -> OptionalError {
         if (database.int64("SELECT count(*) FROM item WHERE item_pid = ?", trackPID) == 0)
             return notFound("there is no such track");
-        return edit(database);
+        if (auto error = edit(database))
+            return error;
+        // What the edit moves into a smart playlist, or out of one, moves with it.
+        fillSmartPlaylists(database, library.nowMilliseconds() / 1000);
+        return std::nullopt;
     });
 }
 

@@ -24,7 +24,8 @@ platform::Error notFound(const std::string& text);
 
 // The library's observers are told when something has changed, once it is committed.
 platform::OptionalError editAsOwner(Library& library, const OwnerEdit& edit);
-// Refused where there is no such track or playlist.
+// Refused where there is no such track or playlist. After an edit of a track the smart playlists
+// are filled again.
 platform::OptionalError editTrackAsOwner(Library& library, std::int64_t trackPID,
                                          const OwnerEdit& edit);
 platform::OptionalError editPlaylistAsOwner(Library& library, std::int64_t playlistPID,

@@ -68,6 +68,10 @@ std::optional<FoundPlaylist> findPlaylist(Library& library, const std::string& n
 std::int64_t createPlaylist(Library& library, const std::string& name,
                             platform::OptionalError& error,
                             const std::vector<std::int64_t>& trackPIDs = {});
+// A smart playlist, filled by its rules from now on (smart_language.h says how they are written).
+std::int64_t createSmartPlaylist(Library& library, const std::string& name,
+                                 const std::string& rules, const std::string& limit,
+                                 platform::OptionalError& error);
 platform::OptionalError renamePlaylist(Library& library, std::int64_t playlistPID,
                                        const std::string& name);
 // Told to other devices and the host.

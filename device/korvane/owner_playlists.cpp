@@ -13,6 +13,8 @@
 #include "device/korvane/owner_edit.h"
 #include "device/korvane/owner_edits.h"
 #include "device/korvane/schema.h"
+#include "device/korvane/smart_fill.h"
+#include "device/korvane/smart_language.h"
 #include "device/korvane/track_deletion.h"
 
 namespace korvane {
@@ -132,6 +134,32 @@ std::int64_t createPlaylist(Library& library, const std::string& name, OptionalE
         if (auto refused = addEntries(database, entries, trackPIDs, entries.end()))
             return refused;
         writePlaylistEntries(database, containerID, entries, [] {});
+        return std::nullopt;
+    });
+    return error ? 0 : pid;
+}
+
+std::int64_t createSmartPlaylist(Library& library, const std::string& name,
+                                 const std::string& rules, const std::string& limit,
+                                 OptionalError& error) {
+    error = checkName(name);
+    if (error)
+        return 0;
+    const auto understood = smartRulesOfText(rules, limit, error);
+    if (!understood)
+        return 0;
+    const std::int64_t nowMs = library.nowMilliseconds();
+    std::int64_t pid = 0;
+    error = editAsOwner(library, [&](common::Database& database) -> OptionalError {
+        pid = newPersistentID(database);
+        database.execute(
+            "INSERT INTO container (container_pid, name, kind, smart_rules, global_id, sources, "
+            "added_ms, name_changed_ms, items_changed_ms) "
+            "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?7, ?7)",
+            pid, name, static_cast<int>(ContainerKind::Smart),
+            encodeSmartRules(*understood).value(), common::randomPositiveId(), OwnerSourceBit,
+            nowMs);
+        fillSmartPlaylists(database, nowMs / 1000);
         return std::nullopt;
     });
     return error ? 0 : pid;

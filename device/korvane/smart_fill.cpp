@@ -100,6 +100,8 @@ std::string comparison(const char* column, SmartOperation operation, const std::
             return text("{} <= {}");
         case SmartOperation::AnyBits:
             return text("({} & {}) <> 0");
+        case SmartOperation::NoBits:
+            return text("({} & {}) = 0");
         // Not LIKE: % and _ are letters here.
         case SmartOperation::Contains:
             return text("instr(lower({}), lower({})) > 0");

@@ -41,6 +41,7 @@ bool fits(SmartField field, SmartOperation operation) {
         case SmartOperation::Less:
         case SmartOperation::LessOrEqual:
         case SmartOperation::AnyBits:
+        case SmartOperation::NoBits:
             return !isTextField(field);
         case SmartOperation::Contains:
         case SmartOperation::DoesNotContain:

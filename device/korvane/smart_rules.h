@@ -53,6 +53,7 @@ enum class SmartOperation : std::uint8_t {
     Less = 5,
     LessOrEqual = 6,
     AnyBits = 10,
+    NoBits = 11,
     Contains = 20,  // texts, without regard to the case of A to Z
     DoesNotContain = 21,
     BeginsWith = 22,

@@ -40,7 +40,8 @@ TrackSummary summaryOf(const korvane::ListedTrack& track) {
 
 PlaylistSummary summaryOf(const korvane::ListedPlaylist& playlist) {
     return {playlist.persistentID, playlist.syncID, playlist.globalID,   playlist.name,
-            playlist.isSmart,      playlist.tracks, playlist.isFromHost, playlist.isBuiltIn};
+            playlist.isSmart,      playlist.tracks, playlist.isFromHost, playlist.isBuiltIn,
+            playlist.rules,        playlist.limit};
 }
 
 }  // namespace

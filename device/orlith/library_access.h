@@ -52,6 +52,8 @@ struct PlaylistSummary {
     std::vector<std::int64_t> tracks;  // persistent ids, in order
     bool fromHost = false;
     bool isBuiltIn = false;
+    std::string rules = {};  // of a smart one, in words
+    std::string limit = {};
 };
 
 // One stream that preparation saved for the host.

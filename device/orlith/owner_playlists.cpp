@@ -64,7 +64,12 @@ OptionalError editPlaylist(korvane::Library& library, const Request& request, st
         return error;
     name = request.playlist();
     if (request.action() == Request::CREATE) {
-        korvane::createPlaylist(library, name, error, tracks);
+        if (request.rules().empty())
+            korvane::createPlaylist(library, name, error, tracks);
+        else if (tracks.empty())
+            korvane::createSmartPlaylist(library, name, request.rules(), request.limit(), error);
+        else
+            error = notUnderstood();
         return error;
     }
     const auto found = korvane::findPlaylist(library, request.playlist(), error);

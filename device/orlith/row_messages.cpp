@@ -71,6 +71,8 @@ void splitPlaylist(const PlaylistSummary& playlist,
         row.set_smart(playlist.isSmart);
         row.set_from_host(playlist.fromHost);
         row.set_built_in(playlist.isBuiltIn);
+        row.set_rules(cleanUTF8(playlist.rules));
+        row.set_limit(playlist.limit);
         const std::size_t end = std::min(playlist.tracks.size(), done + TracksOfOneRow);
         for (; done < end; ++done)
             row.add_tracks(playlist.tracks[done]);

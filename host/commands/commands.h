@@ -45,6 +45,9 @@ struct PlaylistEdit {
     std::optional<std::uint32_t> position;
     std::uint32_t newPosition = 1;
     std::string name;
+    // Create: of a smart playlist, as people write them.
+    std::string rules;
+    std::vector<std::string> limit;  // its words
 };
 ExitCode runPlaylist(const CommonOptions& common, const PlaylistEdit& edit);
 

@@ -44,12 +44,40 @@ Positions count from 1, as `orlith list --playlist NAME` shows them. A track may
 
 Examples:
   orlith playlist create --device ~/player "On the road" "First song" "Second song"
+  orlith playlist create --device ~/player "Best jazz" --smart "rating >= 4 and genre is Jazz"
   orlith playlist add --device ~/player "On the road" "Third song" --at 2
   orlith playlist move --device ~/player "On the road" 3 1       the third becomes the first
   orlith playlist remove --device ~/player "On the road" --at 2
   orlith playlist remove --device ~/player "On the road" "First song"
   orlith playlist rename --device ~/player "On the road" "At home"
   orlith playlist delete --device ~/player "At home"             its tracks stay on the device
+)";
+
+constexpr char SmartRulesHelp[] = R"(
+The rules of a smart playlist are conditions joined by "and", or by "or": a field, a question, a value.
+
+  texts     title, artist, album, album-artist, genre, composer, comment, grouping, show
+            is, is not, contains, does not contain, begins with, ends with; A to Z in any case.
+            A value may be several words; one with "and", "or" or a sign in it stands in quotes.
+  numbers   rating (0 to 5 stars), play-count, skip-count, year, disc, track, season, bpm,
+            length (3:30 or seconds), size (8 MB, 1 GiB), bit-rate (kilobits a second)
+            is or =, is not or !=, >, >=, <, <=
+  dates     added, last-played, last-skipped
+            in the last 2 weeks, not in the last 30 days, > 2024-05-31, is never
+  others    kind is Music (or MusicVideo, Movie, TVEpisode, Podcast, VideoPodcast, Audiobook,
+            TesselU, TesselUVideo, HomeVideo), compilation is yes
+  all       every track; with --limit
+
+--limit 25 keeps the 25 that were added last, --limit 25 by rating those with the highest; by lowest
+FIELD turns it round. The device fills the playlist at once, after every change of its owner's and at the
+end of every sync.
+
+Examples:
+  orlith playlist create --device ~/player "Best jazz" --smart "rating >= 4 and genre is Jazz"
+  orlith playlist create --device ~/player Forgotten --smart "last-played not in the last 6 months"
+  orlith playlist create --device ~/player Top --smart all --limit 50 by play-count
+
+--device DIR and --json belong to it too.
 )";
 
 struct TrackArguments {
@@ -132,14 +160,32 @@ const CLI::Validator Positions(
     },
     "");
 
+const CLI::Validator Rules(
+    [](std::string& text) {
+        return text.empty() ? std::string("say what the tracks have in common, or all")
+                            : std::string();
+    },
+    "");
+
 void addPlaylist(CommandSet& commands) {
     const auto given = std::make_shared<PlaylistArguments>();
     PlaylistEdit& edit = given->edit;
     CLI::App& playlist = commands.addOnDevice(
         {"playlist", "Make and change playlists on a device", PlaylistExamples}, given->common, {});
-    addPlaylistAction(commands, playlist, Action::Create, "create", "Make a playlist", given,
-                      "The new playlist's name")
-        .add_option("TRACK", edit.tracks, TracksHelp);
+    CLI::App& create = addPlaylistAction(commands, playlist, Action::Create, "create",
+                                         "Make a playlist", given, "The new playlist's name");
+    CLI::Option* first = create.add_option("TRACK", edit.tracks, TracksHelp);
+    CLI::Option* smart = create
+                             .add_option("--smart", edit.rules,
+                                         "A playlist that the device fills by these rules, instead")
+                             ->type_name("RULES")
+                             ->excludes(first)
+                             ->check(Rules);
+    create.add_option("--limit", edit.limit, "No more tracks than N, the first by this field")
+        ->type_name("N [by [lowest|highest] FIELD]")
+        ->expected(1, 4)
+        ->needs(smart);
+    create.footer(SmartRulesHelp);
 
     CLI::App& add = addPlaylistAction(commands, playlist, Action::Add, "add",
                                       "Put tracks into a playlist", given);

@@ -123,6 +123,8 @@ Json jsonOf(const link::PlaylistRow& row) {
             {"persistent_id", idText(row.persistent_id())},
             {"name", row.name()},
             {"smart", row.smart()},
+            {"rules", optionalText(!row.rules().empty(), row.rules())},
+            {"limit", optionalText(!row.limit().empty(), row.limit())},
             {"tracks", tracks}};
 }
 
@@ -192,9 +194,13 @@ std::vector<std::string> playlistTable(const std::vector<link::PlaylistRow>& row
         return fmt::format("{} {:>7}  {:<5}  {}", fitted(name, PlaylistColumns), tracks, kind, id);
     };
     std::vector<std::string> lines{line("NAME", "TRACKS", "KIND", "ID")};
-    for (const link::PlaylistRow& row : rows)
+    for (const link::PlaylistRow& row : rows) {
         lines.push_back(line(displayText(row.name()), std::to_string(row.tracks_size()),
                              row.smart() ? "smart" : "plain", idText(row.persistent_id())));
+        if (!row.rules().empty())
+            lines.push_back("    " + displayText(row.rules()) +
+                            (row.limit().empty() ? "" : "; the first " + row.limit()));
+    }
     lines.push_back(plural(rows.size(), "playlist"));
     return lines;
 }

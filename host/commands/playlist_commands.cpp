@@ -46,12 +46,16 @@ Request requestOf(const PlaylistEdit& edit) {
         request.set_position(*edit.position - 1);
     request.set_new_position(edit.newPosition - 1);
     request.set_name(edit.name);
+    request.set_rules(edit.rules);
+    request.set_limit(fmt::format("{}", fmt::join(edit.limit, " ")));
     return request;
 }
 
 std::string doneText(const PlaylistEdit& edit) {
     switch (edit.action) {
         case Action::Create:
+            if (!edit.rules.empty())
+                return "made; the device keeps it filled by its rules";
             return edit.tracks.empty() ? "made"
                                        : "made, with " + plural(edit.tracks.size(), "track");
         case Action::Add:

@@ -123,6 +123,43 @@ class Playlists(OwnerEdits):
         self.refused(FAILURE, "playlist", "rename", "Road", "", saying=["name"])
 
 
+class SmartPlaylists(OwnerEdits):
+    def create(self, name, *words):
+        self.run_well("playlist", "create", name, "--smart", *words)
+
+    def test_the_device_keeps_one_filled_at_once_and_over_syncs(self):
+        self.create("Best", "rating >= 4 and artist is Artist")
+        self.assertEqual(self.order("Best"), [])
+        self.run_well("rate", "First", "4")
+        self.run_well("rate", "Second", "5")
+        self.assertEqual(sorted(self.order("Best")), ["First", "Second"])
+        self.run_well("edit", "First", "artist=Someone")
+        self.assertEqual(self.order("Best"), ["Second"])
+        self.song("Fourth.mp3", title="Fourth", TPE1="New")
+        self.create("News", "artist is New", "--limit", "2", "by", "title")
+        self.assertEqual(self.sync()[-1]["failed"], 0)
+        self.assertEqual(self.order("News"), ["Fourth"])
+        self.assertEqual(self.order("Best"), ["Second"])
+
+    def test_one_travels_by_its_rules_and_is_listed_with_them(self):
+        self.create("Twins", "title is Twin", "--limit", "1", "by", "highest", "artist")
+        companion = self.another("companion")
+        self.mirror(self.device, companion)
+        for device in (self.device, companion):
+            listed = [p for p in device.lines("list", "--playlists", "--json")
+                      if p.get("name") == "Twins"]
+            self.assertEqual([(p["smart"], p["rules"], p["limit"], len(p["tracks"]))
+                              for p in listed],
+                             [(True, 'title is "Twin"', "1 by highest artist", 1)])
+        self.assertMovesNothing(self.device, companion)
+
+    def test_rules_that_are_not_understood_make_none_and_say_where(self):
+        self.refused(FAILURE, "playlist", "create", "P", "--smart", "genre is a and raiting = 3",
+                     saying=("there is no field \"raiting\"",
+                             "  genre is a and raiting = 3\n                 ^"))
+        self.refused(USAGE, "playlist", "create", "P", "--limit", "3")
+
+
 class NoDevice(Flow):
     def test_commands_on_a_device_that_is_not_there_make_none(self):
         for words in (["list"], ["status"], ["rate", "A", "1"], ["played", "A"],

@@ -79,6 +79,17 @@ TEST_F(OwnerCommands, PlaylistsAreMadeWithTheirTracks) {
     EXPECT_THAT(request.tracks(), ElementsAre("a", "b"));
 }
 
+TEST_F(OwnerCommands, SmartPlaylistsAreMadeWithTheirRulesAndTheWordsOfTheirLimit) {
+    const Request request =
+        playlist({"create", "P", "--smart", "rating > 3", "--limit", "25", "by", "lowest", "year"});
+    EXPECT_EQ(request.rules(), "rating > 3");
+    EXPECT_EQ(request.limit(), "25 by lowest year");
+    EXPECT_EQ(playlist({"create", "P", "--smart", "all"}).limit(), "");
+    EXPECT_EQ(run({"playlist", "create", "P", "a", "--smart", "all"}).code, 2);
+    EXPECT_EQ(run({"playlist", "create", "P", "--limit", "3"}).code, 2);
+    EXPECT_EQ(run({"playlist", "create", "P", "--smart", ""}).code, 2);
+}
+
 TEST_F(OwnerCommands, PositionsCountFromOneForPeopleAndFromZeroOnTheLink) {
     EXPECT_EQ(playlist({"add", "P", "a", "--at", "3"}).position(), 2u);
     EXPECT_FALSE(playlist({"add", "P", "a"}).has_position());
