@@ -12,6 +12,9 @@ Examples:
 )";
 
 constexpr char StatusExamples[] = R"(
+What failed in the last sync is listed with its reason and what helps. The next sync sends it first; what has
+arrived, or left the folder, leaves the list.
+
 Example:
   orlith status --device ~/player
 )";

@@ -10,6 +10,8 @@
 #include "host/scan/file_names.h"
 #include "host/session/device_connection.h"
 #include "host/session/link_error.h"
+#include "host/state/failed_items.h"
+#include "host/state/state_store.h"
 #include "link/owner.pb.h"
 
 namespace host {
@@ -32,6 +34,28 @@ void show(const Output& output, const std::vector<Row>& rows, const char* nouns,
     for (const Row& row : rows)
         output.object(jsonOf(row));
     output.object({{"type", "summary"}, {nouns, rows.size()}});
+}
+
+void showStatus(const Output& output, const link::StatusReply& status,
+                const link::CloudReply& cloud) {
+    const std::vector<FolderFailures> failed =
+        failuresOfDevice(defaultStateDirectory(), status.library_uid());
+    if (output.isJson()) {
+        std::size_t count = 0;
+        for (const FolderFailures& folder : failed) {
+            count += folder.items.size();
+            for (const nlohmann::ordered_json& line : jsonOf(folder))
+                output.object(line);
+        }
+        nlohmann::ordered_json summary = jsonOf(status, cloud);
+        summary["failed"] = count;
+        return output.object(summary);
+    }
+    for (const std::string& line : statusLines(status, cloud))
+        output.line(line);
+    for (const FolderFailures& folder : failed)
+        for (const std::string& line : failureLines(folder))
+            output.line(line);
 }
 
 // A long playlist comes in several rows, one after another.
@@ -149,11 +173,7 @@ ExitCode runStatus(const CommonOptions& common) {
                          link::CloudReply cloud;
                          if (auto error = device.cloudState(cloud))
                              return error;
-                         if (common.json)
-                             output.object(jsonOf(status, cloud));
-                         else
-                             for (const std::string& line : statusLines(status, cloud))
-                                 output.line(line);
+                         showStatus(output, status, cloud);
                          return std::nullopt;
                      });
 }

@@ -9,6 +9,7 @@
 
 #include "host/progress/progress.h"
 #include "host/scan/file_names.h"
+#include "host/state/failed_items.h"
 #include "link/owner.pb.h"
 
 namespace host {
@@ -232,6 +233,28 @@ std::vector<std::string> statusLines(const link::StatusReply& status,
         lines.push_back("note: " + displayText(notice));
     lines.push_back(fmt::format("library {}, revision {}, anchor {}", status.library_uid(),
                                 status.revision(), status.anchor()));
+    return lines;
+}
+
+std::vector<Json> jsonOf(const FolderFailures& failures) {
+    std::vector<Json> lines;
+    for (const FailedItem& item : failures.items)
+        lines.push_back({{"type", "failure"},
+                         {"folder", failures.folder},
+                         {"path", item.path},
+                         {"reason", item.reason},
+                         {"next_step", item.nextStep}});
+    return lines;
+}
+
+std::vector<std::string> failureLines(const FolderFailures& failures) {
+    std::vector<std::string> lines{fmt::format("failed in the last sync of {}: {}",
+                                               displayText(failures.folder),
+                                               plural(failures.items.size(), "item"))};
+    for (const FailedItem& item : failures.items) {
+        lines.push_back(fmt::format("  {}: {}", displayText(item.path), displayText(item.reason)));
+        lines.push_back("      " + item.nextStep);
+    }
     return lines;
 }
 

@@ -16,6 +16,8 @@ class TrackRow;
 
 namespace host {
 
+struct FolderFailures;
+
 nlohmann::ordered_json jsonOf(const orlith::link::TrackRow& row);
 nlohmann::ordered_json jsonOf(const orlith::link::PlaylistRow& row);
 nlohmann::ordered_json jsonOf(const orlith::link::StatusReply& status,
@@ -28,6 +30,9 @@ std::vector<std::string> trackTable(const std::vector<orlith::link::TrackRow>& r
 std::vector<std::string> playlistTable(const std::vector<orlith::link::PlaylistRow>& rows);
 std::vector<std::string> statusLines(const orlith::link::StatusReply& status,
                                      const orlith::link::CloudReply& cloud);
+// What the last sync of a folder could not do.
+std::vector<nlohmann::ordered_json> jsonOf(const FolderFailures& failures);
+std::vector<std::string> failureLines(const FolderFailures& failures);
 
 // `text` cut or filled up to a number of terminal columns.
 std::string fitted(const std::string& text, std::size_t columns);

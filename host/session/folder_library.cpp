@@ -152,11 +152,12 @@ std::vector<ItemFailure> FolderLibrary::failures() const {
         failures.push_back({skipped.path, skipped.reason});
     for (const Playlist& playlist : _playlists) {
         if (!playlist.readable())
-            failures.push_back({playlist.stamp.path, playlist.reason});
+            failures.push_back({playlist.stamp.path, playlist.reason, ItemFailure::Kind::Playlist});
         for (const MissingEntry& entry : playlist.missing)
-            failures.push_back({playlist.stamp.path, "entry " + std::to_string(entry.position) +
-                                                         ", \"" + displayText(entry.text) +
-                                                         "\": " + entry.reason});
+            failures.push_back({playlist.stamp.path,
+                                "entry " + std::to_string(entry.position) + ", \"" +
+                                    displayText(entry.text) + "\": " + entry.reason,
+                                ItemFailure::Kind::Playlist});
     }
     failures.insert(failures.end(), _materials.failures.begin(), _materials.failures.end());
     return failures;

@@ -177,7 +177,8 @@ private:
     // Each picture once, however many tracks would show it.
     void note(const ArtworkCandidate& candidate, const std::string& reason) {
         if (_noted.emplace(candidate.file.path, candidate.chapter).second)
-            _materials.failures.push_back({candidate.file.path, "its picture: " + reason});
+            _materials.failures.push_back(
+                {candidate.file.path, "its picture: " + reason, ItemFailure::Kind::Picture});
     }
 
     const MaterialInput& _input;
@@ -193,6 +194,22 @@ private:
 OptionalError makeMaterials(const MaterialInput& input, MediaWorkers& workers,
                             FolderMaterials& materials) {
     return Maker(input, workers, materials).run();
+}
+
+std::string nextStepAfter(const ItemFailure& failure) {
+    switch (failure.kind) {
+        case ItemFailure::Kind::File:
+            return "repair or replace it, or have a rule in orlith-rules.toml ignore it";
+        case ItemFailure::Kind::Playlist:
+            return "correct the playlist, or take the entry out";
+        case ItemFailure::Kind::Picture:
+            return "put a picture in its place that can be read; the track is there without one";
+        case ItemFailure::Kind::Transfer:
+            return "sync again; it is sent first";
+        case ItemFailure::Kind::Space:
+            return "make room on the device and sync again; it is sent first";
+    }
+    return "";
 }
 
 }  // namespace host

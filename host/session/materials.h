@@ -22,9 +22,15 @@
 namespace host {
 
 struct ItemFailure {
+    enum class Kind : std::uint8_t { File, Playlist, Picture, Transfer, Space };
+
     std::string path;  // below the folder, raw bytes
     std::string reason;
+    Kind kind = Kind::File;
 };
+
+// What helps against it, in plain words.
+std::string nextStepAfter(const ItemFailure& failure);
 
 struct Picture {
     std::string path;  // absolute, of the prepared image; empty when there is none

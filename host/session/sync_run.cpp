@@ -163,7 +163,22 @@ void SyncRun::Impl::reportFolderFailures() {
 
 void SyncRun::Impl::countFailure(const ItemFailure& failure) {
     ++summary.failed;
+    failedNow.push_back({failure.path, failure.reason, nextStepAfter(failure)});
     reporter.failure(failure);
+}
+
+// A run that was broken off has not come to everything: what failed before stays noted unless it
+// has been delivered now, or has failed again.
+void SyncRun::Impl::rememberFailures(bool isComplete) {
+    std::vector<FailedItem>& known = deviceState().failed;
+    std::unordered_set<std::string> settled = deliveredPaths;
+    for (const FailedItem& item : failedNow)
+        settled.insert(item.path);
+    if (!isComplete)
+        for (const FailedItem& item : known)
+            if (!settled.contains(item.path))
+                failedNow.push_back(item);
+    known = failedNow;
 }
 
 }  // namespace host

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <stop_token>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "host/session/device_connection.h"
@@ -46,6 +47,8 @@ struct SyncRun::Impl {
     bool ranOutOfSpace = false;
     Plan plan;
     SyncSummary summary;
+    std::vector<FailedItem> failedNow;               // in this run
+    std::unordered_set<std::string> deliveredPaths;  // likewise
 
     std::mutex sessionMutex;               // protects the pointer, which interrupt() reads
     std::unique_ptr<SyncSession> session;  // used by the run's thread
@@ -73,6 +76,7 @@ struct SyncRun::Impl {
     platform::OptionalError finish();
     void reportFolderFailures();
     void countFailure(const ItemFailure& failure);
+    void rememberFailures(bool isComplete);
     platform::OptionalError stopped();
 };
 

@@ -31,6 +31,17 @@ std::string machineName() {
     return ::gethostname(name, sizeof name - 1) == 0 ? name : "host";
 }
 
+void sendFailedOnesFirst(std::vector<OutstandingAsset>& assets, const FolderAssets& source,
+                         const std::vector<FailedItem>& failed) {
+    std::unordered_set<std::string_view> paths;
+    for (const FailedItem& item : failed)
+        paths.insert(item.path);
+    std::ranges::stable_partition(assets, [&](const OutstandingAsset& asset) {
+        const KnownFile* file = source.fileOf(asset);
+        return file != nullptr && paths.contains(file->media.stamp.path);
+    });
+}
+
 }  // namespace
 
 OptionalError SyncRun::Impl::runSession() {
@@ -45,6 +56,7 @@ OptionalError SyncRun::Impl::runSession() {
         // What was acknowledged stays acknowledged.
         if (!device.libraryUid.empty()) {
             deviceState().digest = {};
+            rememberFailures(false);
             if (auto failed = library.store().save(library.state()))
                 return failed;
             if (auto failed = library.store().saveDevice(library.state(), deviceState()))
@@ -193,7 +205,7 @@ OptionalError SyncRun::Impl::receiveUploads(std::vector<OutstandingAsset>& asset
         if (auto error = session->receiveUpload(asset, directory, name, outcome))
             return error;
         if (!outcome.failure.empty()) {
-            countFailure({name, outcome.failure});
+            countFailure({name, outcome.failure, ItemFailure::Kind::Transfer});
             continue;
         }
         ++summary.uploaded;
@@ -219,6 +231,7 @@ OptionalError SyncRun::Impl::sendAssets(std::vector<OutstandingAsset>& assets) {
             return error;
     }
     FolderAssets source(library.folder(), library.state(), library.materials());
+    sendFailedOnesFirst(assets, source, deviceState().failed);
     if (auto error =
             session->askPartial(assets, [&](const OutstandingAsset& asset, std::uint64_t bytes) {
                 return source.prefixHash(asset, bytes);
@@ -263,7 +276,8 @@ void SyncRun::Impl::takeOutcome(const AssetOutcome& outcome, const FolderAssets&
     if (const KnownFile* found = source.fileOf(*outcome.asset))
         file = library.state().fileWithSyncId(found->syncId);
     if (!outcome.reason.empty())
-        countFailure({source.nameOf(*outcome.asset), outcome.reason});
+        countFailure({source.nameOf(*outcome.asset), outcome.reason,
+                      outcome.noSpace ? ItemFailure::Kind::Space : ItemFailure::Kind::Transfer});
     if (file != nullptr && file->failure != outcome.reason) {
         file->failure = outcome.reason;
         file->changed = true;
@@ -274,6 +288,7 @@ void SyncRun::Impl::takeOutcome(const AssetOutcome& outcome, const FolderAssets&
     sent.delivered = outcome.success;
     if (outcome.success) {
         ++summary.sent;
+        deliveredPaths.insert(file->media.stamp.path);
         sent.content = outcome.fileHash;
         progress.transferred(summary.sent, summary.bytes);
     }
@@ -287,7 +302,10 @@ OptionalError SyncRun::Impl::finish() {
     DeviceState& known = deviceState();
     const ContentHash digest =
         summary.failed == 0 ? library.digest(options.withRecommendations) : ContentHash{};
-    if (plan.syncType != 0 || summary.sent != 0 || summary.failed != 0 || known.digest != digest) {
+    const bool hadFailures = !known.failed.empty();
+    rememberFailures(true);
+    if (plan.syncType != 0 || summary.sent != 0 || summary.failed != 0 || hadFailures ||
+        known.digest != digest) {
         known.digest = digest;
         if (auto error = library.store().save(library.state()))
             return error;

@@ -104,12 +104,22 @@ struct SentTrack {
     bool operator==(const SentTrack&) const = default;
 };
 
+// What the last sync with a device could not do.
+struct FailedItem {
+    std::string path;  // below the folder, raw bytes
+    std::string reason;
+    std::string nextStep;  // what helps, in plain words
+
+    bool operator==(const FailedItem&) const = default;
+};
+
 struct DeviceState {
     std::string libraryUid;
     std::string anchor;    // the last that this folder's host gave it; empty before the first
     ContentHash digest{};  // of the folder when it was last brought up to date
     std::unordered_map<std::int64_t, SentTrack> tracks;       // by sync id
     std::unordered_map<std::int64_t, ContentHash> playlists;  // fingerprints, by sync id
+    std::vector<FailedItem> failed;
 };
 
 struct FolderState {

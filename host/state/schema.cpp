@@ -47,6 +47,13 @@ CREATE TABLE sent_playlists (
     PRIMARY KEY (device, sync_id)) WITHOUT ROWID;
 )";
 
+constexpr const char* FailedItemsTable = R"(
+CREATE TABLE failed_items (
+    device INTEGER NOT NULL, place INTEGER NOT NULL,
+    path BLOB NOT NULL, reason TEXT NOT NULL, next_step TEXT NOT NULL,
+    PRIMARY KEY (device, place)) WITHOUT ROWID;
+)";
+
 }  // namespace
 
 bool migrateState(common::Database& database) {
@@ -58,6 +65,8 @@ bool migrateState(common::Database& database) {
     common::Transaction transaction(database, common::TransactionKind::Write);
     if (version < static_cast<int>(StateVersion::First))
         database.executeScript(FirstTables);
+    if (version < static_cast<int>(StateVersion::FailedItems))
+        database.executeScript(FailedItemsTable);
     database.executeScript("PRAGMA user_version = " +
                            std::to_string(static_cast<int>(StateVersion::Current)));
     transaction.commit();

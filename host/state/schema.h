@@ -13,7 +13,8 @@ namespace host {
 enum class StateVersion : int {
     Empty = 0,
     First = 1,
-    Current = First,
+    FailedItems = 2,
+    Current = FailedItems,
 };
 
 // Brings the tables to the current version in one transaction.

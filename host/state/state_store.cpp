@@ -93,6 +93,7 @@ struct StateStore::Impl {
     std::int64_t saveDeviceRow(const DeviceState& device);
     void saveSentTracks(std::int64_t row, const DeviceState& before, const DeviceState& device);
     void saveSentPlaylists(std::int64_t row, const DeviceState& before, const DeviceState& device);
+    void saveFailed(std::int64_t row, const DeviceState& device);
 };
 
 StateStore::StateStore() : _impl(std::make_unique<Impl>()) {}
@@ -284,6 +285,15 @@ void StateStore::Impl::loadDevices(FolderState& state) {
         if (device != byRow.end())
             device->second->playlists[playlists->int64(1)] = hashColumn(playlists, 2);
     }
+    common::Query failed = database->query(
+        "SELECT device, path, reason, next_step FROM failed_items ORDER BY device, place");
+    while (failed.step()) {
+        const auto device = byRow.find(failed->int64(0));
+        if (device != byRow.end())
+            device->second->failed.push_back({std::string(asText(failed->blob(1))),
+                                              std::string(failed->text(2)),
+                                              std::string(failed->text(3))});
+    }
 }
 
 platform::OptionalError StateStore::save(FolderState& state) {
@@ -352,6 +362,8 @@ platform::OptionalError StateStore::saveDevice(const FolderState& state,
         const std::int64_t row = _impl->saveDeviceRow(device);
         _impl->saveSentTracks(row, before, device);
         _impl->saveSentPlaylists(row, before, device);
+        if (before.failed != device.failed)
+            _impl->saveFailed(row, device);
         transaction.commit();
     } catch (const common::SqliteError& error) {
         return unusable(_impl->path, error.what());
@@ -403,6 +415,14 @@ void StateStore::Impl::saveSentPlaylists(std::int64_t row, const DeviceState& be
         database->execute("INSERT OR REPLACE INTO sent_playlists VALUES (?,?,?)", row, syncId,
                           asBlob(bytes));
     }
+}
+
+void StateStore::Impl::saveFailed(std::int64_t row, const DeviceState& device) {
+    database->execute("DELETE FROM failed_items WHERE device = ?", row);
+    std::int64_t place = 0;
+    for (const FailedItem& item : device.failed)
+        database->execute("INSERT INTO failed_items VALUES (?,?,?,?,?)", row, place++,
+                          asBlob(item.path), item.reason, item.nextStep);
 }
 
 }  // namespace host

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "common/sqlite/database.h"
+#include "host/state/failed_items.h"
 #include "host/state/schema.h"
 #include "tests/host_sync/folder_maker.h"
 #include "tests/support/temporary_directory.h"
@@ -61,6 +62,7 @@ TEST_F(State, AllOfItComesBack) {
         device.digest = {1, 2};
         device.tracks[11] = {{3, 4}, {5, 6}, {7, 8}, ContentHash{9, 10}, true, false};
         device.playlists[90] = {11, 12};
+        device.failed = {{"x\xff.mp3", "why not", "do this"}, {"b.m3u", "", ""}};
         state.anchorCounter = 9;
         ASSERT_FALSE(store.save(state));
         ASSERT_FALSE(store.saveDevice(state, device));
@@ -85,6 +87,31 @@ TEST_F(State, AllOfItComesBack) {
     EXPECT_EQ(device.tracks.at(11),
               (SentTrack{{3, 4}, {5, 6}, {7, 8}, ContentHash{9, 10}, true, false}));
     EXPECT_EQ(device.playlists.at(90), (ContentHash{11, 12}));
+    EXPECT_EQ(device.failed,
+              (std::vector<FailedItem>{{"x\xff.mp3", "why not", "do this"}, {"b.m3u", "", ""}}));
+}
+
+TEST_F(State, TellsOfADevicesFailuresThoseThatAreStillInTheFolder) {
+    const std::string folder = std::filesystem::canonical(directory.path()) / "music";
+    std::filesystem::create_directory(folder);
+    std::ofstream(folder + "/there.mp3") << "x";
+    {
+        StateStore store;
+        FolderState state;
+        IdentitySource ids(7);
+        ASSERT_FALSE(store.open(directory.path(), folder, state, ids));
+        DeviceState& device = state.devices["device"];
+        device.libraryUid = "device";
+        device.failed = {{"there.mp3", "why", "step"}, {"gone.mp3", "why", "step"}};
+        ASSERT_FALSE(store.saveDevice(state, device));
+    }
+    std::ofstream(directory.path() + "/other.sqlite") << "no database";
+    const std::vector<FolderFailures> failures = failuresOfDevice(directory.path(), "device");
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0].folder, folder);
+    EXPECT_EQ(failures[0].items, (std::vector<FailedItem>{{"there.mp3", "why", "step"}}));
+    EXPECT_TRUE(failuresOfDevice(directory.path(), "another").empty());
+    EXPECT_TRUE(failuresOfDevice("/nowhere", "device").empty());
 }
 
 TEST_F(State, WhatADeviceNoLongerHasIsForgottenOnDiskToo) {
