@@ -30,6 +30,7 @@
 #include "device/orlith/recovery.h"
 #include "device/orlith/server.h"
 #include "device/orlith/service_manager.h"
+#include "device/orlith/similar_service.h"
 #include "device/system/log_service.h"
 #include "link/address.h"
 #include "link/start_daemon.h"
@@ -187,10 +188,9 @@ void serve(Device& device, common::UniqueFd listener, const DaemonOptions& optio
     BackupService backup({*device.clients.client, parts.files, platform.library(),
                           platform.activities(), device.slot, log, service.calls(),
                           [&toStop] { toStop->stop(); }, device.restore});
+    SimilarService similar(platform.library(), log, service.calls());
     std::vector<grpc::Service*> services = mirroring.services();
-    services.push_back(&backup);
-    services.push_back(&service);
-    services.push_back(&owner);
+    services.insert(services.end(), {&service, &owner, &backup, &similar});
     Server server(services, service.calls(), log, std::move(listener));
     toStop = &server;
     link::reportStartup(options.startupReport, {});

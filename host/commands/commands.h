@@ -24,6 +24,11 @@ ExitCode runListPlaylists(const CommonOptions& common);
 // Its tracks, in order; named by id or name.
 ExitCode runListPlaylist(const CommonOptions& common, const std::string& playlist);
 ExitCode runStatus(const CommonOptions& common);
+struct SimilarOptions {
+    std::string track;
+    std::optional<std::uint32_t> count;  // else as many as the device's settings say
+};
+ExitCode runSimilar(const CommonOptions& common, const SimilarOptions& options);
 ExitCode runWatch(const CommonOptions& common);
 
 // ---- What a device's owner changes. Tracks and playlists are named by id or by title or name.

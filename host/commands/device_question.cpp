@@ -3,6 +3,7 @@
 #include "host/session/device_connection.h"
 #include "host/session/device_directory.h"
 #include "host/session/mirror_connection.h"
+#include "host/session/similar_connection.h"
 
 namespace host {
 
@@ -32,6 +33,11 @@ ExitCode askDevice(const std::string& deviceDirectory, const Output& output,
 ExitCode askMirror(const std::string& deviceDirectory, const Output& output,
                    const std::function<OptionalError(MirrorConnection&)>& question) {
     return ask<MirrorConnection>(deviceDirectory, output, question);
+}
+
+ExitCode askSimilar(const std::string& deviceDirectory, const Output& output,
+                    const std::function<OptionalError(SimilarConnection&)>& question) {
+    return ask<SimilarConnection>(deviceDirectory, output, question);
 }
 
 ExitCode askNewMirror(const std::string& deviceDirectory, const Output& output,

@@ -14,11 +14,14 @@ namespace host {
 
 class DeviceConnection;
 class MirrorConnection;
+class SimilarConnection;
 
 ExitCode askDevice(const std::string& deviceDirectory, const Output& output,
                    const std::function<platform::OptionalError(DeviceConnection&)>& question);
 ExitCode askMirror(const std::string& deviceDirectory, const Output& output,
                    const std::function<platform::OptionalError(MirrorConnection&)>& question);
+ExitCode askSimilar(const std::string& deviceDirectory, const Output& output,
+                    const std::function<platform::OptionalError(SimilarConnection&)>& question);
 
 // The device is made when it is missing.
 ExitCode askNewMirror(const std::string& deviceDirectory, const Output& output,

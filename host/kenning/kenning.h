@@ -11,13 +11,16 @@
 #include <string_view>
 #include <vector>
 
+#include "common/kenning/similarities.h"
 #include "host/scan/media_file.h"
 #include "platform/values.h"
 
 namespace host {
 
-inline constexpr std::size_t KenningMaximumSimilar = 25;
-inline constexpr std::int64_t KenningVersion = 1;
+using common::decodeKenningSimilarities;
+using common::KenningMaximumSimilar;
+using common::KenningSimilarity;
+using common::KenningVersion;
 
 // A track to describe. Ids are stable over runs: the global id of the host's state.
 struct KenningTrack {
@@ -38,13 +41,6 @@ struct KenningMetadata {
     bool operator==(const KenningMetadata&) const = default;
 };
 
-struct KenningSimilarity {
-    std::int64_t kenningId = 0;
-    std::uint16_t score = 0;  // 1 to 65535, larger is more alike
-
-    bool operator==(const KenningSimilarity&) const = default;
-};
-
 struct KenningRecord {
     std::int64_t kenningId = 0;
     platform::Data metadata;
@@ -63,8 +59,6 @@ std::vector<KenningRecord> makeKenningRecords(
     std::span<const KenningTrack> tracks, std::span<const std::vector<std::size_t>> playlists = {});
 
 std::optional<KenningMetadata> decodeKenningMetadata(std::span<const std::uint8_t> blob);
-std::optional<std::vector<KenningSimilarity>> decodeKenningSimilarities(
-    std::span<const std::uint8_t> blob);
 std::int64_t kenningChecksum(const platform::Data& metadata, const platform::Data& similarities);
 
 // The one configuration record: {"data", "default_num_results", "min_num_results", "version"}.

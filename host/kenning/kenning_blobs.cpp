@@ -18,7 +18,6 @@ constexpr std::uint32_t mark(const char (&text)[5]) {
            static_cast<std::uint32_t>(text[2]) << 16 | static_cast<std::uint32_t>(text[3]) << 24;
 }
 constexpr std::uint32_t MetadataMark = mark("KNMD");
-constexpr std::uint32_t SimilaritiesMark = mark("KNSM");
 constexpr std::uint32_t ConfigurationMark = mark("KNCF");
 
 constexpr std::size_t TextLimit = 4096;  // bytes
@@ -72,37 +71,6 @@ std::optional<KenningMetadata> decodeKenningMetadata(std::span<const std::uint8_
     metadata.album = in.text(TextLimit);
     metadata.genre = in.text(TextLimit);
     return in.complete() ? std::optional(std::move(metadata)) : std::nullopt;
-}
-
-platform::Data encodeKenningSimilarities(std::span<const KenningSimilarity> similarities) {
-    similarities = similarities.first(std::min(similarities.size(), KenningMaximumSimilar));
-    ByteWriter out = begin(SimilaritiesMark);
-    out.number(static_cast<std::uint16_t>(similarities.size()));
-    for (const KenningSimilarity& similarity : similarities) {
-        out.number(similarity.kenningId);
-        out.number(similarity.score);
-    }
-    return dataOf(out);
-}
-
-std::optional<std::vector<KenningSimilarity>> decodeKenningSimilarities(
-    std::span<const std::uint8_t> blob) {
-    ByteReader in(viewOf(blob));
-    if (!beginsWith(in, SimilaritiesMark))
-        return std::nullopt;
-    const auto count = in.number<std::uint16_t>();
-    if (count > KenningMaximumSimilar)
-        return std::nullopt;
-    std::vector<KenningSimilarity> similarities(count);
-    std::uint16_t previous = UINT16_MAX;
-    for (KenningSimilarity& similarity : similarities) {
-        similarity.kenningId = in.number<std::int64_t>();
-        similarity.score = in.number<std::uint16_t>();
-        if (similarity.score == 0 || similarity.score > previous)
-            return std::nullopt;
-        previous = similarity.score;
-    }
-    return in.complete() ? std::optional(std::move(similarities)) : std::nullopt;
 }
 
 std::int64_t kenningChecksum(const platform::Data& metadata, const platform::Data& similarities) {

@@ -4,14 +4,12 @@
 // Failure: none.
 #pragma once
 
-#include <span>
-
 #include "host/kenning/kenning.h"
 
 namespace host {
 
+using common::encodeKenningSimilarities;
+
 platform::Data encodeKenningMetadata(const KenningMetadata& metadata);
-// At most KenningMaximumSimilar, the most alike first.
-platform::Data encodeKenningSimilarities(std::span<const KenningSimilarity> similarities);
 
 }  // namespace host
