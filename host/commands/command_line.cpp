@@ -38,13 +38,13 @@ std::string failureText(const CLI::App* program, const CLI::Error& error) {
 
 }  // namespace
 
-int runCommandLine(int argumentCount, const char* const* arguments) {
-    CLI::App program("Syncs folders of media to devices, and devices with each other", "orlith");
+void declareProgram(CLI::App& program, CommandSet& commands) {
+    program.name("orlith");
+    program.description("Syncs folders of media to devices, and devices with each other");
     program.require_subcommand(1);
     program.footer(std::string(Examples) + exitCodeHelp());
     program.set_version_flag("--version", "orlith 0.1.0");
     program.failure_message(failureText);
-    CommandSet commands(program);
     addSyncCommands(commands);
     addDeviceCommands(commands);
     addEditCommands(commands);
@@ -52,6 +52,12 @@ int runCommandLine(int argumentCount, const char* const* arguments) {
     addChangeCommands(commands);
     addFetchCommands(commands);
     addBackupCommands(commands);
+}
+
+int runCommandLine(int argumentCount, const char* const* arguments) {
+    CLI::App program;
+    CommandSet commands(program);
+    declareProgram(program, commands);
     try {
         program.parse(argumentCount, arguments);
     } catch (const CLI::ParseError& error) {

@@ -45,6 +45,9 @@ private:
     Run _chosen;
 };
 
+// All of `orlith`.
+void declareProgram(CLI::App& program, CommandSet& commands);
+
 // The families, each in a file of its own.
 void addSyncCommands(CommandSet& commands);
 void addDeviceCommands(CommandSet& commands);
