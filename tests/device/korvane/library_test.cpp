@@ -199,12 +199,42 @@ TEST_F(LibraryCore, RowsThatGotLostAreMissed) {
 
 TEST_F(LibraryCore, AccountsAreKeptInADatabaseOfTheirOwn) {
     EXPECT_FALSE(library->accountCacheDatabase().vantorIDForDSID(5));
-    library->accounts().setVantorIDForDSID("name", 5);
-    library->accounts().setVantorIDForDSID("nobody", 0);
+    EXPECT_EQ(library->accounts().add({5, "name"}), std::nullopt);
     reopen();
     EXPECT_EQ(library->accountCacheDatabase().vantorIDForDSID(5), "name");
     EXPECT_FALSE(library->accountCacheDatabase().vantorIDForDSID(0));
     EXPECT_TRUE(files.fileExists(korvane::DefaultAccountDatabasePath));
+}
+
+TEST_F(LibraryCore, AccountsAreAddedListedAndRemoved) {
+    korvane::AccountCache& accounts = library->accounts();
+    EXPECT_EQ(accounts.add({7, "seven"}), std::nullopt);
+    EXPECT_EQ(accounts.add({5, "five"}), std::nullopt);
+    EXPECT_EQ(accounts.add({7, "another"}), std::nullopt);
+    const auto known = accounts.list();
+    ASSERT_EQ(known.size(), 2u);
+    EXPECT_EQ(known[0].account, 5);
+    EXPECT_EQ(known[1].name, "another");
+    EXPECT_EQ(accounts.remove(5), std::nullopt);
+    const auto error = accounts.remove(5);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, korvane::LibraryErrorNotFound);
+    EXPECT_EQ(error->text(), "there is no account 5");
+    EXPECT_EQ(accounts.list().size(), 1u);
+}
+
+TEST_F(LibraryCore, AnAccountWithoutANumberOrANameIsRefused) {
+    korvane::AccountCache& accounts = library->accounts();
+    for (const std::int64_t number : {std::int64_t{0}, std::int64_t{-1}, INT64_MIN}) {
+        const auto error = accounts.add({number, "name"});
+        ASSERT_TRUE(error) << number;
+        EXPECT_EQ(error->text(), "an account's number is 1 or more");
+        EXPECT_TRUE(accounts.remove(number));
+    }
+    for (const std::string& name :
+         {std::string(), std::string(257, 'x'), std::string("a\x01"), std::string("\xff")})
+        EXPECT_TRUE(accounts.add({5, name}));
+    EXPECT_TRUE(accounts.list().empty());
 }
 
 TEST_F(LibraryCore, ChangesAreToldToObservers) {
