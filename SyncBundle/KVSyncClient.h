@@ -2,8 +2,9 @@
 // daemon and the download manager, and holds the state that its operations share. The headings
 // below name the file that defines the operations under them.
 //
-// Threads: the daemon serialises the operations of a session; cancelSyncOperations, setDelegate,
-// getDataForAsset, the library's notifications and the download manager's calls come at any time.
+// Threads: the daemon serialises the operations of a session; cancelSyncOperations, the reports,
+// setDelegate, getDataForAsset, the library's notifications and the download manager's calls come
+// at any time.
 // Each variable says what protects it.
 // Exceptions: of its own those that the protocols name; those of the platform's services pass
 // through to the daemon.

@@ -1,8 +1,8 @@
 // Purpose: what the sync daemon (Orlith) gives a plug-in and asks of it: transfer records, the
 //   staging area, the host protocols and the change-sync delegate.
 // Calling thread: the daemon calls protocol operations on threads of its own, those of one session
-//   one after another, but cancelSyncOperations at any time; records may be used on any thread, one
-//   at a time.
+//   one after another, but cancelSyncOperations and the reports (paths to back up, metrics,
+//   accounts, disabled types) at any time; records may be used on any thread, one at a time.
 // Callback thread: progress callbacks run on the thread of the operation; a delegate may be called
 //   on any thread and must not block.
 // Ownership: records, the staging area and delegates are shared references.

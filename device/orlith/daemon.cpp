@@ -28,6 +28,7 @@
 #include "device/orlith/mirror/mirroring.h"
 #include "device/orlith/owner_service.h"
 #include "device/orlith/recovery.h"
+#include "device/orlith/reports_service.h"
 #include "device/orlith/server.h"
 #include "device/orlith/service_manager.h"
 #include "device/orlith/similar_service.h"
@@ -189,8 +190,13 @@ void serve(Device& device, common::UniqueFd listener, const DaemonOptions& optio
                           platform.activities(), device.slot, log, service.calls(),
                           [&toStop] { toStop->stop(); }, device.restore});
     SimilarService similar(platform.library(), log, service.calls());
+    ReportsService reports({{*device.clients.client, platform.library(), platform.libraryAccess(),
+                             platform.syncDaemon(), platform.operatingSystem().propertyLists()},
+                            device.slot,
+                            log,
+                            service.calls()});
     std::vector<grpc::Service*> services = mirroring.services();
-    services.insert(services.end(), {&service, &owner, &backup, &similar});
+    services.insert(services.end(), {&service, &owner, &backup, &similar, &reports});
     Server server(services, service.calls(), log, std::move(listener));
     toStop = &server;
     link::reportStartup(options.startupReport, {});

@@ -79,6 +79,10 @@ void EmbeddedLibrary::unregisterHostData() {
     _imports.unregisterHostDataFile();
 }
 
+platform::OptionalError EmbeddedLibrary::lastHostImportFailure() {
+    return _imports.lastHostImportFailure();
+}
+
 std::vector<SavedChanges> EmbeddedLibrary::savedChanges(std::uint32_t torvelID) {
     std::vector<SavedChanges> saved;
     if (std::string path = korvane::savedTracksPath(torvelID); _files.fileExists(path))

@@ -32,6 +32,7 @@ public:
     void adoptFoundPictures() override;
     void registerHostData(const std::string& devicePath) override;
     void unregisterHostData() override;
+    platform::OptionalError lastHostImportFailure() override;
     std::vector<SavedChanges> savedChanges(std::uint32_t torvelID) override;
     std::int64_t coveredRevision() override;
     std::vector<std::string> filesHeldByHostAlone() override;

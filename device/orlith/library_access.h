@@ -81,6 +81,8 @@ public:
     // What the host's data import reads, until it is unregistered.
     virtual void registerHostData(const std::string& devicePath) = 0;
     virtual void unregisterHostData() = 0;
+    // Why the last import of a host's data or metadata update failed; absent: it did not.
+    virtual platform::OptionalError lastHostImportFailure() = 0;
     // What the preparation with this session id saved, and the revision that it covers.
     virtual std::vector<SavedChanges> savedChanges(std::uint32_t torvelID) = 0;
     virtual std::int64_t coveredRevision() = 0;

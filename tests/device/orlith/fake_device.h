@@ -169,6 +169,7 @@ public:
         return saved;
     }
     std::int64_t coveredRevision() override { return 5; }
+    platform::OptionalError lastHostImportFailure() override { return std::nullopt; }
     std::vector<std::string> filesHeldByHostAlone() override;
     LibraryStatistics statistics() override { return {3, 2, 1, false}; }
     void forEachTrack(const std::function<bool(const TrackSummary&)>& callback) override;
