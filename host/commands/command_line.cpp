@@ -51,6 +51,7 @@ void declareProgram(CLI::App& program, CommandSet& commands) {
     addMirrorCommands(commands);
     addChangeCommands(commands);
     addFetchCommands(commands);
+    addReportCommands(commands);
     addBackupCommands(commands);
 }
 

@@ -32,4 +32,14 @@ CLI::App& CommandSet::addAction(CLI::App& command, const char* name, const char*
     return *action;
 }
 
+void addAssignments(CLI::App& command, std::vector<std::string>& assignments) {
+    command.add_option("FIELD=VALUE", assignments, "What to set; several may be given")
+        ->required()
+        ->check([](const std::string& text) {
+            return text.find('=') == std::string::npos || text.front() == '='
+                       ? "\"" + text + "\" is not FIELD=VALUE"
+                       : std::string();
+        });
+}
+
 }  // namespace host

@@ -45,6 +45,10 @@ private:
     Run _chosen;
 };
 
+inline constexpr char TrackHelp[] = "Its id, or its title when only one has it";
+// Fields of a track and their new values, one or more.
+void addAssignments(CLI::App& command, std::vector<std::string>& assignments);
+
 // All of `orlith`.
 void declareProgram(CLI::App& program, CommandSet& commands);
 
@@ -56,5 +60,6 @@ void addMirrorCommands(CommandSet& commands);
 void addChangeCommands(CommandSet& commands);
 void addFetchCommands(CommandSet& commands);
 void addBackupCommands(CommandSet& commands);
+void addReportCommands(CommandSet& commands);
 
 }  // namespace host

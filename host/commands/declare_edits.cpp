@@ -4,7 +4,6 @@ namespace host {
 
 namespace {
 
-constexpr char TrackHelp[] = "Its id, or its title when only one has it";
 constexpr char TracksHelp[] = "Ids, or titles that only one has";
 constexpr char PlaylistHelp[] = "Its id, or its name when only one has it";
 
@@ -118,13 +117,7 @@ void addEdit(CommandSet& commands) {
         {"edit", "Change what a device says of a track", EditExamples}, given->common,
         [given] { return runEdit(given->common, given->track, given->assignments); });
     edit.add_option("TRACK", given->track, TrackHelp)->required();
-    edit.add_option("FIELD=VALUE", given->assignments, "What to set; several may be given")
-        ->required()
-        ->check([](const std::string& text) {
-            return text.find('=') == std::string::npos || text.front() == '='
-                       ? "\"" + text + "\" is not FIELD=VALUE"
-                       : std::string();
-        });
+    addAssignments(edit, given->assignments);
 }
 
 void addDelete(CommandSet& commands) {

@@ -3,6 +3,7 @@
 #include "host/session/device_connection.h"
 #include "host/session/device_directory.h"
 #include "host/session/mirror_connection.h"
+#include "host/session/reports_connection.h"
 #include "host/session/similar_connection.h"
 
 namespace host {
@@ -38,6 +39,11 @@ ExitCode askMirror(const std::string& deviceDirectory, const Output& output,
 ExitCode askSimilar(const std::string& deviceDirectory, const Output& output,
                     const std::function<OptionalError(SimilarConnection&)>& question) {
     return ask<SimilarConnection>(deviceDirectory, output, question);
+}
+
+ExitCode askReports(const std::string& deviceDirectory, const Output& output,
+                    const std::function<OptionalError(ReportsConnection&)>& question) {
+    return ask<ReportsConnection>(deviceDirectory, output, question);
 }
 
 ExitCode askNewMirror(const std::string& deviceDirectory, const Output& output,

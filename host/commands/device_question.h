@@ -14,6 +14,7 @@ namespace host {
 
 class DeviceConnection;
 class MirrorConnection;
+class ReportsConnection;
 class SimilarConnection;
 
 ExitCode askDevice(const std::string& deviceDirectory, const Output& output,
@@ -22,6 +23,8 @@ ExitCode askMirror(const std::string& deviceDirectory, const Output& output,
                    const std::function<platform::OptionalError(MirrorConnection&)>& question);
 ExitCode askSimilar(const std::string& deviceDirectory, const Output& output,
                     const std::function<platform::OptionalError(SimilarConnection&)>& question);
+ExitCode askReports(const std::string& deviceDirectory, const Output& output,
+                    const std::function<platform::OptionalError(ReportsConnection&)>& question);
 
 // The device is made when it is missing.
 ExitCode askNewMirror(const std::string& deviceDirectory, const Output& output,

@@ -5,6 +5,7 @@
 #include "host/plan/scan_merge.h"
 #include "host/session/link_error.h"
 #include "host/session/sync_run_impl.h"
+#include "link/anchors.h"
 #include "link/orlith.pb.h"
 
 namespace host {
@@ -83,7 +84,8 @@ OptionalError SyncRun::Impl::askDevice() {
     orlith::link::StatusReply status;
     if (auto error = connection->status(status))
         return error;
-    device = {status.library_uid(), status.anchor(), status.free_bytes()};
+    device = {status.library_uid(), orlith::link::anchorOfSync(status.anchor()),
+              status.free_bytes()};
     summary.anchor = status.anchor();
     return learnDevice();
 }

@@ -15,6 +15,7 @@
 #include "host/session/link_error.h"
 #include "host/session/session_stream.h"
 #include "host/session/sync_run_impl.h"
+#include "link/anchors.h"
 
 namespace host {
 
@@ -98,7 +99,8 @@ OptionalError SyncRun::Impl::openSession() {
         return error;
     for (const std::string& notice : opened.notices)
         reporter.notice("the device reports: " + notice);
-    if (opened.libraryUid != device.libraryUid || opened.anchor != device.anchor)
+    if (opened.libraryUid != device.libraryUid ||
+        orlith::link::anchorOfSync(opened.anchor) != device.anchor)
         return platform::Error(SyncErrorDomain, SyncErrorDeviceChanged,
                                "the device was changed by someone else meanwhile; run it again");
     device.freeBytes = opened.freeBytes;

@@ -13,6 +13,7 @@
 #include "link/orlith.grpc.pb.h"
 #include "link/owner.grpc.pb.h"
 #include "link/peer.grpc.pb.h"
+#include "link/reports.grpc.pb.h"
 #include "tests/support/hand_off.h"
 #include "tests/support/temporary_directory.h"
 
@@ -22,7 +23,8 @@ namespace link = ::orlith::link;
 
 class FakeDaemon : private link::Device::Service,
                    private link::Mirror::Service,
-                   private link::Owner::Service {
+                   private link::Owner::Service,
+                   private link::Reports::Service {
 public:
     FakeDaemon() {
         const std::filesystem::path socket = link::socketPathOfDevice(directory.path());
@@ -32,6 +34,7 @@ public:
         builder.RegisterService(static_cast<link::Device::Service*>(this));
         builder.RegisterService(static_cast<link::Mirror::Service*>(this));
         builder.RegisterService(static_cast<link::Owner::Service*>(this));
+        builder.RegisterService(static_cast<link::Reports::Service*>(this));
         _server = builder.BuildAndStart();
     }
     ~FakeDaemon() override { _server->Shutdown(std::chrono::system_clock::now()); }
@@ -48,6 +51,15 @@ public:
     Answer<link::CancelDownloadRequest, link::CancelDownloadReply> onCancelDownload;
     Answer<link::CloudSignInRequest, link::CloudReply> onCloudSignIn;
     Answer<link::CloudSignOutRequest, link::CloudReply> onCloudSignOut;
+    Answer<link::ReportRequest, link::BackupPathsReply> onBackupPaths;
+    Answer<link::ReportRequest, link::MetricsReply> onMetrics;
+    Answer<link::ReportRequest, link::AccountNamesReply> onAccountNames;
+    Answer<link::ReportRequest, link::DisabledTypesReply> onDisabledTypes;
+    Answer<link::ReportRequest, link::ReportDone> onClear;
+    Answer<link::UpdateMetadataRequest, link::UpdateMetadataReply> onUpdate;
+    Answer<link::ReportRequest, link::AccountList> onListAccounts;
+    Answer<link::Account, link::ReportDone> onAddAccount;
+    Answer<link::Account, link::ReportDone> onRemoveAccount;
     Answer<link::RevisionRequest, link::RevisionReply> onRevision;
     Answer<link::ResetChangesRequest, link::ResetChangesReply> onResetChanges;
     Answer<std::vector<link::ChangeStream>, link::ImportReply> onImport;
@@ -76,6 +88,40 @@ private:
         return Status::OK;
     }
 
+    Status BackupPaths(Context*, const link::ReportRequest* request,
+                       link::BackupPathsReply* reply) override {
+        return answer(onBackupPaths, *request, *reply);
+    }
+    Status Metrics(Context*, const link::ReportRequest* request,
+                   link::MetricsReply* reply) override {
+        return answer(onMetrics, *request, *reply);
+    }
+    Status AccountNames(Context*, const link::ReportRequest* request,
+                        link::AccountNamesReply* reply) override {
+        return answer(onAccountNames, *request, *reply);
+    }
+    Status DisabledTypes(Context*, const link::ReportRequest* request,
+                         link::DisabledTypesReply* reply) override {
+        return answer(onDisabledTypes, *request, *reply);
+    }
+    Status ClearSyncData(Context*, const link::ReportRequest* request,
+                         link::ReportDone* reply) override {
+        return answer(onClear, *request, *reply);
+    }
+    Status UpdateMetadata(Context*, const link::UpdateMetadataRequest* request,
+                          link::UpdateMetadataReply* reply) override {
+        return answer(onUpdate, *request, *reply);
+    }
+    Status ListAccounts(Context*, const link::ReportRequest* request,
+                        link::AccountList* reply) override {
+        return answer(onListAccounts, *request, *reply);
+    }
+    Status AddAccount(Context*, const link::Account* request, link::ReportDone* reply) override {
+        return answer(onAddAccount, *request, *reply);
+    }
+    Status RemoveAccount(Context*, const link::Account* request, link::ReportDone* reply) override {
+        return answer(onRemoveAccount, *request, *reply);
+    }
     Status EditTrack(Context*, const link::EditTrackRequest* request,
                      link::EditReply* reply) override {
         return answer(onEditTrack, *request, *reply);
