@@ -7,6 +7,7 @@
 
 #include "device/orlith/batch_writer.h"
 #include "device/orlith/call_boundary.h"
+#include "device/orlith/disabled_kinds.h"
 #include "device/orlith/grpc_message_stream.h"
 #include "device/orlith/names.h"
 #include "device/orlith/row_messages.h"
@@ -53,6 +54,8 @@ grpc::Status DeviceService::Status(grpc::ServerContext*, const link::StatusReque
         for (std::string& notice : _services.notices.all())
             reply->add_notices(cleanUTF8(std::move(notice)));
         reply->set_process_id(::getpid());
+        for (std::string& kind : disabledKindsOf(_services.client))
+            reply->add_disabled_kinds(std::move(kind));
         const std::scoped_lock lock(_mutex);
         reply->set_last_result(cleanUTF8(_lastResult));
         return grpc::Status::OK;

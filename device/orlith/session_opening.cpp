@@ -6,6 +6,7 @@
 #include <random>
 
 #include "device/orlith/daemon_log.h"
+#include "device/orlith/disabled_kinds.h"
 #include "device/orlith/names.h"
 #include "device/orlith/recovery.h"
 #include "device/orlith/session.h"
@@ -71,6 +72,8 @@ void Session::open(const link::OpenSession& message) {
         opened.set_torvel_id(_torvelID);
         for (std::string& notice : _services.notices.take())
             opened.add_notices(cleanUTF8(std::move(notice)));
+        for (std::string& kind : disabledKindsOf(_services.client))
+            opened.add_disabled_kinds(std::move(kind));
         send(answer);
     });
 }

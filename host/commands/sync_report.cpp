@@ -58,6 +58,7 @@ nlohmann::ordered_json jsonOf(const SyncSummary& summary) {
             {"failed", summary.failed},
             {"bytes", summary.bytes},
             {"playlists", summary.playlists},
+            {"disabled", summary.disabled},
             {"anchor", summary.anchor}};
 }
 
@@ -82,6 +83,15 @@ void SyncReport::plan(const Plan& plan, const FolderState& state) {
             "{} of the device {} no longer in the folder and kept there "
             "(--delete removes them)",
             plural(plan.keptThoughMissing, "track"), plan.keptThoughMissing == 1 ? "is" : "are"));
+}
+
+void SyncReport::disabled(const std::vector<std::string>& kinds, std::size_t files) {
+    if (_output.isJson())
+        return _output.object({{"type", "disabled"}, {"kinds", kinds}, {"files", files}});
+    _progress.message(
+        fmt::format("not sent: {} of kinds that the device has disabled ({}), as its cloud library "
+                    "brings them; `orlith cloud sign-out` lets them come from here again",
+                    plural(files, "file"), fmt::join(kinds, ", ")));
 }
 
 void SyncReport::failure(const ItemFailure& failure) {

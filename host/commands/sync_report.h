@@ -18,6 +18,7 @@ public:
     SyncReport(const Output& output, Progress& progress) : _output(output), _progress(progress) {}
 
     void plan(const Plan& plan, const FolderState& state) override;
+    void disabled(const std::vector<std::string>& kinds, std::size_t files) override;
     void failure(const ItemFailure& failure) override;
     void deviceChange(const std::string& text) override;
     void notice(const std::string& text) override;

@@ -3,6 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <string_view>
+
+#include "platform/media_library_properties.h"
 
 namespace host {
 
@@ -72,6 +75,11 @@ private:
     }
 
     void planPresentFile(std::size_t place, const KnownFile& file, const SentTrack* sent) {
+        if (!_plan.complete && isDisabled(file.media.mediaType, _input.device.disabledKinds)) {
+            _plan.disabled += sent == nullptr || !sent->delivered;
+            _plan.unchanged += sent != nullptr && sent->delivered;
+            return;
+        }
         const TrackFingerprints now = trackFingerprints(file, _input.materials[place]);
         const auto size = static_cast<std::uint64_t>(file.media.stamp.size);
         if (sent == nullptr) {
@@ -227,6 +235,42 @@ private:
 
 std::size_t Plan::count(PlanStep::Action action) const {
     return static_cast<std::size_t>(std::ranges::count(steps, action, &PlanStep::action));
+}
+
+bool isDisabled(std::uint32_t mediaType, const std::vector<std::string>& disabledKinds) {
+    struct Kind {
+        std::uint32_t bit;
+        std::string_view name;
+    };
+    static constexpr Kind Kinds[] = {
+        {KV3MediaTypeMusic, "Music"},
+        {KV3MediaTypeMusicVideo, "MusicVideo"},
+        {KV3MediaTypeMovie, "Movie"},
+        {KV3MediaTypeTVEpisode, "TVEpisode"},
+        {KV3MediaTypePodcast, "Podcast"},
+        {KV3MediaTypeVideoPodcast, "VideoPodcast"},
+        {KV3MediaTypeAudiobook, "Audiobook"},
+        {KV3MediaTypeTesselU, "TesselU"},
+        {KV3MediaTypeTesselUVideo, "TesselUVideo"},
+        {KV3MediaTypeHomeVideo, "HomeVideo"},
+    };
+    return std::ranges::any_of(Kinds, [&](const Kind& kind) {
+        return kind.bit == mediaType &&
+               std::ranges::find(disabledKinds, kind.name) != disabledKinds.end();
+    });
+}
+
+std::size_t disabledFiles(const FolderState& state, const PlanDevice& device) {
+    const auto known = state.devices.find(device.libraryUid);
+    return static_cast<std::size_t>(std::ranges::count_if(state.files, [&](const KnownFile& file) {
+        if (file.presence != Presence::Present ||
+            !isDisabled(file.media.mediaType, device.disabledKinds))
+            return false;
+        if (known == state.devices.end())
+            return true;
+        const auto sent = known->second.tracks.find(file.syncId);
+        return sent == known->second.tracks.end() || !sent->second.delivered;
+    }));
 }
 
 Plan makePlan(const PlanInput& input) {

@@ -32,6 +32,8 @@ struct PlanDevice {
     std::string libraryUid;
     std::string anchor;
     std::uint64_t freeBytes = 0;
+    // Asset types ("Music", ...) that it wants no files of now: its cloud library brings them.
+    std::vector<std::string> disabledKinds = {};
 };
 
 struct PlanInput {
@@ -85,12 +87,20 @@ struct Plan {
     std::size_t recommendationUpdates = 0;  // tracks of which only recommendation data changed
     std::vector<std::size_t> withheld;      // places of files that an owner removed on a device
     std::size_t keptThoughMissing = 0;  // on the device, in the folder no more, not asked to remove
+    std::size_t disabled = 0;           // files of kinds that the device has disabled, not sent
     std::optional<PlanRefusal> refusal;
 
     std::size_t count(PlanStep::Action action) const;
 };
 
 Plan makePlan(const PlanInput& input);
+
+// Whether a device with these disabled kinds is to be sent no file of that media type. Nothing of
+// them is added, updated or sent; what is there stays, and goes only where --delete asks for it. A
+// reset names what is there and sends it again, since its files would be lost.
+bool isDisabled(std::uint32_t mediaType, const std::vector<std::string>& disabledKinds);
+// Files of disabled kinds that wait in the folder.
+std::size_t disabledFiles(const FolderState& state, const PlanDevice& device);
 
 // The bookkeeping once a device has imported a plan's records.
 void applyImportedPlan(const Plan& plan, const FolderState& state, DeviceState& device);

@@ -48,6 +48,7 @@ public:
 
     const std::string& folder() const { return _folder; }  // absolute, without symbolic links
     FolderState& state() { return _state; }
+    const FolderState& state() const { return _state; }
     StateStore& store() { return _store; }
     IdentitySource& ids() { return _ids; }
     const FolderMaterials& materials() const { return _materials; }

@@ -69,6 +69,7 @@ OptionalError SyncRun::Impl::run() {
         return error;
     if (options.dryRun) {
         reporter.plan(plan, library.state());
+        reportDisabled();
         reportFolderFailures();
     }
     if (plan.refusal)
@@ -84,8 +85,10 @@ OptionalError SyncRun::Impl::askDevice() {
     orlith::link::StatusReply status;
     if (auto error = connection->status(status))
         return error;
-    device = {status.library_uid(), orlith::link::anchorOfSync(status.anchor()),
-              status.free_bytes()};
+    device = {status.library_uid(),
+              orlith::link::anchorOfSync(status.anchor()),
+              status.free_bytes(),
+              {status.disabled_kinds().begin(), status.disabled_kinds().end()}};
     summary.anchor = status.anchor();
     return learnDevice();
 }
@@ -119,7 +122,24 @@ bool SyncRun::Impl::isUpToDate() {
         if (options.plan.sendRemoved && file.removedByOwner)
             return false;
     }
-    return known.digest == library.digest(options.withRecommendations);
+    return known.digest == digest();
+}
+
+// Of what the folder would tell this device.
+ContentHash SyncRun::Impl::digest() const {
+    const ContentHash folder = library.digest(options.withRecommendations);
+    if (device.disabledKinds.empty())
+        return folder;
+    std::string text = bytesOfContentHash(folder);
+    for (const std::string& kind : device.disabledKinds)
+        text += kind + "\n";
+    return contentHashOfText(text);
+}
+
+void SyncRun::Impl::reportDisabled() {
+    summary.disabled = plan.disabled;
+    if (plan.disabled > 0)
+        reporter.disabled(device.disabledKinds, plan.disabled);
 }
 
 OptionalError SyncRun::Impl::preparePlan() {
@@ -131,6 +151,7 @@ OptionalError SyncRun::Impl::preparePlan() {
                 ++plan.unchanged;
                 plan.keptThoughMissing += file.presence == Presence::Missing;
             }
+        plan.disabled = disabledFiles(library.state(), device);
         return std::nullopt;
     }
     library.readPlaylists();

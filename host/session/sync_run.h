@@ -38,6 +38,7 @@ struct SyncSummary {
     std::size_t failed = 0;
     std::uint64_t bytes = 0;  // of media files, sent
     std::size_t playlists = 0;
+    std::size_t disabled = 0;  // files of kinds that the device has disabled
     std::string anchor;
 };
 
@@ -54,6 +55,8 @@ class SyncReporter {
 public:
     virtual ~SyncReporter() = default;
     virtual void plan(const Plan& plan, const FolderState& state) = 0;
+    // The device has disabled these kinds; so many files of them are not sent.
+    virtual void disabled(const std::vector<std::string>& kinds, std::size_t files) = 0;
     virtual void failure(const ItemFailure& failure) = 0;
     // What the owner of the device changed there.
     virtual void deviceChange(const std::string& text) = 0;

@@ -70,11 +70,14 @@ struct SyncRun::Impl {
     platform::OptionalError sendHostData();
     platform::OptionalError recordImport(const std::string& storedAnchor);
     platform::OptionalError transfer();
+    bool isHeldBack(const OutstandingAsset& asset) const;
     platform::OptionalError receiveUploads(std::vector<OutstandingAsset>& assets);
     platform::OptionalError sendAssets(std::vector<OutstandingAsset>& assets);
     void takeOutcome(const AssetOutcome& outcome, const FolderAssets& source);
     platform::OptionalError finish();
     void reportFolderFailures();
+    void reportDisabled();
+    ContentHash digest() const;
     void countFailure(const ItemFailure& failure);
     void rememberFailures(bool isComplete);
     platform::OptionalError stopped();

@@ -104,8 +104,10 @@ OptionalError SyncRun::Impl::openSession() {
         return platform::Error(SyncErrorDomain, SyncErrorDeviceChanged,
                                "the device was changed by someone else meanwhile; run it again");
     device.freeBytes = opened.freeBytes;
+    const bool isAsPlanned = device.disabledKinds == opened.disabledKinds;
+    device.disabledKinds = opened.disabledKinds;
     takeOwnerChanges(opened);
-    if (!savedChanges)
+    if (!savedChanges && isAsPlanned)
         return std::nullopt;
     if (auto error = preparePlan())
         return error;
@@ -184,10 +186,20 @@ OptionalError SyncRun::Impl::transfer() {
         return error;
     if (auto error = receiveUploads(assets))
         return error;
-    std::erase_if(assets, [](const OutstandingAsset& asset) { return !asset.isDownload; });
+    std::erase_if(assets, [this](const OutstandingAsset& asset) {
+        return !asset.isDownload || isHeldBack(asset);
+    });
     if (assets.empty())
         return std::nullopt;
     return sendAssets(assets);
+}
+
+// The device lists what it lacks, whether or not its cloud library is to bring it now.
+bool SyncRun::Impl::isHeldBack(const OutstandingAsset& asset) const {
+    const KnownFile* file =
+        library.state().fileWithSyncId(std::strtoll(asset.identifier.c_str(), nullptr, 10));
+    return !plan.complete && file != nullptr &&
+           isDisabled(file->media.mediaType, device.disabledKinds);
 }
 
 OptionalError SyncRun::Impl::receiveUploads(std::vector<OutstandingAsset>& assets) {
@@ -301,14 +313,14 @@ OptionalError SyncRun::Impl::finish() {
     if (auto error = session->end(summary.failed == 0, summary.anchor))
         return error;
     reportFolderFailures();
+    reportDisabled();
     DeviceState& known = deviceState();
-    const ContentHash digest =
-        summary.failed == 0 ? library.digest(options.withRecommendations) : ContentHash{};
+    const ContentHash now = summary.failed == 0 ? digest() : ContentHash{};
     const bool hadFailures = !known.failed.empty();
     rememberFailures(true);
     if (plan.syncType != 0 || summary.sent != 0 || summary.failed != 0 || hadFailures ||
-        known.digest != digest) {
-        known.digest = digest;
+        known.digest != now) {
+        known.digest = now;
         if (auto error = library.store().save(library.state()))
             return error;
         if (auto error = library.store().saveDevice(library.state(), known))

@@ -95,6 +95,8 @@ OptionalError SyncSession::open(const SessionOpening& opening, OpenedSession& op
     opened.anchor = message.opened().anchor();
     opened.freeBytes = message.opened().free_bytes();
     opened.notices.assign(message.opened().notices().begin(), message.opened().notices().end());
+    opened.disabledKinds.assign(message.opened().disabled_kinds().begin(),
+                                message.opened().disabled_kinds().end());
     return _impl->receiveSaved(opened);
 }
 

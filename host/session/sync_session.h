@@ -36,6 +36,7 @@ struct OpenedSession {
     std::string anchor;
     std::uint64_t freeBytes = 0;
     std::vector<std::string> notices;
+    std::vector<std::string> disabledKinds;
     std::string savedMetadata;  // "QORX" streams, empty when nothing was saved
     std::string savedPlaylists;
 };

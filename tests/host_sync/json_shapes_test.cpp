@@ -23,7 +23,7 @@ TEST(JsonShapes, ASummaryHasAllItsNumbersAndTheAnchor) {
     summary.anchor = "h-4";
     EXPECT_EQ(jsonLine(jsonOf(summary)),
               R"({"type":"summary","sent":3,"unchanged":0,"removed":0,"uploaded":0,"failed":0,)"
-              R"("bytes":12345678901,"playlists":0,"anchor":"h-4"})"
+              R"("bytes":12345678901,"playlists":0,"disabled":0,"anchor":"h-4"})"
               "\n");
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "host/plan/folder_digest.h"
+#include "platform/media_library_properties.h"
 #include "tests/host_sync/folder_maker.h"
 
 namespace host {
@@ -100,6 +101,41 @@ TEST_F(Planner, NewContentsTravelAgain) {
     const Plan made = plan();
     EXPECT_EQ(made.count(Action::Update), 1u);
     EXPECT_EQ(made.bytesToSend, 1000u);
+}
+
+TEST_F(Planner, KindsThatTheDeviceHasDisabledAreLeftAsTheyAre) {
+    add(1, "there.mp3");
+    add(2, "changed.mp3");
+    add(3, "undelivered.mp3");
+    deviceHasAll();
+    state.files[1].media.tags.album = "New";
+    state.devices["device"].tracks[3].delivered = false;
+    add(4, "new.mp3");
+    add(5, "film.mp4");
+    for (KnownFile& file : state.files)
+        file.media.mediaType = KV3MediaTypeMusic;
+    state.files[4].media.mediaType = KV3MediaTypeMovie;
+    device.disabledKinds = {"Music", "MusicVideo"};
+    const Plan made = plan();
+    ASSERT_EQ(made.steps.size(), 1u);
+    EXPECT_EQ(made.steps[0].path, "film.mp4");
+    EXPECT_EQ(made.tracks.size(), 1u);
+    EXPECT_EQ(made.disabled, 2u);
+    EXPECT_EQ(disabledFiles(state, device), 2u);
+    EXPECT_EQ(made.unchanged, 2u);
+    EXPECT_TRUE(made.removedTracks.empty());
+    device.disabledKinds.clear();
+    EXPECT_EQ(plan().disabled, 0u);
+    EXPECT_EQ(plan().count(Action::Add), 3u);
+}
+
+TEST_F(Planner, AResetNamesWhatIsThereWhateverTheDeviceHasDisabled) {
+    add(1, "there.mp3");
+    state.files[0].media.mediaType = KV3MediaTypeMusic;
+    deviceHasAll();
+    options.reset = true;
+    device.disabledKinds = {"Music"};
+    EXPECT_EQ(plan().tracks.size(), 1u);
 }
 
 TEST_F(Planner, AnUndeliveredFileIsNamedAgain) {
