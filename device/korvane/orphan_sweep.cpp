@@ -1,7 +1,6 @@
 #include "device/korvane/orphan_sweep.h"
 
 #include <cstring>
-#include <unordered_map>
 #include <unordered_set>
 
 #include "common/sqlite/database.h"
@@ -31,12 +30,8 @@ using Folders = std::unordered_map<std::int64_t, Folder>;  // by base location
 
 Folders sweptFolders(common::Database& database) {
     Folders folders;
-    auto rows = database.query(
-        "SELECT base_location_id, path FROM base_location WHERE base_location_id BETWEEN ? AND ? "
-        "OR base_location_id = ?",
-        FirstMusicLocation, FirstStoreLocation - 1, PodcastsLocation);
-    while (rows.step())
-        folders[rows->int64(0)].path = MediaDirectory + std::string(rows->text(1)) + "/";
+    for (auto& [location, path] : foldersThatHostsFill(database))
+        folders[location].path = path;
     return folders;
 }
 
@@ -51,6 +46,17 @@ void forgetFilesOfTracks(common::Database& database, Folders& folders) {
 }
 
 }  // namespace
+
+std::unordered_map<std::int64_t, std::string> foldersThatHostsFill(common::Database& database) {
+    std::unordered_map<std::int64_t, std::string> folders;
+    auto rows = database.query(
+        "SELECT base_location_id, path FROM base_location WHERE base_location_id BETWEEN ? AND ? "
+        "OR base_location_id = ?",
+        FirstMusicLocation, FirstStoreLocation - 1, PodcastsLocation);
+    while (rows.step())
+        folders[rows->int64(0)] = MediaDirectory + std::string(rows->text(1)) + "/";
+    return folders;
+}
 
 bool OrphanSweep::run(const std::function<bool()>& mayGoOn) {
     return !isSafe() || (sweepMedia(mayGoOn) && sweepArtwork(mayGoOn));

@@ -5,14 +5,24 @@
 // Failure: a file that cannot be removed stays for the next sweep; database errors are logged.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
+#include <unordered_map>
 #include <vector>
+
+namespace common {
+class Database;
+}
 
 namespace korvane {
 
 class ActivityLock;
 class Library;
+
+// The folders that hosts fill, by base location: absolute device paths with a slash at their end.
+// Of other locations files are left alone.
+std::unordered_map<std::int64_t, std::string> foldersThatHostsFill(common::Database& database);
 
 class OrphanSweep {
 public:

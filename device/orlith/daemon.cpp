@@ -21,6 +21,7 @@
 #include "device/orlith/backup/restore_finish.h"
 #include "device/orlith/backup/restore_switch.h"
 #include "device/orlith/bundle.h"
+#include "device/orlith/check_service.h"
 #include "device/orlith/daemon_log.h"
 #include "device/orlith/device_lock.h"
 #include "device/orlith/device_service.h"
@@ -196,7 +197,10 @@ void serve(Device& device, common::UniqueFd listener, const DaemonOptions& optio
                             log,
                             service.calls()});
     std::vector<grpc::Service*> services = mirroring.services();
-    services.insert(services.end(), {&service, &owner, &backup, &similar, &reports});
+    CheckService check({platform.library(), platform.activities(), platform.libraryAccess(),
+                        platform.syncDaemon().stagehold(), device.notices, device.slot, log,
+                        service.calls(), [&toStop] { toStop->stop(); }});
+    services.insert(services.end(), {&service, &owner, &backup, &similar, &reports, &check});
     Server server(services, service.calls(), log, std::move(listener));
     toStop = &server;
     link::reportStartup(options.startupReport, {});

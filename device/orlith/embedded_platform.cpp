@@ -158,6 +158,9 @@ PXVArtworkService& EmbeddedPlatform::artworkService() {
 korvane::Library& EmbeddedPlatform::library() {
     return _services->framework->library();
 }
+korvane::ActivityLock& EmbeddedPlatform::activities() {
+    return _services->activities;
+}
 LibraryAccess& EmbeddedPlatform::libraryAccess() {
     return *_services->access;
 }

@@ -43,6 +43,7 @@ public:
     PXVArtworkService& artworkService() override;
 
     korvane::Library& library();
+    korvane::ActivityLock& activities();
     LibraryAccess& libraryAccess();
     PeerLibrary& peers();
     std::shared_ptr<VDDownloadManager> downloadManager();

@@ -28,6 +28,25 @@ Examples:
   orlith similar --device ~/player 123456789 --count 5 --json
 )";
 
+constexpr char CheckExamples[] = R"(
+Looks at the database, media files, pictures, the staging area, revisions, playlists, chapters and
+recommendation data, and says each thing that does not agree and what --repair does about it.
+
+A repair loses no track, rating or playlist. A track whose file is gone waits for it: the next sync or mirror
+brings it. Files and pictures that nobody owns go to var/mobile/Media/Set_Aside on the device, and a
+damaged database stays beside the new one, into which all that can still be read is carried; nothing of
+them is deleted.
+
+Examples:
+  orlith check --device ~/player
+  orlith check --device ~/player --repair
+)";
+
+struct CheckArguments {
+    CommonOptions common;
+    bool repairs = false;
+};
+
 struct SimilarArguments {
     CommonOptions common;
     SimilarOptions similar;
@@ -49,6 +68,17 @@ void addSimilar(CommandSet& commands) {
     similar.add_option("--count", given->similar.count, "So many at most")
         ->type_name("N")
         ->check(CLI::Range(1, 1000));
+}
+
+void addCheck(CommandSet& commands) {
+    const auto given = std::make_shared<CheckArguments>();
+    commands
+        .addOnDevice({"check",
+                      "Check that what a device holds agrees with itself",
+                      CheckExamples,
+                      {ExitCode::PartlyDone, ExitCode::Busy}},
+                     given->common, [given] { return runCheck(given->common, given->repairs); })
+        .add_flag("--repair", given->repairs, "Mend what can be mended");
 }
 
 }  // namespace
@@ -75,6 +105,7 @@ void addDeviceCommands(CommandSet& commands) {
     const auto status = std::make_shared<CommonOptions>();
     commands.addOnDevice({"status", "Show how a device is", StatusExamples}, *status,
                          [status] { return runStatus(*status); });
+    addCheck(commands);
 }
 
 }  // namespace host

@@ -1,5 +1,6 @@
 #include "host/commands/device_question.h"
 
+#include "host/session/check_connection.h"
 #include "host/session/device_connection.h"
 #include "host/session/device_directory.h"
 #include "host/session/mirror_connection.h"
@@ -34,6 +35,11 @@ ExitCode askDevice(const std::string& deviceDirectory, const Output& output,
 ExitCode askMirror(const std::string& deviceDirectory, const Output& output,
                    const std::function<OptionalError(MirrorConnection&)>& question) {
     return ask<MirrorConnection>(deviceDirectory, output, question);
+}
+
+ExitCode askCheck(const std::string& deviceDirectory, const Output& output,
+                  const std::function<OptionalError(CheckConnection&)>& question) {
+    return ask<CheckConnection>(deviceDirectory, output, question);
 }
 
 ExitCode askSimilar(const std::string& deviceDirectory, const Output& output,

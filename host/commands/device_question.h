@@ -12,6 +12,7 @@
 
 namespace host {
 
+class CheckConnection;
 class DeviceConnection;
 class MirrorConnection;
 class ReportsConnection;
@@ -21,6 +22,8 @@ ExitCode askDevice(const std::string& deviceDirectory, const Output& output,
                    const std::function<platform::OptionalError(DeviceConnection&)>& question);
 ExitCode askMirror(const std::string& deviceDirectory, const Output& output,
                    const std::function<platform::OptionalError(MirrorConnection&)>& question);
+ExitCode askCheck(const std::string& deviceDirectory, const Output& output,
+                  const std::function<platform::OptionalError(CheckConnection&)>& question);
 ExitCode askSimilar(const std::string& deviceDirectory, const Output& output,
                     const std::function<platform::OptionalError(SimilarConnection&)>& question);
 ExitCode askReports(const std::string& deviceDirectory, const Output& output,

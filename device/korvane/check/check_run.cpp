@@ -1,0 +1,36 @@
+#include "device/korvane/check/check_run.h"
+
+#include <fmt/format.h>
+
+#include "device/korvane/library.h"
+#include "device/korvane/schema.h"
+#include "device/system/rooted_file_system.h"
+#include "platform/media_library.h"
+
+namespace korvane {
+
+void checkLibrary(CheckRun& run) {
+    if (!checkDatabase(run))
+        return;
+    checkDatabasesAside(run);
+    checkFiles(run);
+    checkArtwork(run);
+    checkRecords(run);
+    checkRevisions(run);
+}
+
+bool setFileAside(Library& library, const std::string& path) {
+    device::RootedFileSystem& files = library.configuration().files;
+    const std::string_view media = MediaDirectory;
+    if (!path.starts_with(media))
+        return false;
+    std::string target = SetAsideDirectory + path.substr(media.size());
+    const std::string first = target;
+    for (int copy = 2; files.fileExists(target); ++copy)
+        target = fmt::format("{}.{}", first, copy);
+    if (files.createDirectory(target.substr(0, target.rfind('/'))) || files.moveItem(path, target))
+        return false;
+    return !files.syncDirectory(target.substr(0, target.rfind('/')));
+}
+
+}  // namespace korvane

@@ -1,0 +1,51 @@
+// Purpose: one check of a library: what it has found to disagree, and what it may do about it.
+// Calling thread: one; nothing else changes the library or its files meanwhile.
+// Failure: SqliteError from the library's database; a file that cannot be moved is not mended.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace korvane {
+
+class Library;
+
+enum class CheckArea { Database, File, Artwork, Staging, Revision, Playlist, Chapters, Kenning };
+
+// Plain words for people.
+struct Finding {
+    CheckArea area = CheckArea::Database;
+    std::string subject;  // a path or a title
+    std::string problem;
+    std::string remedy;  // what a repair does
+    bool isMended = false;
+};
+
+struct CheckRun {
+    Library& library;
+    bool repairs = false;
+    std::function<void(const Finding&)> report;
+    // Set when the rest can only be looked at once the library has been opened anew.
+    bool needsReopening = false;
+};
+
+// The checks, in the order in which they are made. The database first: whether the others may
+// believe it.
+bool checkDatabase(CheckRun& run);
+// What an earlier start set aside because it was damaged.
+void checkDatabasesAside(CheckRun& run);
+void checkFiles(CheckRun& run);
+void checkArtwork(CheckRun& run);
+void checkRecords(CheckRun& run);
+void checkRevisions(CheckRun& run);
+
+// All of them, as far as they make sense.
+void checkLibrary(CheckRun& run);
+
+// Where files go that nobody owns, below their old path; nothing of it is ever deleted here.
+inline constexpr char SetAsideDirectory[] = "/var/mobile/Media/Set_Aside/";
+// Moves a file of the media directory there. Whether it is there now.
+bool setFileAside(Library& library, const std::string& path);
+
+}  // namespace korvane
