@@ -142,8 +142,10 @@ int NotificationTable::Table::openFile(const std::string& path, UniqueFd& file) 
         file.reset(::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         int failed = 0;
         if (file) {
+            // Every page gets its place on the disk now: one that finds none while it is written to
+            // would end the process.
             if (isWhole(file.get()))
-                return 0;
+                return ::posix_fallocate(file.get(), 0, sizeof(Table));
             failed = replaceDamaged(file.get(), path);
         } else {
             failed = errno == ENOENT ? makeMissing(path) : errno;

@@ -177,6 +177,23 @@ TEST_F(NotificationTableTest, ADamagedOrForeignFileIsReplaced) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()), {}), 1);
 }
 
+TEST_F(NotificationTableTest, EveryPageHasItsPlaceOnTheDisk) {
+    open();
+    const auto bytesOnDisk = [&] {
+        struct stat status {};
+        EXPECT_EQ(::stat(path.c_str(), &status), 0);
+        return static_cast<std::uintmax_t>(status.st_blocks) * 512;
+    };
+    const auto size = std::filesystem::file_size(path);
+    EXPECT_GE(bytesOnDisk(), size);
+    // As a copy may be that leaves out what is zero.
+    std::filesystem::resize_file(path, 64);
+    std::filesystem::resize_file(path, size);
+    ASSERT_LT(bytesOnDisk(), size);
+    EXPECT_TRUE(open());
+    EXPECT_GE(bytesOnDisk(), size);
+}
+
 TEST_F(NotificationTableTest, ThoseWhoFindTheDamageTogetherShareTheNewFile) {
     for (int round = 0; round < 50; ++round) {
         std::ofstream(path) << "damaged";
