@@ -31,6 +31,8 @@ def buy(device, scratch, files, size):
           env=device.environment)
     for folder, _, names in os.walk(media):
         for name in names:
+            if not name.endswith(".mp3"):
+                continue
             device.lines("download", "file://" + os.path.join(folder, name).replace(" ", "%20"),
                          "--json")
     while device.lines("downloads", "--json")[:-1]:

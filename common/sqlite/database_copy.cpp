@@ -22,9 +22,8 @@ constexpr int BusyWait = 5000;  // milliseconds
 
 Connection open(const std::string& path, int flags) {
     sqlite3* raw = nullptr;
-    const int result = sqlite3_open_v2(path.c_str(), &raw,
-                                       flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE,
-                                       nullptr);
+    const int result = sqlite3_open_v2(
+        path.c_str(), &raw, flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
     Connection connection(raw);
     if (result != SQLITE_OK)
         throw SqliteError::ofConnection(raw, path);

@@ -191,6 +191,15 @@ LibraryCounts libraryCounts(Library& library) {
     return counts;
 }
 
+bool lacksFiles(Library& library) {
+    bool isMissing = false;
+    library.read("lacksFiles", [&](common::Database& database) {
+        isMissing = !tracksWithoutTheirFile(database, library.configuration().files).empty();
+        return true;
+    });
+    return isMissing;
+}
+
 std::vector<std::string> filesHeldByHostAlone(Library& library) {
     std::vector<std::string> paths;
     library.read("filesHeldByHostAlone", [&](common::Database& database) {

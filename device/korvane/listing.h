@@ -63,6 +63,9 @@ struct LibraryCounts {
 // Reads none of the tracks that have their file.
 LibraryCounts libraryCounts(Library& library);
 
+// Whether a file that the library knows of is not where it should be.
+bool lacksFiles(Library& library);
+
 // Paths of the files of tracks that only the host's data keeps in the library.
 std::vector<std::string> filesHeldByHostAlone(Library& library);
 

@@ -13,7 +13,7 @@ Examples:
   orlith mirror --from ~/player --to ~/spare         bring another device up to date from this one
 
 `orlith COMMAND --help` explains a command, with examples. A device is a directory; sync,
-mirror and import make it when it is missing. What the host remembers of it lies in
+mirror, import and restore make it when it is missing. What the host remembers of it lies in
 $XDG_STATE_HOME/orlith (~/.local/state/orlith).
 
 )";

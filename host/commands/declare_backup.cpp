@@ -20,7 +20,8 @@ run it again. Afterwards, `orlith sync` brings the files from the folder; tracks
 fetched by the device itself.
 
 Without --from, the device's directory came back by other means, without its media files: the library
-is told so, and every track that the next sync can bring leaves it until then.
+is told so. Tracks that were bought and podcasts wait for their files; all others leave the library
+until the next `orlith sync` brings them back, with their ratings, counts and places in playlists.
 
 Examples:
   orlith restore --device ~/player --from ~/player.backup
@@ -59,12 +60,10 @@ void addBackupCommands(CommandSet& commands) {
          RestoreExamples,
          {ExitCode::Busy, ExitCode::NoSpace, ExitCode::DeleteGuard, ExitCode::Interrupted}},
         restore->common, [restore] { return runRestore(restore->common, restore->options); });
-    CLI::Option* from =
-        command.add_option("--from", restore->options.from, "The backup")->type_name("FILE");
-    command
-        .add_flag("--replace", restore->options.replace,
-                  "Also in place of another device's library")
-        ->needs(from);
+    command.get_option("--device")->description("The device's directory; --from makes it");
+    command.add_option("--from", restore->options.from, "The backup")->type_name("FILE");
+    command.add_flag("--replace", restore->options.replace,
+                     "Also in place of another device's library, or where no file is missing");
 }
 
 }  // namespace host

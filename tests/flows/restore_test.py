@@ -5,7 +5,7 @@ import random
 import shutil
 import time
 
-from flow import BUSY, DONE, FAILURE, GUARD, NOT_FOUND, USAGE, Flow, collection, main
+from flow import BUSY, DONE, FAILURE, GUARD, NOT_FOUND, Flow, collection, main
 from store import DEADLINE, Store
 
 
@@ -250,13 +250,15 @@ class Restore(Flow):
         self.assertRefused(self.device.orlith("backup", "--output", self.backup), NOT_FOUND,
                            "no device")
         self.assertRefused(self.device.orlith("restore"), NOT_FOUND, "no device")
-        self.assertRefused(self.device.orlith("restore", "--replace"), USAGE, "--from")
         self.assertRefused(self.device.orlith("restore", "--from", self.backup), NOT_FOUND,
                            "player.backup")
         self.assertFalse(os.path.exists(self.device.root))
         self.fill()
         self.assertRefused(self.device.orlith("backup", "--output", self.scratch), FAILURE,
                            "directory")
+        before = self.device.state()
+        self.assertRefused(self.device.orlith("restore"), GUARD, "nothing to restore")
+        self.assertEqual(self.device.state(), before)
         self.assertRefused(self.device.orlith("backup", "--output", "/nowhere/at/all"), NOT_FOUND,
                            "/nowhere/at/all")
 

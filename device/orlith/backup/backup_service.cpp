@@ -120,7 +120,8 @@ OptionalError BackupService::restore(grpc::ServerReader<link::RestorePiece>& rea
     if (!reader.Read(&first) || !first.has_open())
         throw protocolError("a restore that does not say of what");
     const bool isEmpty = korvane::libraryCounts(_parts.library).tracks == 0;
-    RestoreReceipt receipt({_parts.files, isEmpty, first.open().replace(), now()});
+    const bool isWhole = !korvane::lacksFiles(_parts.library);
+    RestoreReceipt receipt({_parts.files, isEmpty, isWhole, first.open().replace(), now()});
     ReceivedBytes bytes(reader);
     OptionalError error =
         first.open().with_backup()

@@ -8,8 +8,9 @@
 namespace orlith {
 namespace {
 
-// In the list of downloads at a time.
+// In the list of downloads at a time; it is filled up when there are only few left.
 constexpr std::size_t MostPending = 100;
+constexpr std::size_t FewPending = 50;
 
 downloads::DownloadRequest requestOf(const korvane::LostFile& file) {
     downloads::DownloadRequest request;
@@ -49,14 +50,15 @@ void PurchaseFetcher::fill(bool withFailed) {
         if (!hasFailed || !withFailed)
             known.insert(status.libraryItem);
     }
+    if (!withFailed && pending > FewPending)
+        return;
     _mayBeMore = false;
     for (const korvane::LostFile& file : korvane::filesToFetchAgain(_library)) {
         if (known.contains(file.track))
             continue;
-        _mayBeMore = pending >= MostPending;
-        if (_mayBeMore)
+        _mayBeMore = true;
+        if (pending >= MostPending)
             break;
-        // One that is refused stays for the next start.
         if (_downloads.request(requestOf(file), nullptr))
             ++pending;
     }

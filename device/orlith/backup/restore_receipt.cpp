@@ -129,6 +129,11 @@ OptionalError RestoreReceipt::checkDatabase(const BackupFile& file, std::size_t 
 }
 
 OptionalError RestoreReceipt::acceptWhatIsThere() {
+    if (_target.isWhole && !_target.isEmpty && !_target.mayReplace)
+        return Error(
+            platform::POSIXErrorDomain, EEXIST,
+            "Every file of this device's library is there, so there is nothing to restore. "
+            "To have all of them sent again, say --replace.");
     OptionalError error = _area.begin();
     if (!error)
         error = _area.commit({"", asideName(), {}});

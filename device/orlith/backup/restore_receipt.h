@@ -19,7 +19,8 @@ namespace orlith {
 struct RestoreTarget {
     device::RootedFileSystem& files;  // outlives the receipt
     bool isEmpty = false;             // the device has no tracks
-    bool mayReplace = false;          // another device's library may take the place of its own
+    bool isWhole = false;             // the library has every file that it knows of
+    bool mayReplace = false;          // what the device has may be given up
     double now = 0;                   // seconds since 1970
 };
 
@@ -31,7 +32,7 @@ public:
     // backup that is damaged, EPROTONOSUPPORT for one of a newer version, EEXIST for one of another
     // device, ENOSPC, or what the source said.
     platform::OptionalError receive(BackupReader::Source source);
-    // The same for a library that lies in its place already.
+    // The same for a library that lies in its place already. EEXIST for one that lacks nothing.
     platform::OptionalError acceptWhatIsThere();
 
     // Of what was received.

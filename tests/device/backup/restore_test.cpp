@@ -74,7 +74,7 @@ protected:
         orlith::BackupHead head = test::headOf(contents);
         head.deviceID = deviceID;
         const std::string bytes = test::backupOf(head, contents);
-        orlith::RestoreReceipt receipt({files, isEmpty, mayReplace, 1'700'000'000});
+        orlith::RestoreReceipt receipt({files, isEmpty, false, mayReplace, 1'700'000'000});
         return receipt.receive(test::sourceOf(bytes));
     }
     void replaceInDatabase(const std::string& path, const std::string& script) {
@@ -229,7 +229,7 @@ TEST_F(Restore, AHeadThatSpeaksOfANewerVersionIsRefusedBeforeAnythingIsReceived)
     orlith::BackupHead head = test::headOf(contents);
     head.schemaVersion = 1000;
     const std::string bytes = test::backupOf(head, contents);
-    orlith::RestoreReceipt receipt({files, true, false, 0});
+    orlith::RestoreReceipt receipt({files, true, false, false, 0});
     EXPECT_EQ(receipt.receive(test::sourceOf(bytes))->code, EPROTONOSUPPORT);
     EXPECT_EQ(receipt.files(), 0u);
 }
@@ -279,7 +279,7 @@ TEST_F(Restore, ALibraryThatLiesInItsPlaceIsCopiedAndGoesOnAsAnother) {
     open();
     const std::string own = library->uid();
     library.reset();
-    orlith::RestoreReceipt receipt({files, false, false, 1'700'000'000});
+    orlith::RestoreReceipt receipt({files, false, false, false, 1'700'000'000});
     ASSERT_EQ(receipt.acceptWhatIsThere(), std::nullopt);
     ASSERT_EQ(orlith::switchToRestored(files), std::nullopt);
     common::Database old(files.realPath(asideDirectory() + "/MediaLibrary.sqlitedb"), {});
@@ -287,6 +287,15 @@ TEST_F(Restore, ALibraryThatLiesInItsPlaceIsCopiedAndGoesOnAsAnother) {
     open();
     EXPECT_EQ(number("SELECT count(*) FROM item"), 2);
     EXPECT_NE(library->uid(), own);
+}
+
+TEST_F(Restore, ALibraryThatLacksNothingIsLeftAloneUnlessAskedFor) {
+    makeOwnLibrary();
+    EXPECT_EQ(orlith::RestoreReceipt({files, false, true, false, 0}).acceptWhatIsThere()->code,
+              EEXIST);
+    EXPECT_THAT(everyFileBelow("/var/mobile/Media/Restore"), IsEmpty());
+    EXPECT_EQ(orlith::RestoreReceipt({files, false, true, true, 0}).acceptWhatIsThere(),
+              std::nullopt);
 }
 
 TEST_F(Restore, ADeviceKeepsTheIdentityThatItWasGiven) {
