@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "device/korvane/owner_edit.h"
 #include "device/korvane/smart_values.h"
 
@@ -328,61 +330,6 @@ std::string pointingAt(std::string_view text, const Mistake& mistake) {
     return fmt::format("{}\n  {}\n  {}^", mistake.text, line, arrow);
 }
 
-const char* operationWords(SmartOperation operation) {
-    switch (operation) {
-        case Equal:
-        case AnyBits:
-            return "is";
-        case NotEqual:
-        case NoBits:
-            return "is not";
-        case Greater:
-            return ">";
-        case GreaterOrEqual:
-            return ">=";
-        case Less:
-            return "<";
-        case LessOrEqual:
-            return "<=";
-        case Contains:
-            return "contains";
-        case DoesNotContain:
-            return "does not contain";
-        case BeginsWith:
-            return "begins with";
-        case EndsWith:
-            return "ends with";
-        case WithinLast:
-            return "in the last";
-        case NotWithinLast:
-            return "not in the last";
-    }
-    return "";
-}
-
-std::string quoted(const std::string& text) {
-    std::string out = "\"";
-    for (const char letter : text) {
-        if (letter == '"' || letter == '\\')
-            out += '\\';
-        out += letter;
-    }
-    return out + '"';
-}
-
-std::string textOfCondition(const SmartCondition& condition) {
-    const SmartFieldTerm& field = smartFieldTerm(condition.field);
-    const auto* text = std::get_if<std::string>(&condition.value);
-    std::string value;
-    if (text)
-        value = quoted(*text);
-    else if (isAgo(condition.operation))
-        value = textOfSmartSeconds(std::get<std::int64_t>(condition.value));
-    else
-        value = textOfSmartNumber(field.kind, std::get<std::int64_t>(condition.value));
-    return fmt::format("{} {} {}", field.name, operationWords(condition.operation), value);
-}
-
 }  // namespace
 
 std::optional<SmartRules> smartRulesOfText(std::string_view text, std::string_view limit,
@@ -403,30 +350,6 @@ std::optional<SmartRules> smartRulesOfText(std::string_view text, std::string_vi
         error = refusedEdit(pointingAt(current, mistake));
         return std::nullopt;
     }
-}
-
-std::string textOfSmartRules(const SmartRules& rules) {
-    if (rules.conditions.empty())
-        return "all";
-    std::string text;
-    for (const SmartCondition& condition : rules.conditions)
-        text += (text.empty()       ? ""
-                 : rules.matchesAny ? " or "
-                                    : " and ") +
-                textOfCondition(condition);
-    return text;
-}
-
-std::string textOfSmartLimit(const SmartRules& rules) {
-    if (rules.limit == 0)
-        return "";
-    const SmartFieldTerm& field = smartFieldTerm(rules.order);
-    const bool isUsual = rules.isDescending == (field.kind != SmartKind::Text);
-    return fmt::format("{} by {}{}", rules.limit,
-                       isUsual              ? ""
-                       : rules.isDescending ? "highest "
-                                            : "lowest ",
-                       field.name);
 }
 
 }  // namespace korvane

@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <nlohmann/json.hpp>
 
@@ -59,10 +59,15 @@ TEST(JsonShapes, APlaylistKeepsItsOrder) {
     row.add_tracks(2);
     row.add_tracks(1);
     row.add_tracks(2);
-    EXPECT_EQ(
-        jsonLine(jsonOf(row)),
-        R"({"type":"playlist","persistent_id":"0","name":"P","smart":false,"tracks":["2","1","2"]})"
-        "\n");
+    EXPECT_EQ(jsonLine(jsonOf(row)),
+              R"({"type":"playlist","persistent_id":"0","name":"P","smart":false,"rules":null,)"
+              R"("limit":null,"tracks":["2","1","2"]})"
+              "\n");
+    row.set_smart(true);
+    row.set_rules("all");
+    row.set_limit("2 by title");
+    EXPECT_THAT(jsonLine(jsonOf(row)),
+                testing::HasSubstr(R"("smart":true,"rules":"all","limit":"2 by title",)"));
 }
 
 TEST(ExitCodes, FollowTheKindOfError) {
