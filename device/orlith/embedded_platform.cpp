@@ -171,9 +171,6 @@ std::shared_ptr<VDDownloadManager> EmbeddedPlatform::downloadManager() {
     return _services->downloadManager;
 }
 
-korvane::ActivityLock& EmbeddedPlatform::activities() {
-    return _services->activities;
-}
 
 void EmbeddedPlatform::startBackgroundTasks() {
     _services->tasks->schedule();

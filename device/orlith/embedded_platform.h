@@ -47,7 +47,6 @@ public:
     LibraryAccess& libraryAccess();
     PeerLibrary& peers();
     std::shared_ptr<VDDownloadManager> downloadManager();
-    korvane::ActivityLock& activities();
 
     // Lets the library's background tasks run, when nobody holds them; for the first time once
     // recovery has put back what interrupted sessions left.
