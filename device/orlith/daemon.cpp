@@ -12,27 +12,20 @@
 #include <memory>
 #include <system_error>
 #include <thread>
-#include <vector>
 
 #include "common/unique_fd.h"
 #include "device/orlith/backup/backup_creation.h"
-#include "device/orlith/backup/backup_service.h"
 #include "device/orlith/backup/purchase_fetcher.h"
 #include "device/orlith/backup/restore_finish.h"
 #include "device/orlith/backup/restore_switch.h"
 #include "device/orlith/bundle.h"
-#include "device/orlith/check_service.h"
+#include "device/orlith/daemon_calls.h"
 #include "device/orlith/daemon_log.h"
 #include "device/orlith/device_lock.h"
-#include "device/orlith/device_service.h"
 #include "device/orlith/embedded_platform.h"
-#include "device/orlith/mirror/mirroring.h"
-#include "device/orlith/owner_service.h"
 #include "device/orlith/recovery.h"
-#include "device/orlith/reports_service.h"
 #include "device/orlith/server.h"
 #include "device/orlith/service_manager.h"
-#include "device/orlith/similar_service.h"
 #include "device/system/log_service.h"
 #include "link/address.h"
 #include "link/start_daemon.h"
@@ -179,29 +172,10 @@ SessionServices servicesOf(Device& device, platform::LogService& log) {
 void serve(Device& device, common::UniqueFd listener, const DaemonOptions& options,
            const common::UniqueFd& signals, platform::LogService& log) {
     Server* toStop = nullptr;
-    const SessionServices parts = servicesOf(device, log);
-    DeviceService service(parts, [&toStop] { toStop->stop(); });
-    Mirroring mirroring(parts, device.clients, device.platform->peers(),
-                        device.platform->downloadManager(),
-                        fs::path(options.root).filename().string(), service.calls());
     EmbeddedPlatform& platform = *device.platform;
-    OwnerService owner({platform.library(), platform.storeDownloads(), platform.cloud(), log,
-                        service.calls(), [&platform] { platform.startBackgroundTasks(); }});
-    BackupService backup({*device.clients.client, parts.files, platform.library(),
-                          platform.activities(), device.slot, log, service.calls(),
-                          [&toStop] { toStop->stop(); }, device.restore});
-    SimilarService similar(platform.library(), log, service.calls());
-    ReportsService reports({{*device.clients.client, platform.library(), platform.libraryAccess(),
-                             platform.syncDaemon(), platform.operatingSystem().propertyLists()},
-                            device.slot,
-                            log,
-                            service.calls()});
-    std::vector<grpc::Service*> services = mirroring.services();
-    CheckService check({platform.library(), platform.activities(), platform.libraryAccess(),
-                        platform.syncDaemon().stagehold(), device.notices, device.slot, log,
-                        service.calls(), [&toStop] { toStop->stop(); }});
-    services.insert(services.end(), {&service, &owner, &backup, &similar, &reports, &check});
-    Server server(services, service.calls(), log, std::move(listener));
+    DaemonCalls calls(servicesOf(device, log), device.clients, platform, device.restore,
+                      fs::path(options.root).filename().string(), [&toStop] { toStop->stop(); });
+    Server server(calls.services(), calls.counter(), log, std::move(listener));
     toStop = &server;
     link::reportStartup(options.startupReport, {});
     tellReady("serving " + options.root);
@@ -213,7 +187,7 @@ void serve(Device& device, common::UniqueFd listener, const DaemonOptions& optio
             ending == Server::Ending::Idle ? "leaving: nobody calls" : "leaving: asked to");
     tellStopping();
     releaseSignals(signals);
-    mirroring.stop();
+    calls.stop();
     // A host that does not read keeps whoever tells it waiting, until the server cuts it off.
     std::thread telling([&device] { device.slot.stop("the device's daemon is stopping"); });
     server.shutDown(StopGrace);
