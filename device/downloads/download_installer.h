@@ -41,7 +41,8 @@ class DownloadInstaller {
 public:
     virtual ~DownloadInstaller() = default;
     // The library's item: found by its store item, else made, without a file. Absent with an error
-    // in plain words; EEXIST when the item's file is on the device already.
+    // in plain words; EEXIST when the item's file is on the device already, ESRCH when it is the
+    // library's own number that was given and there is no such item (any more).
     virtual std::optional<PreparedItem> prepare(const DownloadItem& item,
                                                 platform::OptionalError* error) = 0;
     // Moves the file at `stagedPath` (an absolute device path; on the disk in full) to its place

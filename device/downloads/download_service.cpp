@@ -76,6 +76,18 @@ DownloadRecord recordOf(const DownloadRequest& request, const PreparedItem& prep
     return record;
 }
 
+DownloadRequest requestOf(const DownloadRecord& record) {
+    const DownloadItem item = itemOf(record);
+    DownloadRequest request;
+    request.url = item.source;
+    request.title = item.title;
+    request.storeItem = item.storeItem;
+    request.storeAccount = item.storeAccount;
+    request.isTemporary = item.isTemporary;
+    request.kind = item.kind;
+    return request;
+}
+
 DownloadStatus statusOf(const DownloadRecord& record) {
     const DownloadItem item = itemOf(record);
     DownloadStatus status;
@@ -164,6 +176,18 @@ std::int64_t DownloadService::merge(const DownloadRecord& record, const Download
         _engine.add(number);
     }
     return number;
+}
+
+void DownloadService::renewItems() {
+    for (const DownloadRecord& record : _list->all()) {
+        OptionalError error;
+        const bool isThere = _installer.prepare(itemOf(record), &error).has_value();
+        if (isThere || !error || error->domain != platform::POSIXErrorDomain ||
+            error->code != ESRCH)
+            continue;
+        cancel(record.persistentIdentifier);
+        request(requestOf(record), nullptr);
+    }
 }
 
 bool DownloadService::isBusy() const {

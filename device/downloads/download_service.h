@@ -58,6 +58,9 @@ public:
     // when the file is on the device already.
     std::optional<std::int64_t> request(const DownloadRequest& request,
                                         platform::OptionalError* error);
+    // A restore has taken entries out of the library that were made for downloads: those begin
+    // anew, with an entry of their own.
+    void renewItems();
     // Whether something is under way, or waits to be.
     bool isBusy() const;
     // Oldest first, those that failed too.

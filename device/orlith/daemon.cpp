@@ -128,6 +128,8 @@ void finishRestoring(Device& device, platform::LogService& log) {
     if (device.restore && device.restore->error) {
         device.notices.add("The restore is not finished: " + device.restore->error->text());
         logLine(log, LogLevel::Error, "restore", device.restore->error->text());
+    } else if (device.restore) {
+        platform.storeDownloads().renewItems();
     }
     device.purchases = std::make_shared<PurchaseFetcher>(
         platform.library(), platform.storeDownloads(),

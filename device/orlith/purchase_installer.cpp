@@ -52,6 +52,11 @@ bool isRefusal(const Error& error) {
            error.code == korvane::LibraryErrorRefused;
 }
 
+bool isMissing(const Error& error) {
+    return error.domain == korvane::LibraryErrorDomain &&
+           error.code == korvane::LibraryErrorNotFound;
+}
+
 }  // namespace
 
 std::optional<downloads::PreparedItem> PurchaseInstaller::prepare(
@@ -69,6 +74,8 @@ std::optional<downloads::PreparedItem> PurchaseInstaller::prepare(
     if (track && track->hasFile)
         problem = Error(platform::POSIXErrorDomain, EEXIST,
                         fmt::format("\"{}\" is on the device already.", purchase.title));
+    if (problem && isMissing(*problem))
+        problem = Error(platform::POSIXErrorDomain, ESRCH, problem->text());
     if (problem && error)
         *error = problem;
     if (problem)

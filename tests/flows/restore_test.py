@@ -129,6 +129,21 @@ class Restore(Flow):
         self.wait_for_files()
         self.assertEqual(self.device.state(), before)
 
+    def test_what_was_still_coming_comes_after_the_restore(self):
+        self.fill()
+        self.store.gate = len(self.talk) // 2
+        self.store.open.clear()
+        self.store.files["late.mp3"] = self.talk
+        self.device.lines("download", self.store.url("late.mp3"), "--title", "Late", "--json")
+        self.back_up()
+        self.lose()
+        self.store.open.set()
+        self.restore()
+        self.sync()
+        self.wait_for_files()
+        self.assertIn("Late", self.titles())
+        self.assertEqual(self.device.lines("downloads", "--json")[:-1], [])
+
     def test_a_restore_twice_is_one(self):
         self.fill()
         before = self.device.state()

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <random>
 
@@ -18,6 +19,11 @@ constexpr std::int64_t ItemOffset = 5000;
 
 std::optional<downloads::PreparedItem> PlainInstaller::prepare(const downloads::DownloadItem& item,
                                                                platform::OptionalError* error) {
+    const std::lock_guard lock(_mutex);
+    if (std::ranges::find(_gone, item.libraryItem) != _gone.end()) {
+        *error = platform::Error(platform::POSIXErrorDomain, ESRCH, "It has left the library.");
+        return std::nullopt;
+    }
     if (!_files.fileExists(pathOf(item.storeItem)))
         return downloads::PreparedItem{item.storeItem + ItemOffset, true};
     *error = platform::Error(platform::POSIXErrorDomain, EEXIST, "It is on the device already.");
@@ -66,6 +72,11 @@ std::optional<std::vector<downloads::FileClass>> PlainInstaller::settleFiles(
                           : name.ends_with(".none") ? downloads::FileClass::Unowned
                                                     : downloads::FileClass::Fetchable);
     return classes;
+}
+
+void PlainInstaller::setGone(std::vector<std::int64_t> gone) {
+    const std::lock_guard lock(_mutex);
+    _gone = std::move(gone);
 }
 
 void PlainInstaller::setWaiting(std::vector<std::int64_t> waiting) {

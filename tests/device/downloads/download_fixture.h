@@ -36,6 +36,8 @@ public:
     // By extension: ".own" belongs in a backup, ".none" to nobody.
     std::optional<std::vector<downloads::FileClass>> settleFiles(
         const std::vector<std::string>& names, platform::OptionalError* error) override;
+    // Nobody knows these library items any more.
+    void setGone(std::vector<std::int64_t> gone);
     void setWaiting(std::vector<std::int64_t> waiting);
     std::size_t timesSettled();
     // The library cannot be asked from now on.
@@ -58,6 +60,7 @@ private:
     std::vector<std::int64_t> _abandoned;
     std::vector<platform::Error> _errors;
     bool _isHeld = false;
+    std::vector<std::int64_t> _gone;
     std::vector<std::int64_t> _waiting;
     std::size_t _timesSettled = 0;
     bool _hasLibrary = true;

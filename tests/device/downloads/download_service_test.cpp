@@ -384,4 +384,25 @@ TEST_F(DownloadService, ADownloadOfANewItemThatIsGoneStaysToBeSeen) {
     EXPECT_THAT(service->list(), SizeIs(1));
 }
 
+TEST_F(DownloadService, OneWhoseEntryARestoreTookAwayBeginsAnew) {
+    start();
+    server.setHandler([&](const test::HttpRequest& request) {
+        auto reply = test::serveFile(request, song, "\"1\"");
+        reply.sends = 1000;
+        reply.stalls = true;
+        return reply;
+    });
+    const std::int64_t lost = request(server.url("/1.mp3"), 1);
+    const std::int64_t kept = request(server.url("/2.mp3"), 2);
+    ASSERT_TRUE(waitForBytes(lost, 1000));
+    installer.setGone({5001});
+    server.setHandler(
+        [&](const test::HttpRequest& request) { return test::serveFile(request, song, "\"1\""); });
+    service->renewItems();
+    EXPECT_EQ(status(lost).number, 0);
+    EXPECT_EQ(status(kept).number, kept);
+    ASSERT_TRUE(waitFor([&] { return !installedContent(1).empty(); }));
+    EXPECT_EQ(installedContent(1), song);
+}
+
 }  // namespace

@@ -160,6 +160,15 @@ TEST_F(PurchaseInstaller, ARestoreWhoseSourceIsGoneLeavesTheLibrary) {
     EXPECT_EQ(number("SELECT count(*) FROM item"), 0);
 }
 
+TEST_F(PurchaseInstaller, ATrackThatIsNoLongerThereIsNotMadeAgain) {
+    DownloadItem item = song();
+    item.libraryItem = 4711;
+    platform::OptionalError error;
+    EXPECT_FALSE(installer.prepare(item, &error));
+    EXPECT_EQ(error->code, ESRCH);
+    EXPECT_EQ(number("SELECT count(*) FROM item"), 0);
+}
+
 // From the request to the track that plays, over HTTP.
 TEST_F(PurchaseInstaller, ADownloadEndsAsATrackOfTheLibrary) {
     const std::string content = "fLaC" + std::string(99'996, 'x');
