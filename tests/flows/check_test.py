@@ -214,21 +214,21 @@ class Databases(Check):
         self.assertIn(["Lid", "Boil", "Lid"], [items for _, items in lists])
 
     def test_an_index_that_disagrees_is_built_anew(self):
-        self.sql()
-        with sqlite3.connect(self.device.real(DATABASE)) as connection:
-            page = connection.execute("SELECT rootpage FROM sqlite_master WHERE name = "
-                                      "'item_extra_global_id'").fetchone()[0]
-        with open(self.device.real(DATABASE), "r+b") as file:
-            # One entry fewer in the page's header.
-            file.seek((page - 1) * 4096 + 3)
-            count = int.from_bytes(file.read(2), "big")
-            file.seek((page - 1) * 4096 + 3)
-            file.write((count - 1).to_bytes(2, "big"))
-        found = self.check(expect=PARTLY)
-        self.assertIn("database", {f["area"] for f in found})
-        self.check("--repair")
-        self.assertEqual(self.check(), [])
-        self.sync()
+        self.device.stop_daemon()
+        path = self.device.real(DATABASE)
+        where = "FROM sqlite_master WHERE name = 'item_unplaced'"
+        # A track changes while the database does not know its index.
+        with sqlite3.connect(path) as connection:
+            index = connection.execute("SELECT * " + where).fetchone()
+            connection.execute("PRAGMA writable_schema = ON")
+            connection.execute("DELETE " + where)
+        with sqlite3.connect(path) as connection:
+            connection.execute("UPDATE item SET album_order = 0 WHERE item_id = 1")
+            connection.execute("PRAGMA writable_schema = ON")
+            connection.execute("INSERT INTO sqlite_master VALUES (?, ?, ?, ?, ?)", index)
+        found = self.assertMends("database")
+        self.assertIn("an index disagrees with its table", found[0]["problem"])
+        self.assertEqual(glob.glob(path + ".damaged-*") + glob.glob(path + ".carried-*"), [])
         self.assertEqual(self.held(), self.before)
 
 
@@ -263,6 +263,18 @@ class Records(Check):
         self.assertMends("kenning", 2)
         self.sync()
         self.assertEqual(self.device.orlith("similar", "Boil", "--count", "3").returncode, DONE)
+
+    def test_a_damaged_table_of_chapters_goes_and_comes_again(self):
+        def chapters():
+            return sum(t["chapters"] for t in self.tracks())
+        known = chapters()
+        self.assertGreater(known, 0)
+        self.sql("UPDATE item_extra SET chapter_data = x'00' WHERE chapter_data IS NOT NULL")
+        self.assertMends("chapters", also=("artwork",))
+        self.assertEqual(chapters(), 0)
+        self.sync("--reset")
+        self.assertEqual(chapters(), known)
+        self.assertEqual(self.check(), [])
 
     def test_a_device_that_is_busy_is_not_checked(self):
         self.make(150, size=200_000)

@@ -69,9 +69,9 @@ private:
         if (!attributes || !attributes->isRegularFile) {
             _lost.push_back(track.trackPID);
             lacksItsFile(track);
-            return report(track.title, fmt::format("its file {} is gone", track.path),
-                          "the track waits for its file, which the next sync or mirror brings",
-                          true);
+            return report(
+                track.title, fmt::format("its file {} is gone", track.path),
+                "the track waits for its file, which a sync, a mirror or a download brings", true);
         }
         if (track.size == 0 || static_cast<std::int64_t>(attributes->size) == track.size)
             return;

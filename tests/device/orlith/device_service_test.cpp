@@ -28,6 +28,17 @@ TEST_F(DeviceQuestions, StatusTellsTheLibraryAndTheSession) {
     EXPECT_NE(reply.session_owner().find("kitchen-pc"), std::string::npos);
 }
 
+TEST_F(DeviceQuestions, HostsAreToldWhichKindsTheDeviceHasDisabled) {
+    Host host(*stub);
+    EXPECT_EQ(host.open().opened().disabled_kinds_size(), 0);
+    device.client.disabled = {"MusicVideo", "Music"};
+    link::StatusReply reply;
+    ASSERT_TRUE(stub->Status(&context, link::StatusRequest(), &reply).ok());
+    ASSERT_EQ(reply.disabled_kinds_size(), 2);
+    EXPECT_EQ(reply.disabled_kinds(0), "Music");
+    EXPECT_EQ(reply.disabled_kinds(1), "MusicVideo");
+}
+
 TEST_F(DeviceQuestions, TracksComeInBatchesAndAlwaysAsValidText) {
     for (int i = 1; i <= 5000; ++i)
         addTrack(i);

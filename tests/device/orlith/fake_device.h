@@ -131,7 +131,10 @@ public:
     void assetInstallFailed(const std::shared_ptr<ORAsset>& asset,
                             const platform::OptionalError& error) override;
     void assetTransferEndedWithSuccess(bool success) override;
+    std::optional<std::set<std::string>> disabledAssetTypes() override { return disabled; }
     void _processKenningConfigPlist(const platform::Value& plist) override;
+
+    std::optional<std::set<std::string>> disabled;  // set before the session
 
 private:
     void record(const std::string& call);
