@@ -214,6 +214,22 @@ class Restore(Flow):
         self.assertEqual(other.shared_state(), before)
         self.assertEqualDevices(self.device, other)
 
+    def test_a_restored_companion_is_filled_by_the_next_mirror(self):
+        self.fill()
+        other = self.another("other")
+        self.mirror(self.device, other)
+        other.lines("rate", "Title 00001", "1", "--json")
+        before = other.shared_state()
+        other.lines("backup", "--output", self.backup, "--json")
+        other.kill_daemon()
+        shutil.rmtree(other.root)
+        self.restore(device=other)
+        self.mirror(self.device, other)
+        self.assertEqual(other.shared_state(), before)
+        self.mirror(other, self.device)
+        self.mirror(self.device, other)
+        self.assertEqualDevices(self.device, other)
+
     def test_a_directory_that_came_back_by_other_means_is_reconciled(self):
         self.fill()
         before, uid = self.device.state(), self.uid()

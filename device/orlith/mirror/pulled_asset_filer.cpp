@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "device/orlith/asset.h"
+#include "device/orlith/asset_filer.h"
 #include "device/orlith/mirror/chapter_pictures.h"
 #include "device/orlith/session_error.h"
 
@@ -89,8 +90,43 @@ OptionalError PulledAssetFiler::fileTrack(PulledAsset& pulled) {
             _services.device.files.renameReplacing(pulled.file->path(), delivered))
         return error;
     pulled.wanted.asset->setPath(delivered);
+    const bool isKnown = trackOf(pulled)->existsInLibrary();
     _services.assets.assetSyncDidCompleteWithError(pulled.wanted.asset, std::nullopt);
-    return readBackTrack(pulled, name);
+    return isKnown ? readBackTrack(pulled, name) : recordRestore(pulled, name);
+}
+
+// A track that waits for a restore may have no sync id: the plug-in has moved its file to the
+// folder of the identifier, and found no track for it.
+OptionalError PulledAssetFiler::recordRestore(const PulledAsset& pulled, const std::string& name) {
+    device::RootedFileSystem& files = _services.device.files;
+    const std::string moved =
+        MediaDirectory + destinationDirectory(pulled.wanted.syncID, {}) + "/" + name;
+    const std::string purchases = std::string(MediaDirectory) + "Purchases";
+    const std::string path = purchases + "/" + name;
+    Leftovers leftovers(files);
+    leftovers.add(moved);
+    MediaLibraryFramework& framework = _services.device.mediaLibrary;
+    const std::shared_ptr<KV3Korvane> library = framework.sharedLibrary();
+    const std::shared_ptr<KV3Track> track =
+        framework.trackWithPersistentID(pulled.wanted.syncID, library);
+    if (!pulled.wanted.asset->isRestore() || !track->existsInLibrary())
+        return Error(platform::POSIXErrorDomain, ENOENT, "the library has no such track any more");
+    if (OptionalError error = files.createDirectory(purchases))
+        return error;
+    if (OptionalError error = files.renameReplacing(moved, path))
+        return error;
+    if (OptionalError error = files.syncDirectory(purchases))
+        return error;
+    const bool isRecorded =
+        library->performDatabaseTransactionWithBlock([&](KV3DatabaseConnection&) {
+            return track->populateLocationPropertiesWithPath(path) &&
+                   track->setValue(false, KV3TrackPropertyNeedsRestore);
+        });
+    if (isRecorded)
+        return std::nullopt;
+    files.unlink(path);
+    return Error(platform::POSIXErrorDomain, EIO,
+                 "the library did not record where the restored file lies");
 }
 
 OptionalError PulledAssetFiler::readBackTrack(const PulledAsset& pulled, const std::string& name) {

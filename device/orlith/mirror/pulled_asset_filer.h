@@ -51,6 +51,7 @@ private:
     platform::OptionalError stageChapters(PulledAsset& pulled, KV3Track& track,
                                           std::vector<std::string>& staged);
     platform::OptionalError readBackTrack(const PulledAsset& pulled, const std::string& name);
+    platform::OptionalError recordRestore(const PulledAsset& pulled, const std::string& name);
     std::shared_ptr<KV3Track> trackOf(const PulledAsset& pulled);
 
     const MirrorServices& _services;
