@@ -12,10 +12,18 @@ namespace {
 // Bounds the memory of a caller that makes up its statements.
 constexpr std::size_t MaximumCachedStatements = 256;
 
+// What a savepoint or a statement keeps to be undone goes into a file beyond this. The engine's own
+// 64 KiB is less than what one change of a track touches, with all its indexes. What is kept by
+// then is written in one piece, and the engine writes less than 128 KiB at once: more than that
+// fails.
+constexpr int UndoBytesInMemory = 120 * 1024;
+
 // Nobody reads the engine's memory statistics, and keeping them takes a lock of the whole process
 // for every allocation. Has no effect when something else has started the engine already.
-void startEngineWithoutStatistics() {
-    [[maybe_unused]] static const int result = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+void configureEngine() {
+    [[maybe_unused]] static const int result =
+        sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0) |
+        sqlite3_config(SQLITE_CONFIG_STMTJRNL_SPILL, UndoBytesInMemory);
 }
 }  // namespace
 
@@ -24,7 +32,7 @@ void Database::Close::operator()(sqlite3* connection) const noexcept {
 }
 
 Database::Database(const std::string& path, const DatabaseOptions& options) : _path(path) {
-    startEngineWithoutStatistics();
+    configureEngine();
     sqlite3* raw = nullptr;
     // Callers keep to one thread at a time, so the engine's own locks are not needed.
     const int flags =

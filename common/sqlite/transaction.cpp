@@ -33,7 +33,7 @@ void Transaction::commit() {
 
 // The name may repeat: the innermost savepoint of a name is meant.
 Savepoint::Savepoint(Database& database) : _database(database) {
-    _database.executeScript("SAVEPOINT part");
+    _database.execute("SAVEPOINT part");
 }
 
 Savepoint::~Savepoint() {
@@ -42,7 +42,7 @@ Savepoint::~Savepoint() {
 }
 
 void Savepoint::commit() {
-    _database.executeScript("RELEASE part");
+    _database.execute("RELEASE part");
     _open = false;
 }
 

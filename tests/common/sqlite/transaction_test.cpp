@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "common/sqlite/database.h"
+#include "tests/support/temporary_directory.h"
 
 namespace {
 
@@ -62,6 +63,28 @@ TEST_F(SqliteTransaction, AnUndoneOuterSavepointTakesTheInnerOneWithIt) {
     }
     transaction.commit();
     EXPECT_EQ(sum(), 0);
+}
+
+TEST(SqliteSavepoint, UndoesMoreThanIsKeptInMemory) {
+    const test::TemporaryDirectory directory;
+    Database database(directory / "database", {});
+    database.executeScript(
+        "CREATE TABLE t (a INTEGER PRIMARY KEY, b); INSERT INTO t SELECT value, zeroblob(1000) "
+        "FROM (WITH RECURSIVE n (value) AS (SELECT 1 UNION ALL SELECT value + 1 FROM n WHERE value "
+        "< 5000) SELECT value FROM n)");
+    Transaction transaction(database, TransactionKind::Write);
+    {
+        Savepoint undone(database);
+        EXPECT_EQ(database.execute("UPDATE t SET b = a"), 5000);
+    }
+    EXPECT_EQ(database.int64("SELECT count(*) FROM t WHERE b = zeroblob(1000)"), 5000);
+    for (int again = 0; again < 2; ++again) {
+        Savepoint kept(database);
+        EXPECT_EQ(database.execute("UPDATE t SET b = a + ?", again), 5000);
+        kept.commit();
+    }
+    transaction.commit();
+    EXPECT_EQ(database.int64("SELECT count(*) FROM t WHERE b = a + 1"), 5000);
 }
 
 }  // namespace
