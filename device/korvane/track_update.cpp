@@ -20,23 +20,23 @@ bool meansNone(const TrackColumn& column, const Value& value) {
     return isID && !value.isString() && value.int64Value() == 0;
 }
 
-// What a column keeps of a value.
-Value storedValue(const TrackColumn& column, const Value& value) {
-    if (meansNone(column, value))
-        return {};
-    switch (column.type) {
-        case ColumnType::Integer:
-            return value.int64Value();
-        case ColumnType::NullableInteger:
-            return value.isNull() ? Value() : Value(value.int64Value());
-        case ColumnType::Text:
-            return value.isNull() ? Value("") : Value(value.description());
-        case ColumnType::NullableText:
-            return value.isNull() ? Value() : Value(value.description());
-        case ColumnType::Blob:
-            return value.isData() ? value : Value();
-    }
-    return {};
+// What a column keeps of a value; the value lives until the statement has run.
+void bindStored(common::Statement& statement, int parameter, const TrackColumn& column,
+                const Value& value) {
+    using enum ColumnType;
+    const bool isAbsent = value.isNull() || meansNone(column, value);
+    if (isAbsent && column.type == Integer)
+        statement.bind(parameter, 0);
+    else if (isAbsent && column.type == Text)
+        statement.bind(parameter, "");
+    else if (isAbsent || (column.type == Blob && !value.isData()))
+        statement.bind(parameter, nullptr);
+    else if (column.type == Integer || column.type == NullableInteger)
+        statement.bind(parameter, value.int64Value());
+    else if (value.isString() || column.type == Blob)
+        statement.bind(parameter, value, common::BindLifetime::Borrowed);
+    else
+        statement.bind(parameter, value.description());
 }
 
 void setRating(common::Database& database, std::int64_t itemID, const Value& value,
@@ -93,8 +93,7 @@ void TrackUpdate::run(common::Database& database, std::int64_t itemID,
         statement->bind(1, itemID);
         int parameter = 1;
         for (const std::size_t place : part.places)
-            statement->bind(++parameter,
-                            storedValue(trackColumn(_properties[place]), values[place]));
+            bindStored(*statement, ++parameter, trackColumn(_properties[place]), values[place]);
         statement.run();
     }
     if (_rating)
