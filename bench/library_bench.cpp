@@ -30,10 +30,13 @@ int main(int argc, char** argv) {
             bench::registerImports(tracks);
             bench::registerOutstandingLists(tracks);
             bench::registerGathering(tracks);
+            bench::registerMetrics(tracks);
             bench::registerFiling(tracks);
             bench::registerExports(tracks);
             bench::registerImportsOfChanges(tracks);
         }
+    if (Sizes[1] <= largest)
+        bench::registerRestoreMarking(Sizes[1]);
     if (Sizes[2] <= largest) {
         bench::registerImportGrowth(Sizes[1], Sizes[2]);
         bench::registerOutstandingGrowth(Sizes[1], Sizes[2]);
