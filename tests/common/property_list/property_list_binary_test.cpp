@@ -182,9 +182,9 @@ TEST(PropertyListBinary, SharedObjectsCannotMultiply) {
         objects.push_back(
             {0xa2, static_cast<std::uint8_t>(level + 1), static_cast<std::uint8_t>(level + 1)});
     objects.push_back({0x09});
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = test::processorTime();
     EXPECT_EQ(refusal(document(objects)), PropertyListErrorCode::LimitExceeded);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, test::timeLimit(std::chrono::seconds(5)));
+    EXPECT_LT(test::processorTime() - start, test::timeLimit(std::chrono::seconds(5)));
 }
 
 TEST(PropertyListBinary, SharedTextCannotMultiply) {
@@ -217,10 +217,9 @@ TEST(PropertyListBinary, AMillionLevelsAreRefusedAtOnce) {
         deep.objects.push_back(std::move(object));
     }
     const Data bytes = deep.bytes();
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = test::processorTime();
     EXPECT_EQ(refusal(bytes), PropertyListErrorCode::LimitExceeded);
-    EXPECT_LT(std::chrono::steady_clock::now() - start,
-              test::timeLimit(std::chrono::milliseconds(50)));
+    EXPECT_LT(test::processorTime() - start, test::timeLimit(std::chrono::milliseconds(50)));
 }
 
 TEST(PropertyListBinary, ATruncatedDocumentIsRefusedWhereverItEnds) {

@@ -115,10 +115,9 @@ TEST(PropertyListXml, NestingHasALimit) {
 
 TEST(PropertyListXml, AMillionLevelsAreRefusedAtOnce) {
     const std::string document = "<plist>" + repeated("<array>", 1'000'000);
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = test::processorTime();
     EXPECT_EQ(refusal(document), PropertyListErrorCode::LimitExceeded);
-    EXPECT_LT(std::chrono::steady_clock::now() - start,
-              test::timeLimit(std::chrono::milliseconds(50)));
+    EXPECT_LT(test::processorTime() - start, test::timeLimit(std::chrono::milliseconds(50)));
 }
 
 TEST(PropertyListXml, TooManyValuesAreRefused) {
@@ -138,12 +137,12 @@ TEST(PropertyListXml, ALargeDocumentIsReadInPieces) {
     for (int i = 0; i < 5; ++i)
         texts.push_back(std::string(700'001, static_cast<char>('a' + i)) + "\xc3\xa4 & ");
     EXPECT_EQ(*parse(written(texts)), Value(texts));
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = test::processorTime();
     EXPECT_EQ(refusal("<plist><!--" + std::string(60u << 20, '-')),
               PropertyListErrorCode::Malformed);
     EXPECT_EQ(refusal("<plist><string a=\"" + std::string(60u << 20, 'x')),
               PropertyListErrorCode::Malformed);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, test::timeLimit(std::chrono::seconds(10)));
+    EXPECT_LT(test::processorTime() - start, test::timeLimit(std::chrono::seconds(10)));
 }
 
 TEST(PropertyListXml, TextSurvivesTheMarkupAroundIt) {
