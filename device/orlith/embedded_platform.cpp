@@ -171,7 +171,6 @@ std::shared_ptr<VDDownloadManager> EmbeddedPlatform::downloadManager() {
     return _services->downloadManager;
 }
 
-
 void EmbeddedPlatform::startBackgroundTasks() {
     _services->tasks->schedule();
 }
