@@ -158,8 +158,8 @@ OptionalError finish(const std::string& device, const link::RestoreReply& sent,
     return error;
 }
 
-void showRestore(const link::RestoreReply& sent, const link::LastRestoreReply& outcome,
-                 const Output& output) {
+void showRestore(const std::string& device, const link::RestoreReply& sent,
+                 const link::LastRestoreReply& outcome, const Output& output) {
     if (output.isJson())
         return output.object({{"type", "summary"},
                               {"files", sent.files()},
@@ -185,8 +185,8 @@ void showRestore(const link::RestoreReply& sent, const link::LastRestoreReply& o
                                 plural(outcome.removed() + outcome.waiting() - outcome.fetched(),
                                        "track comes back", "tracks come back")));
     if (!sent.was_empty())
-        output.line(
-            fmt::format("the library as it was is kept in {}", displayText(outcome.kept())));
+        output.line(fmt::format("the library as it was is kept in {}",
+                                displayText(device + outcome.kept())));
 }
 
 }  // namespace
@@ -241,7 +241,7 @@ ExitCode runRestore(const CommonOptions& common, const RestoreOptions& options) 
         error = finish(common.deviceDirectory, sent, outcome);
     if (error)
         return outcomeOf(error, output);
-    showRestore(sent, outcome, output);
+    showRestore(common.deviceDirectory, sent, outcome, output);
     return ExitCode::Done;
 }
 
