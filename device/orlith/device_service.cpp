@@ -124,9 +124,7 @@ grpc::Status DeviceService::Stop(grpc::ServerContext*, const link::StopRequest*,
 }
 
 void DeviceService::fillEdit(const EditOutcome& outcome, link::EditReply& reply) {
-    reply.set_success(!outcome.error);
-    if (outcome.error)
-        fillFailure(*outcome.error, *reply.mutable_failure());
+    fillOutcome(outcome.error, reply);
     reply.set_title(cleanUTF8(outcome.title));
     reply.set_revision(_services.library.revision());
 }

@@ -15,13 +15,6 @@ namespace {
 
 using platform::OptionalError;
 
-template <typename Reply>
-void fillOutcome(const OptionalError& error, Reply& reply) {
-    reply.set_success(!error);
-    if (error)
-        fillFailure(*error, *reply.mutable_failure());
-}
-
 // Makes an edit of the track that is named.
 void editTrack(korvane::Library& library, const std::string& track, link::EditReply& reply,
                const std::function<OptionalError(std::int64_t trackPID)>& edit) {

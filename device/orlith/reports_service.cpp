@@ -13,13 +13,6 @@ namespace {
 
 using platform::OptionalError;
 
-template <typename Reply>
-void fillOutcome(const OptionalError& error, Reply& reply) {
-    reply.set_success(!error);
-    if (error)
-        fillFailure(*error, *reply.mutable_failure());
-}
-
 std::optional<std::uint64_t> sizeIn(const platform::Value& metrics, std::string_view key) {
     const platform::Value& value = metrics[key];
     return value.isNull() ? std::nullopt : std::optional(value.unsignedValue());

@@ -58,4 +58,12 @@ inline void fillFailure(const platform::Error& error, link::Failure& failure) {
     failure.set_text(cleanUTF8(error.text().empty() ? error.description() : error.text()));
 }
 
+// For replies that have `success` and `failure`.
+template <typename Reply>
+void fillOutcome(const platform::OptionalError& error, Reply& reply) {
+    reply.set_success(!error);
+    if (error)
+        fillFailure(*error, *reply.mutable_failure());
+}
+
 }  // namespace orlith

@@ -20,9 +20,7 @@ grpc::Status SimilarService::Find(grpc::ServerContext*, const link::SimilarReque
                 _library, track->persistentID,
                 request->has_count() ? std::optional(request->count()) : std::nullopt, answer);
         }
-        reply->set_success(!error);
-        if (error)
-            fillFailure(*error, *reply->mutable_failure());
+        fillOutcome(error, *reply);
         reply->set_available(static_cast<std::uint32_t>(answer.available));
         reply->set_minimum(static_cast<std::uint32_t>(answer.minimum));
         for (const korvane::SimilarTrack& track : answer.tracks) {

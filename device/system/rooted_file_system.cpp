@@ -78,25 +78,31 @@ std::optional<std::vector<std::string>> RootedFileSystem::contentsOfDirectory(
 
 std::vector<std::string> RootedFileSystem::subpathsOfDirectory(const std::string& path) {
     std::vector<std::string> subpaths;
+    walk(path, [&](int, const std::string& relativePath, const DirectoryEntry&) {
+        subpaths.push_back(relativePath);
+    });
+    return subpaths;
+}
+
+void RootedFileSystem::walk(const std::string& path, const WalkBlock& block) const {
     std::vector<std::string> pending{""};
     while (!pending.empty()) {
-        const std::string relative = std::move(pending.back());
+        const std::string folder = std::move(pending.back());
         pending.pop_back();
         common::UniqueFd directory;
         std::vector<DirectoryEntry> entries;
-        // Only the first may be a link; one that took a directory's place since is not followed.
-        const int noFollow = relative.empty() ? 0 : O_NOFOLLOW;
-        if (_root.open(path + relative, O_RDONLY | O_DIRECTORY | noFollow, 0, directory) ||
-            readDirectory(std::move(directory), entries))
+        // One that took a directory's place since is not followed.
+        const int noFollow = folder.empty() ? 0 : O_NOFOLLOW;
+        if (_root.open(path + folder, O_RDONLY | O_DIRECTORY | noFollow, 0, directory) ||
+            readDirectory(common::UniqueFd(::fcntl(directory.get(), F_DUPFD_CLOEXEC, 0)), entries))
             continue;
         for (const DirectoryEntry& entry : entries) {
-            std::string child = relative + "/" + entry.name;
-            subpaths.push_back(child.substr(1));
+            std::string child = folder + "/" + entry.name;
+            block(directory.get(), child.substr(1), entry);
             if (entry.isDirectory)
                 pending.push_back(std::move(child));
         }
     }
-    return subpaths;
 }
 
 bool RootedFileSystem::fileExists(const std::string& path) {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -19,6 +20,8 @@
 #include "platform/operating_system.h"
 
 namespace device {
+
+struct DirectoryEntry;
 
 class RootedFileSystem final : public platform::FileSystem {
 public:
@@ -82,6 +85,12 @@ public:
     std::string realPath(const std::string& devicePath) const;
 
 private:
+    // Everything below a directory, each entry once, a directory before what it holds: an open
+    // descriptor of where it lies, and its path from the first directory. Links are not followed,
+    // but for the first.
+    using WalkBlock = std::function<void(int directory, const std::string& relativePath,
+                                         const DirectoryEntry& entry)>;
+    void walk(const std::string& path, const WalkBlock& block) const;
     int placeBoth(const std::string& from, const std::string& to, RootDirectory::Place& source,
                   RootDirectory::Place& target) const;
 

@@ -46,23 +46,9 @@ std::uint64_t RootedFileSystem::blockSize(const std::string& path) {
 
 std::uint64_t RootedFileSystem::diskUsage(const std::string& path) {
     Usage usage;
-    std::vector<std::string> pending{""};
-    while (!pending.empty()) {
-        const std::string relative = std::move(pending.back());
-        pending.pop_back();
-        common::UniqueFd directory;
-        std::vector<DirectoryEntry> entries;
-        // Only the first may be a link; one that took a directory's place since is not followed.
-        const int noFollow = relative.empty() ? 0 : O_NOFOLLOW;
-        if (_root.open(path + relative, O_RDONLY | O_DIRECTORY | noFollow, 0, directory) ||
-            readDirectory(common::UniqueFd(::fcntl(directory.get(), F_DUPFD_CLOEXEC, 0)), entries))
-            continue;
-        for (const DirectoryEntry& entry : entries) {
-            usage.add(directory.get(), entry);
-            if (entry.isDirectory)
-                pending.push_back(relative + "/" + entry.name);
-        }
-    }
+    walk(path, [&](int directory, const std::string&, const DirectoryEntry& entry) {
+        usage.add(directory, entry);
+    });
     return usage.bytes();
 }
 

@@ -104,11 +104,9 @@ grpc::Status BackupService::Restore(grpc::ServerContext* context,
         } catch (const SessionError& failure) {
             return statusOf(failure.error());
         }
-        reply->set_success(!error);
-        if (error)
-            fillFailure(*error, *reply->mutable_failure());
-        else
-            // Whoever has the place for a session then is told; this call has to be answered.
+        fillOutcome(error, *reply);
+        // Whoever has the place for a session then is told; this call has to be answered.
+        if (!error)
             _parts.requestStop();
         return grpc::Status::OK;
     });

@@ -176,9 +176,7 @@ grpc::Status MirrorService::Import(grpc::ServerContext* context,
         const ImportedChanges imported = _services.changes.importChanges(
             SyncChanges, spool.path(),
             parametersOf(_services.device.operatingSystem.propertyLists(), spool.params()));
-        reply->set_success(!imported.error);
-        if (imported.error)
-            fillFailure(*imported.error, *reply->mutable_failure());
+        fillOutcome(imported.error, *reply);
         reply->set_revision(_services.changes.revision());
         return grpc::Status::OK;
     });
@@ -206,9 +204,7 @@ grpc::Status MirrorService::ResetChanges(grpc::ServerContext* context,
     return guarded("ResetChanges", [&] {
         const SlotHold hold(_services.device.slot, "a reset of changes", *context);
         const OptionalError error = _services.changes.reset();
-        reply->set_success(!error);
-        if (error)
-            fillFailure(*error, *reply->mutable_failure());
+        fillOutcome(error, *reply);
         reply->set_revision(_services.changes.revision());
         return grpc::Status::OK;
     });
