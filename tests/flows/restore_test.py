@@ -1,8 +1,10 @@
 """A device is backed up, lost, and brought back."""
 
+import contextlib
 import os
 import random
 import shutil
+import subprocess
 import time
 
 from flow import BUSY, DONE, FAILURE, GUARD, NOT_FOUND, Flow, collection, main
@@ -185,7 +187,8 @@ class Restore(Flow):
         for number in range(8):
             device = self.another(f"restored-{number}")
             restoring = device.start("restore", "--device", device.root, "--from", self.backup)
-            time.sleep(chance.uniform(0, 0.6))
+            with contextlib.suppress(subprocess.TimeoutExpired):
+                restoring.wait(timeout=chance.uniform(0, 0.6))
             if number % 2:
                 device.kill_daemon()
             restoring.kill()
