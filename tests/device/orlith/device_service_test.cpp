@@ -29,14 +29,24 @@ TEST_F(DeviceQuestions, StatusTellsTheLibraryAndTheSession) {
 }
 
 TEST_F(DeviceQuestions, HostsAreToldWhichKindsTheDeviceHasDisabled) {
-    Host host(*stub);
-    EXPECT_EQ(host.open().opened().disabled_kinds_size(), 0);
     device.client.disabled = {"MusicVideo", "Music"};
+    Host host(*stub);
+    const link::FromDevice opened = host.open();
+    ASSERT_EQ(opened.opened().disabled_kinds_size(), 2);
+    EXPECT_EQ(opened.opened().disabled_kinds(0), "Music");
     link::StatusReply reply;
     ASSERT_TRUE(stub->Status(&context, link::StatusRequest(), &reply).ok());
     ASSERT_EQ(reply.disabled_kinds_size(), 2);
     EXPECT_EQ(reply.disabled_kinds(0), "Music");
     EXPECT_EQ(reply.disabled_kinds(1), "MusicVideo");
+}
+
+TEST_F(DeviceQuestions, HostsAreToldOfNoKindsWhenNoneIsDisabled) {
+    Host host(*stub);
+    EXPECT_EQ(host.open().opened().disabled_kinds_size(), 0);
+    link::StatusReply reply;
+    ASSERT_TRUE(stub->Status(&context, link::StatusRequest(), &reply).ok());
+    EXPECT_EQ(reply.disabled_kinds_size(), 0);
 }
 
 TEST_F(DeviceQuestions, TracksComeInBatchesAndAlwaysAsValidText) {
