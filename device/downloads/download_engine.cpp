@@ -96,6 +96,9 @@ DownloadEngine::DownloadEngine(const Configuration& configuration,
     recover();
     _timer->setEventHandler([waker = _waker] { waker->wake(); });
     _timer->resume();
+}
+
+void DownloadEngine::start() {
     _thread = std::thread([this] { run(); });
 }
 
@@ -105,7 +108,8 @@ DownloadEngine::~DownloadEngine() {
         _commands.stops = true;
     }
     _waker->wake();
-    _thread.join();
+    if (_thread.joinable())
+        _thread.join();
     _waker->retire();
     _installs->stop();
 }
@@ -240,11 +244,11 @@ void DownloadEngine::startWhatMay() {
         if (record.number(PropertyIsReceived) != 0)
             install(download);
         else if (_active.size() < _settings.simultaneous)
-            start(record);
+            startTransfer(record);
     }
 }
 
-void DownloadEngine::start(const DownloadRecord& record) {
+void DownloadEngine::startTransfer(const DownloadRecord& record) {
     const std::int64_t download = record.persistentIdentifier;
     platform::OptionalError error;
     const auto address = parseAddress(record.text(PropertySource), error);

@@ -52,13 +52,15 @@ public:
         EngineSettings settings{};
     };
 
-    // Goes on with what waits, what was under way and what was received. `installs` is called
-    // before each install, on the installs' queue. Throws (std::exception) when it cannot work at
-    // all.
+    // `installs` is called before each install, on the installs' queue. Throws (std::exception)
+    // when it cannot work at all.
     DownloadEngine(const Configuration& configuration, std::shared_ptr<DownloadList> list,
                    std::function<void()> installs);
     // Stops what is under way; the next engine of the list goes on with it.
     ~DownloadEngine();
+
+    // Goes on with what waits, what was under way and what was received. Once.
+    void start();
 
     // Something new waits, perhaps one that has failed before: it is tried at once.
     void add(std::int64_t persistentIdentifier);
@@ -85,7 +87,7 @@ private:
     void carryOut(const Commands& commands);
     void takeInstallResults();
     void startWhatMay();
-    void start(const DownloadRecord& record);
+    void startTransfer(const DownloadRecord& record);
     void install(std::int64_t download);
     bool moveTransfers();
     void readMessages();

@@ -117,6 +117,10 @@ DownloadService::DownloadService(const DownloadEngine::Configuration& configurat
 
 DownloadService::~DownloadService() = default;
 
+void DownloadService::start() {
+    _engine.start();
+}
+
 std::shared_ptr<VDDownloadManagerOptions> DownloadService::makeManagerOptions() {
     return std::make_shared<ManagerOptions>();
 }

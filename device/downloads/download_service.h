@@ -40,9 +40,11 @@ struct DownloadStatus {
 
 class DownloadService final : public StoreDownloadServices {
 public:
-    // Opens the downloads, or begins with none, and goes on with them. Throws when there can be no
-    // downloads at all (std::exception).
+    // Opens the downloads, or begins with none. Throws when there can be no downloads at all
+    // (std::exception).
     explicit DownloadService(const DownloadEngine::Configuration& configuration);
+    // Begins to bring what waits; requests that come before only wait. Once.
+    void start();
     // Stops what is under way; a later service goes on with it.
     ~DownloadService() override;
 
@@ -59,7 +61,8 @@ public:
     std::optional<std::int64_t> request(const DownloadRequest& request,
                                         platform::OptionalError* error);
     // A restore has taken entries out of the library that were made for downloads: those begin
-    // anew, with an entry of their own.
+    // anew, with an entry of their own. Before start(), or a download might end for an entry that
+    // is not there any more.
     void renewItems();
     // Whether something is under way, or waits to be.
     bool isBusy() const;

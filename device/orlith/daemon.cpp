@@ -136,6 +136,7 @@ void finishRestoring(Device& device, platform::LogService& log) {
         platform.operatingSystem().makeSerialQueue("orlith.restore"));
     platform.downloadManager()->addObserver(device.purchases);
     device.purchases->start();
+    platform.storeDownloads().start();
 }
 
 void openDevice(Device& device, const DaemonOptions& options, const std::string& root,

@@ -33,6 +33,7 @@ protected:
         manager = service->makeManager(nullptr);
         manager->addObserver(fetcher);
         manager->addObserver(observer);
+        service->start();
     }
     void stop() {
         fetcher->stop();

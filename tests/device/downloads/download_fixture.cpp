@@ -176,6 +176,11 @@ DownloadsTest::~DownloadsTest() {
 }
 
 void DownloadsTest::start() {
+    open();
+    service->start();
+}
+
+void DownloadsTest::open() {
     service = std::make_unique<downloads::DownloadService>(downloads::DownloadEngine::Configuration{
         system.fileSystem(), log, system, installer, settings});
     manager = service->makeManager(nullptr);

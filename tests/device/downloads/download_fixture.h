@@ -96,6 +96,8 @@ protected:
     ~DownloadsTest() override;
 
     void start();
+    // A service that has not begun to work.
+    void open();
     void stop();
     // The number of the download; fails the test when the request is refused.
     std::int64_t request(const std::string& url, std::int64_t storeItem = 1);

@@ -395,12 +395,16 @@ TEST_F(DownloadService, OneWhoseEntryARestoreTookAwayBeginsAnew) {
     const std::int64_t lost = request(server.url("/1.mp3"), 1);
     const std::int64_t kept = request(server.url("/2.mp3"), 2);
     ASSERT_TRUE(waitForBytes(lost, 1000));
+    stop();
     installer.setGone({5001});
     server.setHandler(
         [&](const test::HttpRequest& request) { return test::serveFile(request, song, "\"1\""); });
+    open();
     service->renewItems();
     EXPECT_EQ(status(lost).number, 0);
     EXPECT_EQ(status(kept).number, kept);
+    EXPECT_TRUE(installedContent(1).empty());
+    service->start();
     ASSERT_TRUE(waitFor([&] { return !installedContent(1).empty(); }));
     EXPECT_EQ(installedContent(1), song);
 }

@@ -278,6 +278,7 @@ TEST_F(InterruptedDownload, WhatAPowerCutMayHaveTornIsNotCounted) {
     downloads::DownloadService other({copy.fileSystem(), log, copy, copyInstaller, settings});
     const auto otherManager = other.makeManager(nullptr);
     otherManager->addObserver(observer);
+    other.start();
     ASSERT_TRUE(waitFor([&] { return other.list().empty(); }));
     const auto bytes =
         copy.fileSystem().readFile(test::PlainInstaller::pathOf(1), 1 << 20, nullptr);
@@ -295,6 +296,7 @@ TEST_F(InterruptedDownload, GoesOnAfterBeingKilledInAnyPhase) {
         downloads::DownloadService next({copy.fileSystem(), log, copy, copyInstaller, settings});
         const auto nextManager = next.makeManager(nullptr);
         nextManager->addObserver(observer);
+        next.start();
         EXPECT_TRUE(waitFor([&] { return next.list().empty(); })) << where;
         const auto bytes =
             copy.fileSystem().readFile(test::PlainInstaller::pathOf(1), 1 << 20, nullptr);

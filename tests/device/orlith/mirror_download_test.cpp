@@ -24,6 +24,7 @@ public:
         _platform = EmbeddedPlatform::open(root.path, _log, _notices, error);
         EXPECT_TRUE(_platform) << error->description();
         EXPECT_FALSE(openBundle(defaultBundlePath(), *_platform, _clients));
+        _platform->storeDownloads().start();
         _parts.emplace(SessionServices{*_clients.client, _platform->libraryAccess(),
                                        _platform->mediaLibrary(), _platform->operatingSystem(),
                                        _log, _platform->operatingSystem().fileSystem(),

@@ -183,6 +183,7 @@ TEST_F(PurchaseInstaller, ADownloadEndsAsATrackOfTheLibrary) {
     const auto manager = service.makeManager(nullptr);
     const auto observer = std::make_shared<test::PhaseObserver>();
     manager->addObserver(observer);
+    service.start();
     downloads::DownloadRequest request;
     request.url = server.url("/get?song=1");
     request.storeItem = 4711;
