@@ -22,6 +22,16 @@ protected:
         return "file://" + path;
     }
 
+    // Sends 1,000 bytes of the song, and nothing more.
+    test::HttpServer::Handler stallingAfter1000() {
+        return [this](const test::HttpRequest& request) {
+            auto reply = test::serveFile(request, song, "\"1\"");
+            reply.sends = 1000;
+            reply.stalls = true;
+            return reply;
+        };
+    }
+
     const std::string song = content(300'000);
     test::TemporaryDirectory outside;
     // A song's server, which sends everything at once.
@@ -69,12 +79,7 @@ TEST_F(DownloadService, WhatIsNoRegularFileIsRefusedWithoutWaiting) {
 
 TEST_F(DownloadService, NoMoreThanTwoComeAtATime) {
     start();
-    server.setHandler([&](const test::HttpRequest& request) {
-        auto reply = test::serveFile(request, song, "\"1\"");
-        reply.sends = 1000;
-        reply.stalls = true;
-        return reply;
-    });
+    server.setHandler(stallingAfter1000());
     const std::int64_t first = request(server.url("/1.mp3"), 1);
     const std::int64_t second = request(server.url("/2.mp3"), 2);
     const std::int64_t third = request(server.url("/3.mp3"), 3);
@@ -92,12 +97,7 @@ TEST_F(DownloadService, NoMoreThanTwoComeAtATime) {
 TEST_F(DownloadService, ThoseThatWaitAreToldThatTheQueueMoves) {
     settings.simultaneous = 1;
     start();
-    server.setHandler([&](const test::HttpRequest& request) {
-        auto reply = test::serveFile(request, song, "\"1\"");
-        reply.sends = 1000;
-        reply.stalls = true;
-        return reply;
-    });
+    server.setHandler(stallingAfter1000());
     const std::int64_t first = request(server.url("/1.mp3"), 1);
     ASSERT_TRUE(waitForBytes(first, 1000));
     const auto told = std::make_shared<test::PhaseObserver>();
@@ -156,12 +156,7 @@ TEST_F(DownloadService, WhatFailedKeepsItsReasonAndIsTriedAgainWhenAskedForAgain
 
 TEST_F(DownloadService, ACancelledDownloadLeavesNothing) {
     start();
-    server.setHandler([&](const test::HttpRequest& request) {
-        auto reply = test::serveFile(request, song, "\"1\"");
-        reply.sends = 1000;
-        reply.stalls = true;
-        return reply;
-    });
+    server.setHandler(stallingAfter1000());
     const std::int64_t number = request(server.url("/1.mp3"));
     ASSERT_TRUE(waitForBytes(number, 1000));
     EXPECT_THAT(stagedFiles(), SizeIs(1));
@@ -386,12 +381,7 @@ TEST_F(DownloadService, ADownloadOfANewItemThatIsGoneStaysToBeSeen) {
 
 TEST_F(DownloadService, OneWhoseEntryARestoreTookAwayBeginsAnew) {
     start();
-    server.setHandler([&](const test::HttpRequest& request) {
-        auto reply = test::serveFile(request, song, "\"1\"");
-        reply.sends = 1000;
-        reply.stalls = true;
-        return reply;
-    });
+    server.setHandler(stallingAfter1000());
     const std::int64_t lost = request(server.url("/1.mp3"), 1);
     const std::int64_t kept = request(server.url("/2.mp3"), 2);
     ASSERT_TRUE(waitForBytes(lost, 1000));
