@@ -1,13 +1,20 @@
 #include "SyncBundle/transfer_records.h"
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 
 std::uint64_t KVAssetParts(const ORAsset& asset) {
     return asset.variantOptions()[KVVariantOptionAssetParts].unsignedValue();
 }
 
+KVIdentifier::KVIdentifier(std::int64_t persistentID)
+    : _size(static_cast<std::size_t>(
+          std::to_chars(_digits.data(), _digits.data() + _digits.size(), persistentID).ptr -
+          _digits.data())) {}
+
 std::string KVStringFromPersistentID(std::int64_t persistentID) {
-    return std::to_string(persistentID);
+    return std::string(KVIdentifier(persistentID).text());
 }
 
 std::int64_t KVPersistentIDFromString(const std::string& identifier) {
@@ -46,37 +53,18 @@ std::shared_ptr<KV3Track> KVTrackWithSyncID(const std::shared_ptr<KV3Korvane>& l
         KV3ComparisonPredicate::predicateWithPropertyEqualToInt64(KV3TrackPropertySyncID, syncID));
 }
 
-bool KVStoreValues::anyPresent() const {
-    return !accountID.isNull() || !itemID.isNull() || !flavor.isNull() || !matchedStatus.isNull() ||
-           !redownloadedStatus.isNull() || !veskaID.isNull() || !podcastExternalGUID.isNull();
-}
-
-KVStoreValues KVStoreValuesFromRow(KV3TrackRow row, std::size_t firstColumn) {
-    const KV3TrackRow columns = row.subspan(firstColumn);
-    KVStoreValues values;
-    values.podcastExternalGUID = columns[0];
-    values.accountID = columns[1];
-    values.itemID = columns[2];
-    values.flavor = columns[3];
-    values.matchedStatus = columns[4];
-    values.redownloadedStatus = columns[5];
-    values.veskaID = columns[6];
-    return values;
-}
-
-std::shared_ptr<ORStoreInfo> KVStoreInfoFromValues(const KVStoreValues& values,
-                                                   KV3Korvane& library) {
-    if (!values.anyPresent())
+std::shared_ptr<ORStoreInfo> KVStoreInfoFromValues(KVStoreValues values, KV3Korvane& library) {
+    if (std::ranges::all_of(values, &platform::ValueView::isNull))
         return nullptr;
     auto storeInfo = ORStoreInfo::make();
-    storeInfo->setDSID(values.accountID.value());
-    storeInfo->setVantorID(
-        library.accountCacheDatabase().vantorIDForDSID(values.accountID.int64Value()));
-    storeInfo->setFlavor(values.flavor.value());
-    storeInfo->setOrbisID(values.itemID.value());
-    storeInfo->setVeskaID(values.veskaID.value());
-    storeInfo->setMatchStatus(values.matchedStatus.value());
-    storeInfo->setRedownloadStatus(values.redownloadedStatus.value());
-    storeInfo->setPodcastEpisodeGUID(values.podcastExternalGUID.value());
+    const platform::ValueView& account = values[KVStoreColumnAccountID];
+    storeInfo->setDSID(account.value());
+    storeInfo->setVantorID(library.accountCacheDatabase().vantorIDForDSID(account.int64Value()));
+    storeInfo->setFlavor(values[KVStoreColumnFlavor].value());
+    storeInfo->setOrbisID(values[KVStoreColumnItemID].value());
+    storeInfo->setVeskaID(values[KVStoreColumnVeskaID].value());
+    storeInfo->setMatchStatus(values[KVStoreColumnMatchedStatus].value());
+    storeInfo->setRedownloadStatus(values[KVStoreColumnRedownloadedStatus].value());
+    storeInfo->setPodcastEpisodeGUID(values[KVStoreColumnPodcastExternalGUID].value());
     return storeInfo;
 }

@@ -2,8 +2,11 @@
 // types, variant options and store identities. Callable from any thread.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -30,7 +33,18 @@ inline constexpr std::int64_t KVArtworkTypeChapter = 3;
 // The value of "AssetParts"; 0 when absent.
 std::uint64_t KVAssetParts(const ORAsset& asset);
 
-// The number in decimal, "%lld".
+// A number in decimal, "%lld", without memory of its own.
+class KVIdentifier {
+public:
+    explicit KVIdentifier(std::int64_t persistentID);
+    // As long as this lives.
+    std::string_view text() const { return {_digits.data(), _size}; }
+
+private:
+    std::array<char, 20> _digits;  // a sign and 19 digits
+    std::size_t _size;
+};
+
 std::string KVStringFromPersistentID(std::int64_t persistentID);
 // The number that an identifier begins with; 0 when it begins with none.
 std::int64_t KVPersistentIDFromString(const std::string& identifier);
@@ -45,24 +59,18 @@ std::string KVAssetTypeForMediaType(std::uint32_t mediaType);
 std::shared_ptr<KV3Track> KVTrackWithSyncID(const std::shared_ptr<KV3Korvane>& library,
                                             std::int64_t syncID);
 
-// The seven stored values that make a track's store identity, borrowed from the row they were read
-// from.
-struct KVStoreValues {
-    platform::ValueView accountID;
-    platform::ValueView itemID;
-    platform::ValueView flavor;
-    platform::ValueView matchedStatus;
-    platform::ValueView redownloadedStatus;
-    platform::ValueView veskaID;
-    platform::ValueView podcastExternalGUID;
-
-    bool anyPresent() const;
+// The stored values that make a track's store identity, in the order in which they are read.
+enum KVStoreColumn : std::size_t {
+    KVStoreColumnPodcastExternalGUID,
+    KVStoreColumnAccountID,
+    KVStoreColumnItemID,
+    KVStoreColumnFlavor,
+    KVStoreColumnMatchedStatus,
+    KVStoreColumnRedownloadedStatus,
+    KVStoreColumnVeskaID,
+    KVStoreColumnCount
 };
-
-// From consecutive columns of a row: podcast GUID, account ID, item ID, flavor, matched status,
-// redownloaded status, Veska ID.
-KVStoreValues KVStoreValuesFromRow(KV3TrackRow row, std::size_t firstColumn);
+using KVStoreValues = std::span<const platform::ValueView, KVStoreColumnCount>;
 
 // Null when none of the values is present. The account's name comes from the library.
-std::shared_ptr<ORStoreInfo> KVStoreInfoFromValues(const KVStoreValues& values,
-                                                   KV3Korvane& library);
+std::shared_ptr<ORStoreInfo> KVStoreInfoFromValues(KVStoreValues values, KV3Korvane& library);

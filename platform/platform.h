@@ -40,7 +40,7 @@ public:
 }  // namespace platform
 
 // Grows with every change of any header here that an older bundle could not live with.
-inline constexpr std::uint32_t ORBundleInterfaceVersion = 3;
+inline constexpr std::uint32_t ORBundleInterfaceVersion = 4;
 
 // The roles that a bundle's object plays; all of them are the same object.
 struct ORBundleClients {

@@ -8,22 +8,22 @@ std::shared_ptr<ORStoreInfo> ORStoreInfo::make() {
     return Platform::current().syncDaemon().makeStoreInfo();
 }
 
-std::shared_ptr<ORAsset> ORAsset::downloadAssetWithIdentifier(const std::string& identifier,
-                                                              const std::string& dataclass,
-                                                              const std::string& prettyName) {
+std::shared_ptr<ORAsset> ORAsset::downloadAssetWithIdentifier(std::string_view identifier,
+                                                              std::string_view dataclass,
+                                                              std::string_view prettyName) {
     return Platform::current().syncDaemon().makeDownloadAsset(identifier, dataclass, prettyName);
 }
 
 std::shared_ptr<ORAsset> ORAsset::uploadAssetWithIdentifier(
-    const std::string& identifier, const std::string& dataclass, const std::string& sourcePath,
-    const std::optional<std::string>& prettyName) {
+    std::string_view identifier, std::string_view dataclass, std::string_view sourcePath,
+    std::optional<std::string_view> prettyName) {
     return Platform::current().syncDaemon().makeUploadAsset(identifier, dataclass, sourcePath,
                                                             prettyName);
 }
 
-std::shared_ptr<ORAsset> ORAsset::initWithIdentifier(const std::string& identifier,
-                                                     const std::string& dataclass,
-                                                     const std::string& prettyName) {
+std::shared_ptr<ORAsset> ORAsset::initWithIdentifier(std::string_view identifier,
+                                                     std::string_view dataclass,
+                                                     std::string_view prettyName) {
     return Platform::current().syncDaemon().makeAsset(identifier, dataclass, prettyName);
 }
 

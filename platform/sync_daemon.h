@@ -49,18 +49,18 @@ public:
 class ORAsset {
 public:
     // Host to device.
-    static std::shared_ptr<ORAsset> downloadAssetWithIdentifier(const std::string& identifier,
-                                                                const std::string& dataclass,
-                                                                const std::string& prettyName);
+    static std::shared_ptr<ORAsset> downloadAssetWithIdentifier(std::string_view identifier,
+                                                                std::string_view dataclass,
+                                                                std::string_view prettyName);
     // Device to host. An absent pretty name stays absent.
     static std::shared_ptr<ORAsset> uploadAssetWithIdentifier(
-        const std::string& identifier, const std::string& dataclass, const std::string& sourcePath,
-        const std::optional<std::string>& prettyName);
+        std::string_view identifier, std::string_view dataclass, std::string_view sourcePath,
+        std::optional<std::string_view> prettyName);
     // initWithIdentifier:dataclass:prettyName:  Pulled by the other side; neither a download nor an
     // upload.
-    static std::shared_ptr<ORAsset> initWithIdentifier(const std::string& identifier,
-                                                       const std::string& dataclass,
-                                                       const std::string& prettyName);
+    static std::shared_ptr<ORAsset> initWithIdentifier(std::string_view identifier,
+                                                       std::string_view dataclass,
+                                                       std::string_view prettyName);
 
     virtual ~ORAsset() = default;
     virtual std::string identifier() const = 0;
@@ -358,15 +358,15 @@ public:
 class SyncDaemonServices {
 public:
     virtual ~SyncDaemonServices() = default;
-    virtual std::shared_ptr<ORAsset> makeDownloadAsset(const std::string& identifier,
-                                                       const std::string& dataclass,
-                                                       const std::string& prettyName) = 0;
+    virtual std::shared_ptr<ORAsset> makeDownloadAsset(std::string_view identifier,
+                                                       std::string_view dataclass,
+                                                       std::string_view prettyName) = 0;
     virtual std::shared_ptr<ORAsset> makeUploadAsset(
-        const std::string& identifier, const std::string& dataclass, const std::string& sourcePath,
-        const std::optional<std::string>& prettyName) = 0;
-    virtual std::shared_ptr<ORAsset> makeAsset(const std::string& identifier,
-                                               const std::string& dataclass,
-                                               const std::string& prettyName) = 0;
+        std::string_view identifier, std::string_view dataclass, std::string_view sourcePath,
+        std::optional<std::string_view> prettyName) = 0;
+    virtual std::shared_ptr<ORAsset> makeAsset(std::string_view identifier,
+                                               std::string_view dataclass,
+                                               std::string_view prettyName) = 0;
     virtual std::shared_ptr<ORStoreInfo> makeStoreInfo() = 0;
     virtual std::shared_ptr<ORStreamWriter> makeStreamWriter(
         std::shared_ptr<platform::OutputStream> outputStream,

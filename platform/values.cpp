@@ -82,6 +82,10 @@ Value::Value(platform::Data v) : _v(std::make_shared<const platform::Data>(std::
 Value::Value(platform::Array v) : _v(std::make_shared<const platform::Array>(std::move(v))) {}
 Value::Value(platform::Dictionary v)
     : _v(std::make_shared<const platform::Dictionary>(std::move(v))) {}
+Value::Value(std::shared_ptr<const platform::Dictionary> v) {
+    if (v)
+        _v = std::move(v);
+}
 
 std::int64_t Value::int64Value() const {
     switch (type()) {
@@ -148,6 +152,11 @@ const Array* Value::array() const {
 const Dictionary* Value::dictionary() const {
     const auto* body = std::get_if<std::shared_ptr<const platform::Dictionary>>(&_v);
     return body ? body->get() : nullptr;
+}
+
+std::shared_ptr<const Dictionary> Value::sharedDictionary() const {
+    const auto* body = std::get_if<std::shared_ptr<const platform::Dictionary>>(&_v);
+    return body ? *body : nullptr;
 }
 
 const Value& Value::operator[](std::string_view key) const {

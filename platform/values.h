@@ -64,6 +64,8 @@ public:
     Value(platform::Date v) : _v(v) {}
     Value(platform::Array v);
     Value(platform::Dictionary v);
+    // Shares the body; null when there is none.
+    explicit Value(std::shared_ptr<const platform::Dictionary> v);
     // Absent becomes null.
     template <typename T>
     Value(const std::optional<T>& v) : Value(v ? Value(*v) : Value()) {}
@@ -94,6 +96,7 @@ public:
     const platform::Date* date() const { return std::get_if<platform::Date>(&_v); }
     const platform::Array* array() const;
     const platform::Dictionary* dictionary() const;
+    std::shared_ptr<const platform::Dictionary> sharedDictionary() const;
     // The value under a key, null when there is none or when this is no dictionary.
     const Value& operator[](std::string_view key) const;
 

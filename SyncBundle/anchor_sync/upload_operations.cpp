@@ -110,8 +110,8 @@ bool KVSyncClient::_evaluateUploadTrackDatabaseChangeStep(const platform::Value&
     }
     // From the id as it was given, also when it was the sync id.
     const std::string identifier = KVStringFromPersistentID(id);
-    const std::shared_ptr<ORAsset> asset = ORAsset::uploadAssetWithIdentifier(
-        identifier, std::string(KVDataClassMedia), *sourcePath, std::nullopt);
+    const std::shared_ptr<ORAsset> asset =
+        ORAsset::uploadAssetWithIdentifier(identifier, KVDataClassMedia, *sourcePath, std::nullopt);
     if (step[KVVariantOptionDeleteAfterUpload].boolValue())
         asset->setVariantOptions(
             platform::Dictionary{{std::string(KVVariantOptionDeleteAfterUpload), true}});

@@ -59,8 +59,8 @@ platform::Value makeOptions(std::uint64_t parts, const platform::Value& dimensio
 
 std::shared_ptr<ORAsset> makeAsset(std::int64_t id, std::string_view title,
                                    const platform::Value& variantOptions) {
-    std::shared_ptr<ORAsset> asset = ORAsset::initWithIdentifier(
-        KVStringFromPersistentID(id), std::string(KVDataClassMedia), std::string(title));
+    std::shared_ptr<ORAsset> asset =
+        ORAsset::initWithIdentifier(KVIdentifier(id).text(), KVDataClassMedia, title);
     asset->setVariantOptions(variantOptions);
     return asset;
 }
@@ -72,14 +72,16 @@ std::shared_ptr<ORAsset> makeTrackAsset(std::int64_t persistentID, KV3TrackRow r
     std::shared_ptr<ORAsset> asset =
         makeAsset(syncID != 0 ? syncID : persistentID, row[ColumnTitle].string(), variantOptions);
     asset->setIsRestore(row[ColumnNeedsRestore].boolValue());
-    if (auto storeInfo =
-            KVStoreInfoFromValues(KVStoreValuesFromRow(row, ColumnPodcastExternalGUID), library))
+    if (auto storeInfo = KVStoreInfoFromValues(
+            row.subspan<ColumnPodcastExternalGUID, KVStoreColumnCount>(), library))
         asset->setStoreInfo(std::move(storeInfo));
     return asset;
 }
 
 void append(std::vector<std::shared_ptr<ORAsset>>& assets,
             std::vector<std::shared_ptr<ORAsset>> more) {
+    if (assets.empty())
+        assets.swap(more);
     assets.insert(assets.end(), std::make_move_iterator(more.begin()),
                   std::make_move_iterator(more.end()));
 }

@@ -147,6 +147,7 @@ public:
 private:
     std::shared_ptr<ORAsset> makeRecord(const std::string& identifier, std::uint32_t mediaType,
                                         std::uint64_t parts, KV3TrackRow row);
+    const platform::Value& optionsOf(std::uint64_t parts);
     bool lacksFile(KV3TrackRow row) const;
     void attachStoreInfo(ORAsset& asset, KV3TrackRow row);
     bool lacksArtwork(const std::string& identifier, KV3TrackRow row);
@@ -159,6 +160,9 @@ private:
     const IsPendingUpload _isPendingUpload;
     const ExistingDownload _existingDownload;
 
+    // By parts; all records that lack the same share them.
+    std::array<platform::Value, (KVAssetPartFile | KVAssetPartArtwork | KVAssetPartKenning) + 1>
+        _options;
     std::array<Assets, KindCount> _assetsByKind;
     // The artwork that was looked for last: tracks of an album share theirs and come together.
     std::string _lastToken;
@@ -197,7 +201,7 @@ std::shared_ptr<ORAsset> TransferCollector::makeRecord(const std::string& identi
                                                        std::uint32_t mediaType, std::uint64_t parts,
                                                        KV3TrackRow row) {
     std::shared_ptr<ORAsset> asset = ORAsset::downloadAssetWithIdentifier(
-        identifier, std::string(KVDataClassMedia), std::string(row[ColumnTitle].string()));
+        identifier, KVDataClassMedia, row[ColumnTitle].string());
     asset->setAssetType(KVAssetTypeForMediaType(mediaType));
     if (parts & KVAssetPartFile)
         attachStoreInfo(*asset, row);
@@ -207,8 +211,15 @@ std::shared_ptr<ORAsset> TransferCollector::makeRecord(const std::string& identi
         asset->setIsRestore(true);
     else
         asset->setBypassStore(true);
-    asset->setVariantOptions(platform::Dictionary{{std::string(KVVariantOptionAssetParts), parts}});
+    asset->setVariantOptions(optionsOf(parts));
     return asset;
+}
+
+const platform::Value& TransferCollector::optionsOf(std::uint64_t parts) {
+    platform::Value& options = _options.at(parts);
+    if (options.isNull())
+        options = platform::Dictionary{{std::string(KVVariantOptionAssetParts), parts}};
+    return options;
 }
 
 // No location at all, none yet, or one in the cloud.
@@ -218,7 +229,7 @@ bool TransferCollector::lacksFile(KV3TrackRow row) const {
 }
 
 void TransferCollector::attachStoreInfo(ORAsset& asset, KV3TrackRow row) {
-    const KVStoreValues values = KVStoreValuesFromRow(row, ColumnPodcastExternalGUID);
+    const KVStoreValues values = row.subspan<ColumnPodcastExternalGUID, KVStoreColumnCount>();
     if (auto storeInfo = KVStoreInfoFromValues(values, _library))
         asset.setStoreInfo(std::move(storeInfo));
 }

@@ -157,19 +157,22 @@ std::span<const std::uint8_t> Statement::blob(int column) const {
     return {bytes, static_cast<std::size_t>(sqlite3_column_bytes(_statement.get(), column))};
 }
 
+// The row's own value, which is one thread's: each look by column would check the row again.
 platform::ValueView Statement::view(int column) const {
-    sqlite3_stmt* statement = _statement.get();
-    switch (sqlite3_column_type(statement, column)) {
+    sqlite3_value* const value = sqlite3_column_value(_statement.get(), column);
+    const auto size = [value] { return static_cast<std::size_t>(sqlite3_value_bytes(value)); };
+    switch (sqlite3_value_type(value)) {
         case SQLITE_INTEGER:
-            return platform::ValueView(
-                static_cast<std::int64_t>(sqlite3_column_int64(statement, column)));
+            return platform::ValueView(static_cast<std::int64_t>(sqlite3_value_int64(value)));
         case SQLITE_FLOAT:
-            return platform::ValueView(sqlite3_column_double(statement, column));
-        case SQLITE_TEXT:
-            return platform::ValueView(text(column));
+            return platform::ValueView(sqlite3_value_double(value));
+        case SQLITE_TEXT: {
+            const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+            return platform::ValueView(text ? std::string_view(text, size()) : std::string_view());
+        }
         case SQLITE_BLOB: {
-            const auto bytes = blob(column);
-            return platform::ValueView(bytes.data(), bytes.size());
+            const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_value_blob(value));
+            return {bytes, bytes ? size() : 0};
         }
         default:
             return {};

@@ -71,8 +71,7 @@ public:
         auto query = select(database, condition);
         std::vector<ValueView> row(1 + _propertyCount);
         while (query.step()) {
-            for (std::size_t column = 0; column < row.size(); ++column)
-                row[column] = readColumn(*query, column);
+            readColumns(*query, row);
             block(row.front().int64Value(), KV3TrackRow(row).subspan(1));
         }
     }
@@ -121,19 +120,35 @@ private:
             _selection += ", ";
         _selection += column.expression;
         _joins |= column.joins;
-        _emptyIsNull.push_back(column.type == ColumnType::Text);
+        _columns.push_back(column.type);
     }
 
-    ValueView readColumn(common::Statement& row, std::size_t column) const {
-        const ValueView value = row.view(static_cast<int>(column));
-        return _emptyIsNull[column] && value.string().empty() ? ValueView() : value;
+    void readColumns(const common::Statement& row, std::span<ValueView> values) const {
+        for (std::size_t column = 0; column < values.size(); ++column)
+            values[column] = readColumn(row, column);
+    }
+
+    // An empty text is null to whoever asks.
+    ValueView readColumn(const common::Statement& row, std::size_t column) const {
+        const int index = static_cast<int>(column);
+        switch (_columns[column]) {
+            case ColumnType::Integer:
+                return ValueView(row.int64(index));
+            case ColumnType::Text: {
+                const std::string_view text = row.text(index);
+                return text.empty() ? ValueView() : ValueView(text);
+            }
+            default:
+                return row.view(index);
+        }
     }
 
     void readRow(common::Statement& row) {
         const auto number = static_cast<std::uint32_t>(_rows.size());
         const auto values = _rows.add();
-        for (std::size_t column = 0; column < values.size(); ++column)
-            values[column] = _rows.keep(readColumn(row, column));
+        readColumns(row, values);
+        for (ValueView& value : values)
+            value = _rows.keep(value);
         if (!_sortsByIntegers)
             return;
         IntegerKey& key = _integerKeys.emplace_back();
@@ -154,7 +169,7 @@ private:
     const bool _sortsByIntegers;
     std::string _selection;
     unsigned _joins = 0;
-    std::vector<bool> _emptyIsNull;  // by selected column
+    std::vector<ColumnType> _columns;  // of the selection
     RowStore _rows;
     std::vector<IntegerKey> _integerKeys;  // one of these two, or none without an order
     std::vector<std::uint32_t> _order;

@@ -42,19 +42,37 @@ private:
     platform::Dictionary _fields;
 };
 
+// Records and their texts lie in batches, which go with the last of their records: a list may hold
+// one for every track of the library.
 class Asset final : public ORAsset {
 public:
-    enum class Direction { Download, Upload, Pulled };
+    enum class Direction : std::uint8_t { Download, Upload, Pulled };
+    class Batch;
+    // Of a batch: the dataclass that its records share; the identifier and behind it the pretty
+    // name, and their sizes in bytes.
+    struct Texts {
+        const std::string* dataclass = nullptr;
+        const char* bytes = nullptr;
+        std::uint32_t identifierSize = 0;
+        std::uint32_t prettyNameSize = 0;
+        bool hasPrettyName = false;
+    };
 
-    Asset(Direction direction, std::string identifier, std::string dataclass,
-          std::string sourcePath, std::optional<std::string> prettyName);
+    // The texts are copied. Any thread.
+    static std::shared_ptr<Asset> make(Direction direction, std::string_view identifier,
+                                       std::string_view dataclass,
+                                       std::optional<std::string_view> prettyName);
+    // For batches, which hold the texts.
+    Asset(Direction direction, const Texts& texts) : _texts(texts), _direction(direction) {}
 
-    std::string identifier() const override { return _identifier; }
+    std::string identifier() const override { return {_texts.bytes, _texts.identifierSize}; }
     bool isDownload() const override { return _direction == Direction::Download; }
-    std::optional<std::string> assetType() const override { return _assetType; }
-    void setAssetType(const std::string& type) override { _assetType = type; }
-    platform::Value variantOptions() const override { return _variantOptions; }
-    void setVariantOptions(const platform::Value& options) override { _variantOptions = options; }
+    std::optional<std::string> assetType() const override;
+    void setAssetType(const std::string& type) override;
+    platform::Value variantOptions() const override { return platform::Value(_variantOptions); }
+    void setVariantOptions(const platform::Value& options) override {
+        _variantOptions = options.sharedDictionary();
+    }
     bool isRestore() const override { return _isRestore; }
     void setIsRestore(bool isRestore) override { _isRestore = isRestore; }
     bool bypassStore() const override { return _bypassStore; }
@@ -71,8 +89,8 @@ public:
 
     // The device's file of an upload, an absolute device path; "" for a download.
     std::string sourcePath() const { return _rare ? _rare->sourcePath : std::string(); }
-    const std::string& dataclass() const { return _dataclass; }
-    const std::optional<std::string>& prettyName() const { return _prettyName; }
+    void setSourcePath(std::string_view path) { rare().sourcePath = path; }
+    std::optional<std::string_view> prettyName() const;
 
 private:
     // What few assets of a long list have: a list of a whole library is as large as its records.
@@ -84,15 +102,13 @@ private:
     };
     Rare& rare();
 
-    std::string _identifier;
-    std::string _dataclass;
-    std::optional<std::string> _prettyName;
-    std::optional<std::string> _assetType;
-    platform::Value _variantOptions;
-    std::unique_ptr<Rare> _rare;
-    const Direction _direction;
+    Texts _texts;
+    Direction _direction;
     bool _isRestore = false;
     bool _bypassStore = false;
+    const std::string* _assetType = nullptr;                      // one of the few that there are
+    std::shared_ptr<const platform::Dictionary> _variantOptions;  // null: none
+    std::unique_ptr<Rare> _rare;
 };
 
 // The bits of "AssetParts"; 0 when there are none.

@@ -16,22 +16,22 @@ public:
     DaemonServices(device::RootedFileSystem& files, platform::OperatingSystem& operatingSystem)
         : _files(files), _operatingSystem(operatingSystem), _staging(files) {}
 
-    std::shared_ptr<ORAsset> makeDownloadAsset(const std::string& identifier,
-                                               const std::string& dataclass,
-                                               const std::string& prettyName) override {
-        return std::make_shared<Asset>(Asset::Direction::Download, identifier, dataclass,
-                                       std::string(), prettyName);
+    std::shared_ptr<ORAsset> makeDownloadAsset(std::string_view identifier,
+                                               std::string_view dataclass,
+                                               std::string_view prettyName) override {
+        return Asset::make(Asset::Direction::Download, identifier, dataclass, prettyName);
     }
-    std::shared_ptr<ORAsset> makeUploadAsset(
-        const std::string& identifier, const std::string& dataclass, const std::string& sourcePath,
-        const std::optional<std::string>& prettyName) override {
-        return std::make_shared<Asset>(Asset::Direction::Upload, identifier, dataclass, sourcePath,
-                                       prettyName);
+    std::shared_ptr<ORAsset> makeUploadAsset(std::string_view identifier,
+                                             std::string_view dataclass,
+                                             std::string_view sourcePath,
+                                             std::optional<std::string_view> prettyName) override {
+        const auto asset = Asset::make(Asset::Direction::Upload, identifier, dataclass, prettyName);
+        asset->setSourcePath(sourcePath);
+        return asset;
     }
-    std::shared_ptr<ORAsset> makeAsset(const std::string& identifier, const std::string& dataclass,
-                                       const std::string& prettyName) override {
-        return std::make_shared<Asset>(Asset::Direction::Pulled, identifier, dataclass,
-                                       std::string(), prettyName);
+    std::shared_ptr<ORAsset> makeAsset(std::string_view identifier, std::string_view dataclass,
+                                       std::string_view prettyName) override {
+        return Asset::make(Asset::Direction::Pulled, identifier, dataclass, prettyName);
     }
     std::shared_ptr<ORStoreInfo> makeStoreInfo() override { return std::make_shared<StoreInfo>(); }
     std::shared_ptr<ORStreamWriter> makeStreamWriter(

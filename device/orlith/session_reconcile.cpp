@@ -118,7 +118,7 @@ void Session::sendOutstanding(const std::vector<std::shared_ptr<ORAsset>>& asset
         entry.set_delete_after_upload(isDeletedAfterUpload(*asset));
         // Every record was made by this daemon.
         const Asset& own = static_cast<const Asset&>(*asset);
-        entry.set_pretty_name(cleanUTF8(own.prettyName().value_or(std::string())));
+        entry.set_pretty_name(cleanUTF8(std::string(own.prettyName().value_or(""))));
         if (!asset->isDownload()) {
             const auto attributes = _services.files.attributes(own.sourcePath(), nullptr);
             entry.set_size(attributes ? attributes->size : 0);

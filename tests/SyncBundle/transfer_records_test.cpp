@@ -70,61 +70,58 @@ TEST(Vocabulary, OfTheRecords) {
 
 class StoreInfo : public SyncClientTest {
 protected:
-    Calls settersCalled(const KVStoreValues& values) {
+    std::array<ValueView, KVStoreColumnCount> values;
+
+    Calls settersCalled() {
         const auto info = KVStoreInfoFromValues(values, library());
         return info ? dynamic_cast<support::RecordingStoreInfo&>(*info).calls() : Calls{};
     }
 };
 
 TEST_F(StoreInfo, WithoutAnyStoredValueThereIsNone) {
-    EXPECT_EQ(KVStoreInfoFromValues({}, library()), nullptr);
+    EXPECT_EQ(KVStoreInfoFromValues(values, library()), nullptr);
     EXPECT_EQ(calls(), Calls{});
 }
 
 TEST_F(StoreInfo, CallsAllEightSettersInTheirOrder) {
     library().accounts().names[77] = "someone@example.org";
-    KVStoreValues values;
-    values.accountID = ValueView(std::int64_t{77});
-    values.itemID = ValueView(std::int64_t{5});
-    values.flavor = ValueView(std::string_view("flavor"));
-    values.matchedStatus = ValueView(std::int64_t{2});
-    values.redownloadedStatus = ValueView(std::int64_t{3});
-    values.veskaID = ValueView(std::int64_t{0});
-    values.podcastExternalGUID = ValueView(std::string_view("guid"));
-    EXPECT_EQ(settersCalled(values), (Calls{{"setDSID", {77}},
-                                            {"setVantorID", {"someone@example.org"}},
-                                            {"setFlavor", {"flavor"}},
-                                            {"setOrbisID", {5}},
-                                            {"setVeskaID", {0}},
-                                            {"setMatchStatus", {2}},
-                                            {"setRedownloadStatus", {3}},
-                                            {"setPodcastEpisodeGUID", {"guid"}}}));
+    values[KVStoreColumnAccountID] = ValueView(std::int64_t{77});
+    values[KVStoreColumnItemID] = ValueView(std::int64_t{5});
+    values[KVStoreColumnFlavor] = ValueView(std::string_view("flavor"));
+    values[KVStoreColumnMatchedStatus] = ValueView(std::int64_t{2});
+    values[KVStoreColumnRedownloadedStatus] = ValueView(std::int64_t{3});
+    values[KVStoreColumnVeskaID] = ValueView(std::int64_t{0});
+    values[KVStoreColumnPodcastExternalGUID] = ValueView(std::string_view("guid"));
+    EXPECT_EQ(settersCalled(), (Calls{{"setDSID", {77}},
+                                      {"setVantorID", {"someone@example.org"}},
+                                      {"setFlavor", {"flavor"}},
+                                      {"setOrbisID", {5}},
+                                      {"setVeskaID", {0}},
+                                      {"setMatchStatus", {2}},
+                                      {"setRedownloadStatus", {3}},
+                                      {"setPodcastEpisodeGUID", {"guid"}}}));
     EXPECT_EQ(calls(), (Calls{{"KV3AccountCacheDatabase.vantorIDForDSID", {77}}}));
 }
 
 TEST_F(StoreInfo, WithOnlyAPodcastGUIDLooksUpAccountZero) {
-    KVStoreValues values;
-    values.podcastExternalGUID = ValueView(std::string_view("guid"));
-    EXPECT_EQ(settersCalled(values), (Calls{{"setDSID", {Value()}},
-                                            {"setVantorID", {Value()}},
-                                            {"setFlavor", {Value()}},
-                                            {"setOrbisID", {Value()}},
-                                            {"setVeskaID", {Value()}},
-                                            {"setMatchStatus", {Value()}},
-                                            {"setRedownloadStatus", {Value()}},
-                                            {"setPodcastEpisodeGUID", {"guid"}}}));
+    values[KVStoreColumnPodcastExternalGUID] = ValueView(std::string_view("guid"));
+    EXPECT_EQ(settersCalled(), (Calls{{"setDSID", {Value()}},
+                                      {"setVantorID", {Value()}},
+                                      {"setFlavor", {Value()}},
+                                      {"setOrbisID", {Value()}},
+                                      {"setVeskaID", {Value()}},
+                                      {"setMatchStatus", {Value()}},
+                                      {"setRedownloadStatus", {Value()}},
+                                      {"setPodcastEpisodeGUID", {"guid"}}}));
     EXPECT_EQ(calls(), (Calls{{"KV3AccountCacheDatabase.vantorIDForDSID", {0}}}));
 }
 
 TEST_F(StoreInfo, AnyOneOfTheSevenIsEnough) {
     const ValueView zero(std::int64_t{0});
-    for (ValueView KVStoreValues::*const field :
-         {&KVStoreValues::accountID, &KVStoreValues::itemID, &KVStoreValues::flavor,
-          &KVStoreValues::matchedStatus, &KVStoreValues::redownloadedStatus,
-          &KVStoreValues::veskaID, &KVStoreValues::podcastExternalGUID}) {
-        KVStoreValues values;
-        values.*field = zero;
+    for (ValueView& value : values) {
+        value = zero;
         EXPECT_NE(KVStoreInfoFromValues(values, library()), nullptr);
+        value = {};
     }
 }
 

@@ -34,6 +34,15 @@ TEST(Value, IsPrintedAsALogLinePrintsAnObject) {
     EXPECT_EQ(Value(Data{1, 2, 255}).description(), "{length = 3, bytes = 0x0102ff}");
 }
 
+TEST(Value, SharesItsDictionary) {
+    const Value value(Dictionary{{"key", 1}});
+    const std::shared_ptr<const Dictionary> shared = value.sharedDictionary();
+    EXPECT_EQ(shared.get(), value.dictionary());
+    EXPECT_EQ(Value(shared), value);
+    EXPECT_EQ(Value(1).sharedDictionary(), nullptr);
+    EXPECT_TRUE(Value(std::shared_ptr<const Dictionary>()).isNull());
+}
+
 TEST(ValueView, ConvertsAsAValueDoes) {
     EXPECT_EQ(ValueView(std::string_view("17")).int64Value(), 17);
     EXPECT_EQ(ValueView().int64Value(), 0);

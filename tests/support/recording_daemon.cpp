@@ -65,29 +65,29 @@ std::optional<std::string> RecordingStagehold::kenningPathForDataclass(
     return isFault || found == kenningPaths.end() ? std::nullopt : std::optional(found->second);
 }
 
-std::shared_ptr<ORAsset> RecordingDaemon::makeDownloadAsset(const std::string& identifier,
-                                                            const std::string& dataclass,
-                                                            const std::string& prettyName) {
-    auto asset = std::make_shared<RecordingAsset>(_recorder, identifier, true);
+std::shared_ptr<ORAsset> RecordingDaemon::makeDownloadAsset(std::string_view identifier,
+                                                            std::string_view dataclass,
+                                                            std::string_view prettyName) {
+    auto asset = std::make_shared<RecordingAsset>(_recorder, std::string(identifier), true);
     asset->dataclass = dataclass;
     asset->prettyName = prettyName;
     return asset;
 }
 
 std::shared_ptr<ORAsset> RecordingDaemon::makeUploadAsset(
-    const std::string& identifier, const std::string& dataclass, const std::string& sourcePath,
-    const std::optional<std::string>& prettyName) {
-    auto asset = std::make_shared<RecordingAsset>(_recorder, identifier, false);
+    std::string_view identifier, std::string_view dataclass, std::string_view sourcePath,
+    std::optional<std::string_view> prettyName) {
+    auto asset = std::make_shared<RecordingAsset>(_recorder, std::string(identifier), false);
     asset->dataclass = dataclass;
     asset->prettyName = prettyName;
     asset->sourcePath = sourcePath;
     return asset;
 }
 
-std::shared_ptr<ORAsset> RecordingDaemon::makeAsset(const std::string& identifier,
-                                                    const std::string& dataclass,
-                                                    const std::string& prettyName) {
-    auto asset = std::make_shared<RecordingAsset>(_recorder, identifier, false);
+std::shared_ptr<ORAsset> RecordingDaemon::makeAsset(std::string_view identifier,
+                                                    std::string_view dataclass,
+                                                    std::string_view prettyName) {
+    auto asset = std::make_shared<RecordingAsset>(_recorder, std::string(identifier), false);
     asset->dataclass = dataclass;
     asset->prettyName = prettyName;
     return asset;

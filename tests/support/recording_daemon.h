@@ -100,15 +100,15 @@ public:
     RecordingDaemon(Recorder& recorder, VirtualScheduler& scheduler)
         : _recorder(recorder), _scheduler(scheduler), _stagehold(recorder) {}
 
-    std::shared_ptr<ORAsset> makeDownloadAsset(const std::string& identifier,
-                                               const std::string& dataclass,
-                                               const std::string& prettyName) override;
-    std::shared_ptr<ORAsset> makeUploadAsset(const std::string& identifier,
-                                             const std::string& dataclass,
-                                             const std::string& sourcePath,
-                                             const std::optional<std::string>& prettyName) override;
-    std::shared_ptr<ORAsset> makeAsset(const std::string& identifier, const std::string& dataclass,
-                                       const std::string& prettyName) override;
+    std::shared_ptr<ORAsset> makeDownloadAsset(std::string_view identifier,
+                                               std::string_view dataclass,
+                                               std::string_view prettyName) override;
+    std::shared_ptr<ORAsset> makeUploadAsset(std::string_view identifier,
+                                             std::string_view dataclass,
+                                             std::string_view sourcePath,
+                                             std::optional<std::string_view> prettyName) override;
+    std::shared_ptr<ORAsset> makeAsset(std::string_view identifier, std::string_view dataclass,
+                                       std::string_view prettyName) override;
     std::shared_ptr<ORStoreInfo> makeStoreInfo() override;
     std::shared_ptr<ORStreamWriter> makeStreamWriter(
         std::shared_ptr<platform::OutputStream> outputStream,

@@ -105,7 +105,8 @@ std::vector<WantedAsset> AssetPuller::listWanted() {
                 // Every record was made by this daemon.
                 const auto& own = static_cast<const Asset&>(*asset);
                 wanted.push_back({asset, *syncID, parts,
-                                  cleanUTF8(own.prettyName().value_or(std::string())), *idAtPeer});
+                                  cleanUTF8(std::string(own.prettyName().value_or(""))),
+                                  *idAtPeer});
             }
         });
     return spreadPictures(std::move(wanted));

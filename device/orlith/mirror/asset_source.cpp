@@ -27,8 +27,7 @@ constexpr std::chrono::milliseconds ToldAfter{100};
 constexpr char Dataclass[] = "Media";
 
 std::shared_ptr<Asset> assetOf(const link::AssetRequest& request) {
-    auto asset = std::make_shared<Asset>(Asset::Direction::Pulled, request.identifier(), Dataclass,
-                                         std::string(), std::string());
+    auto asset = Asset::make(Asset::Direction::Pulled, request.identifier(), Dataclass, "");
     platform::Dictionary options{{std::string(AssetPartsKey), std::uint64_t{request.parts()}}};
     if (request.dimensions_size() == 2)
         options.emplace(DimensionsKey,

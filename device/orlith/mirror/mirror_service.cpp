@@ -226,7 +226,7 @@ grpc::Status MirrorService::ListAssets(grpc::ServerContext* context, const link:
                     row.set_is_restore(asset->isRestore());
                     // Every record was made by this daemon.
                     const auto& own = static_cast<const Asset&>(*asset);
-                    row.set_pretty_name(cleanUTF8(own.prettyName().value_or(std::string())));
+                    row.set_pretty_name(cleanUTF8(std::string(own.prettyName().value_or(""))));
                     if (!rows.added(row))
                         return;
                 }
