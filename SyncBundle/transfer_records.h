@@ -45,6 +45,7 @@ private:
     std::size_t _size;
 };
 
+// The same text, to be kept.
 std::string KVStringFromPersistentID(std::int64_t persistentID);
 // The number that an identifier begins with; 0 when it begins with none.
 std::int64_t KVPersistentIDFromString(const std::string& identifier);
