@@ -54,6 +54,11 @@ double highestPeak(const std::vector<Cost>& costs) {
     return peak;
 }
 
+// 0 stands for what was not asked.
+std::string textOf(double value, int decimals) {
+    return value > 0 ? fmt::format("{:.{}f}", value, decimals) : "-";
+}
+
 // The kernel's mark of the highest resident memory begins anew.
 void resetPeak() {
     ::malloc_trim(0);
@@ -93,8 +98,7 @@ Cost& Cost::operator+=(const Cost& other) {
     return *this;
 }
 
-Cost costOf(const std::function<void()>& work) {
-    resetPeak();
+Cost timesOf(const std::function<void()>& work) {
     const auto began = std::chrono::steady_clock::now();
     const std::clock_t processorBegan = std::clock();
     work();
@@ -102,6 +106,12 @@ Cost costOf(const std::function<void()>& work) {
     cost.processorSeconds = static_cast<double>(std::clock() - processorBegan) / CLOCKS_PER_SEC;
     cost.wallSeconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+    return cost;
+}
+
+Cost costOf(const std::function<void()>& work) {
+    resetPeak();
+    Cost cost = timesOf(work);
     cost.peakMiB = peakMiB();
     return cost;
 }
@@ -156,10 +166,10 @@ void printTable() {
     fmt::print("\n{:32} {:26} {:>8} {:>9} {:>9} {:>6} {:>6} {:>6} {:>6}\n", "what", "against",
                "tracks", "us/item", "peer us", "ratio", "limit", "MiB", "peer");
     for (const Line& line : lines())
-        fmt::print("{:32} {:26} {:8} {:9.2f} {:9.2f} {:6.2f} {:>6} {:6.0f} {:6.0f}{}\n", line.what,
+        fmt::print("{:32} {:26} {:8} {:9.2f} {:9.2f} {:6.2f} {:>6} {:>6} {:>6}{}\n", line.what,
                    line.against, line.tracks, line.ourTime, line.peerTime, line.ratio,
-                   line.limit > 0 ? fmt::format("{:.2f}", line.limit) : "-", line.peakMiB,
-                   line.peerPeakMiB, line.limit > 0 && line.ratio > line.limit ? "  over" : "");
+                   textOf(line.limit, 2), textOf(line.peakMiB, 0), textOf(line.peerPeakMiB, 0),
+                   line.limit > 0 && line.ratio > line.limit ? "  over" : "");
 }
 
 }  // namespace bench

@@ -123,13 +123,13 @@ void fileReceived(benchmark::State& state, std::int64_t tracks) {
         for (std::size_t i = 0; i < FilesPerRound; ++i, next += step) {
             const std::shared_ptr<ORAsset>& asset = assets[next];
             orlith::ReceivedAsset received = receive(device, asset);
-            ours += costOf([&] {
+            ours += timesOf([&] {
                 const orlith::FilingResult result = filer.file(received);
                 require(!result.failure, "a file could not be filed");
             });
             received.file.reset();
             peer.receive(asset->identifier());
-            peers += costOf([&] { peer.file(std::stoll(asset->identifier())); });
+            peers += timesOf([&] { peer.file(std::stoll(asset->identifier())); });
         }
         figure.ours.push_back(ours);
         figure.peers.push_back(peers);
