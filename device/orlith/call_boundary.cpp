@@ -15,6 +15,8 @@ grpc::Status guardedCall(CallCounter& calls, platform::LogService& log, const ch
     std::string reason = "an exception of unknown kind";
     try {
         return body();
+    } catch (const SessionError& error) {
+        return statusOf(error.error());
     } catch (const std::exception& error) {
         reason = error.what();
     } catch (...) {

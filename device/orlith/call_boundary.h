@@ -6,6 +6,7 @@
 
 #include <grpcpp/support/status.h>
 
+#include <concepts>
 #include <functional>
 
 #include "device/orlith/call_counter.h"
@@ -14,8 +15,20 @@
 
 namespace orlith {
 
+// A SessionError becomes the status of its error; any other exception is logged.
 grpc::Status guardedCall(CallCounter& calls, platform::LogService& log, const char* call,
                          const std::function<grpc::Status()>& body);
+
+// A body that answers nothing has done well when it returns.
+template <std::invocable Body>
+requires std::same_as < std::invoke_result_t<Body>,
+void > grpc::Status guardedCall(CallCounter& calls, platform::LogService& log, const char* call,
+                                const Body& body) {
+    return guardedCall(calls, log, call, [&] {
+        body();
+        return grpc::Status::OK;
+    });
+}
 
 grpc::Status statusOf(const platform::Error& error);
 

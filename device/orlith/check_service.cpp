@@ -15,14 +15,13 @@
 #include "device/orlith/names.h"
 #include "device/orlith/notices.h"
 #include "device/orlith/recovery.h"
-#include "device/orlith/session_error.h"
+#include "device/orlith/slot_hold.h"
 
 namespace orlith {
 namespace {
 
 using korvane::CheckArea;
 using korvane::Finding;
-using platform::Error;
 
 constexpr char StagingDirectory[] = "/var/mobile/Media/Stagehold/";
 constexpr std::string_view PartialFolder = "Partial/";
@@ -60,27 +59,10 @@ link::CheckEvent eventOf(const Finding& finding) {
     return event;
 }
 
-// The place of a session, for as long as this lives.
-class HeldSlot {
-public:
-    HeldSlot(SessionSlot& slot, const link::CheckRequest& request, std::string& holder)
-        : _slot(slot),
-          _isHeld(slot.acquire(
-              {printable(request.host_name()) + ", which checks the device", request.process_id(),
-               std::chrono::steady_clock::now()},
-              [](const std::string&) {}, holder)) {}
-    ~HeldSlot() {
-        if (_isHeld)
-            _slot.release();
-    }
-    HeldSlot(const HeldSlot&) = delete;
-    HeldSlot& operator=(const HeldSlot&) = delete;
-    explicit operator bool() const { return _isHeld; }
-
-private:
-    SessionSlot& _slot;
-    const bool _isHeld;
-};
+SessionOwner ownerOf(const link::CheckRequest& request) {
+    return {printable(request.host_name()) + ", which checks the device", request.process_id(),
+            std::chrono::steady_clock::now()};
+}
 
 // What was cut off serves the next session, as long as a track still waits for it.
 bool isAwaited(common::Database& database, std::string_view partialName) {
@@ -100,11 +82,8 @@ bool isAwaited(common::Database& database, std::string_view partialName) {
 grpc::Status CheckService::Run(grpc::ServerContext*, const link::CheckRequest* request,
                                grpc::ServerWriter<link::CheckEvent>* writer) {
     return guardedCall(_parts.calls, _parts.log, "Check", [&] {
-        std::string holder;
-        const HeldSlot slot(_parts.slot, *request, holder);
-        if (!slot)
-            return statusOf(
-                Error(OrlithErrorDomain, OrlithErrorBusy, "the device is busy with " + holder));
+        // Not stopped halfway: a daemon that ends waits for it.
+        const SlotHold slot(_parts.slot, ownerOf(*request), [](const std::string&) {});
         const korvane::ActivityLock::Hold hold = _parts.activities.holdForFiles();
         const bool again = check(request->repair(),
                                  [&](const Finding& finding) { writer->Write(eventOf(finding)); });
@@ -118,7 +97,6 @@ grpc::Status CheckService::Run(grpc::ServerContext*, const link::CheckRequest* r
         writer->Write(last);
         if (again)
             _parts.requestStop();
-        return grpc::Status::OK;
     });
 }
 

@@ -30,10 +30,7 @@ void editTrack(korvane::Library& library, const std::string& track, link::EditRe
 }  // namespace
 
 grpc::Status OwnerService::guarded(const char* call, const std::function<void()>& body) {
-    return guardedCall(_parts.calls, _parts.log, call, [&] {
-        body();
-        return grpc::Status::OK;
-    });
+    return guardedCall(_parts.calls, _parts.log, call, body);
 }
 
 grpc::Status OwnerService::EditTrack(grpc::ServerContext*, const link::EditTrackRequest* request,

@@ -44,14 +44,7 @@ private:
 }  // namespace
 
 grpc::Status ReportsService::guarded(const char* call, const std::function<void()>& body) {
-    return guardedCall(_parts.calls, _parts.log, call, [&]() -> grpc::Status {
-        try {
-            body();
-            return grpc::Status::OK;
-        } catch (const SessionError& error) {
-            return statusOf(error.error());
-        }
-    });
+    return guardedCall(_parts.calls, _parts.log, call, body);
 }
 
 grpc::Status ReportsService::asked(const char* call, ORClientOperation operation,

@@ -31,7 +31,6 @@ grpc::Status SimilarService::Find(grpc::ServerContext*, const link::SimilarReque
             row.set_album(cleanUTF8(track.album));
             row.set_likeness(track.likeness);
         }
-        return grpc::Status::OK;
     });
 }
 

@@ -6,7 +6,9 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "device/orlith/session_error.h"
 #include "device/orlith/session_slot.h"
@@ -15,17 +17,22 @@ namespace orlith {
 
 class SlotHold {
 public:
-    // Throws SessionError when somebody else has it. A daemon that wants the place back cancels the
-    // call.
-    SlotHold(SessionSlot& slot, const char* purpose, grpc::ServerContext& context) : _slot(slot) {
+    // Throws SessionError when somebody else has it. `stop` is called when the daemon wants it
+    // back.
+    SlotHold(SessionSlot& slot, const SessionOwner& owner,
+             std::function<void(const std::string&)> stop)
+        : _slot(slot) {
         std::string holder;
-        const SessionOwner owner{purpose, static_cast<std::uint32_t>(::getpid()),
-                                 std::chrono::steady_clock::now()};
-        if (!slot.acquire(
-                owner, [&context](const std::string&) { context.TryCancel(); }, holder))
+        if (!slot.acquire(owner, std::move(stop), holder))
             throw SessionError(platform::Error(OrlithErrorDomain, OrlithErrorBusy,
                                                "the device is busy with " + holder));
     }
+    // Of this daemon itself; one that wants the place back cancels the call.
+    SlotHold(SessionSlot& slot, const char* purpose, grpc::ServerContext& context)
+        : SlotHold(
+              slot,
+              {purpose, static_cast<std::uint32_t>(::getpid()), std::chrono::steady_clock::now()},
+              [&context](const std::string&) { context.TryCancel(); }) {}
     ~SlotHold() { _slot.release(); }
     SlotHold(const SlotHold&) = delete;
     SlotHold& operator=(const SlotHold&) = delete;

@@ -17,6 +17,7 @@
 #include "host/scan/file_names.h"
 #include "host/session/backup_connection.h"
 #include "host/session/call_cancellation.h"
+#include "host/session/device_channel.h"
 #include "host/session/device_directory.h"
 #include "host/session/link_error.h"
 #include "host/session/replaced_file.h"
@@ -123,7 +124,7 @@ OptionalError sendRestore(const std::string& device, const RestoreOptions& optio
         if (OptionalError error = file.open())
             return error;
     OptionalError error;
-    const auto connection = BackupConnection::open(device, &error);
+    const auto connection = connectTo<BackupConnection>(device, &error);
     if (!connection)
         return error;
     ShownProgress progress;
@@ -201,7 +202,7 @@ ExitCode runBackup(const CommonOptions& common, const std::string& file) {
     progress.phase("backing up");
     ReceivedBackup backup(file, progress);
     error = backup.open();
-    const auto connection = error ? nullptr : BackupConnection::open(device, &error);
+    const auto connection = error ? nullptr : connectTo<BackupConnection>(device, &error);
     if (connection) {
         CallCancellation cancellation;
         const Interrupts interrupts([&] { cancellation.cancel(); });

@@ -43,9 +43,9 @@ void showRevision(const link::RevisionReply& reply, const Output& output) {
 ExitCode runRevision(const CommonOptions& common) {
     const Output output(common.json);
     link::RevisionReply reply;
-    const ExitCode code = askMirror(common.deviceDirectory, output, [&](MirrorConnection& device) {
-        return device.revision(reply);
-    });
+    const ExitCode code = askDevice<MirrorConnection>(
+        common.deviceDirectory, output,
+        [&](MirrorConnection& device) { return device.revision(reply); });
     if (code == ExitCode::Done)
         showRevision(reply, output);
     return code;
@@ -54,9 +54,9 @@ ExitCode runRevision(const CommonOptions& common) {
 ExitCode runResetChanges(const CommonOptions& common) {
     const Output output(common.json);
     link::ResetChangesReply reply;
-    const ExitCode code = askMirror(common.deviceDirectory, output, [&](MirrorConnection& device) {
-        return device.resetChanges(reply);
-    });
+    const ExitCode code = askDevice<MirrorConnection>(
+        common.deviceDirectory, output,
+        [&](MirrorConnection& device) { return device.resetChanges(reply); });
     if (code != ExitCode::Done)
         return code;
     if (common.json)
@@ -69,15 +69,16 @@ ExitCode runResetChanges(const CommonOptions& common) {
 ExitCode runAssets(const CommonOptions& common) {
     const Output output(common.json);
     std::size_t count = 0;
-    const ExitCode code = askMirror(common.deviceDirectory, output, [&](MirrorConnection& device) {
-        return device.listAssets([&](const link::Asset& asset) {
-            ++count;
-            if (common.json)
-                output.object(jsonOf(asset));
-            else
-                output.line(assetLine(asset));
+    const ExitCode code =
+        askDevice<MirrorConnection>(common.deviceDirectory, output, [&](MirrorConnection& device) {
+            return device.listAssets([&](const link::Asset& asset) {
+                ++count;
+                if (common.json)
+                    output.object(jsonOf(asset));
+                else
+                    output.line(assetLine(asset));
+            });
         });
-    });
     if (code != ExitCode::Done)
         return code;
     if (common.json)

@@ -103,8 +103,8 @@ ExitCode runCheck(const CommonOptions& common, bool repairs) {
     CheckReport report(output, repairs);
     link::CheckEnd end;
     for (int round = 0; round < MostRounds; ++round) {
-        const ExitCode code =
-            askCheck(common.deviceDirectory, output, [&](CheckConnection& device) {
+        const ExitCode code = askDevice<CheckConnection>(
+            common.deviceDirectory, output, [&](CheckConnection& device) {
                 return device.run(
                     requestOf(repairs), [&](const link::Finding& finding) { report.take(finding); },
                     end);

@@ -21,9 +21,9 @@ ExitCode editDevice(
     const std::function<OptionalError(DeviceConnection&, link::EditReply&)>& change) {
     const Output output(common.json);
     link::EditReply reply;
-    const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
-        return change(device, reply);
-    });
+    const ExitCode code = askDevice<DeviceConnection>(
+        common.deviceDirectory, output,
+        [&](DeviceConnection& device) { return change(device, reply); });
     if (code != ExitCode::Done)
         return code;
     if (common.json)

@@ -58,9 +58,9 @@ ExitCode askCloud(
     const std::function<platform::OptionalError(DeviceConnection&, link::CloudReply&)>& question) {
     const Output output(common.json);
     link::CloudReply reply;
-    const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
-        return question(device, reply);
-    });
+    const ExitCode code = askDevice<DeviceConnection>(
+        common.deviceDirectory, output,
+        [&](DeviceConnection& device) { return question(device, reply); });
     if (code != ExitCode::Done)
         return code;
     if (common.json)
@@ -75,9 +75,9 @@ ExitCode askCloud(
 ExitCode runDownload(const CommonOptions& common, const DownloadOptions& options) {
     const Output output(common.json);
     link::DownloadReply reply;
-    const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
-        return device.download(requestOf(options), reply);
-    });
+    const ExitCode code = askDevice<DeviceConnection>(
+        common.deviceDirectory, output,
+        [&](DeviceConnection& device) { return device.download(requestOf(options), reply); });
     if (code != ExitCode::Done)
         return code;
     if (common.json)
@@ -91,15 +91,16 @@ ExitCode runDownload(const CommonOptions& common, const DownloadOptions& options
 ExitCode runListDownloads(const CommonOptions& common) {
     const Output output(common.json);
     std::size_t count = 0;
-    const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
-        return device.listDownloads([&](const link::DownloadRow& row) {
-            ++count;
-            if (common.json)
-                output.object(jsonOf(row));
-            else
-                output.line(lineOf(row));
+    const ExitCode code =
+        askDevice<DeviceConnection>(common.deviceDirectory, output, [&](DeviceConnection& device) {
+            return device.listDownloads([&](const link::DownloadRow& row) {
+                ++count;
+                if (common.json)
+                    output.object(jsonOf(row));
+                else
+                    output.line(lineOf(row));
+            });
         });
-    });
     if (code != ExitCode::Done)
         return code;
     if (common.json)
@@ -111,9 +112,9 @@ ExitCode runListDownloads(const CommonOptions& common) {
 
 ExitCode runCancelDownload(const CommonOptions& common, std::int64_t download) {
     const Output output(common.json);
-    const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
-        return device.cancelDownload(download);
-    });
+    const ExitCode code = askDevice<DeviceConnection>(
+        common.deviceDirectory, output,
+        [&](DeviceConnection& device) { return device.cancelDownload(download); });
     if (code != ExitCode::Done)
         return code;
     if (common.json)

@@ -120,15 +120,16 @@ ExitCode runListTracks(const CommonOptions& common) {
     const Output output(common.json);
     std::vector<link::TrackRow> rows;
     std::size_t count = 0;
-    const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
-        return device.listTracks([&](const link::TrackRow& row) {
-            ++count;
-            if (common.json)
-                output.object(jsonOf(row));
-            else
-                rows.push_back(row);
+    const ExitCode code =
+        askDevice<DeviceConnection>(common.deviceDirectory, output, [&](DeviceConnection& device) {
+            return device.listTracks([&](const link::TrackRow& row) {
+                ++count;
+                if (common.json)
+                    output.object(jsonOf(row));
+                else
+                    rows.push_back(row);
+            });
         });
-    });
     if (code != ExitCode::Done)
         return code;
     if (common.json)
@@ -142,9 +143,9 @@ ExitCode runListTracks(const CommonOptions& common) {
 ExitCode runListPlaylists(const CommonOptions& common) {
     const Output output(common.json);
     std::vector<link::PlaylistRow> playlists;
-    const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
-        return readPlaylists(device, playlists);
-    });
+    const ExitCode code = askDevice<DeviceConnection>(
+        common.deviceDirectory, output,
+        [&](DeviceConnection& device) { return readPlaylists(device, playlists); });
     if (code != ExitCode::Done)
         return code;
     show(output, playlists, "playlists", playlistTable(playlists));
@@ -154,9 +155,9 @@ ExitCode runListPlaylists(const CommonOptions& common) {
 ExitCode runListPlaylist(const CommonOptions& common, const std::string& name) {
     const Output output(common.json);
     std::vector<link::TrackRow> rows;
-    const ExitCode code = askDevice(common.deviceDirectory, output, [&](DeviceConnection& device) {
-        return readPlaylist(device, name, rows);
-    });
+    const ExitCode code = askDevice<DeviceConnection>(
+        common.deviceDirectory, output,
+        [&](DeviceConnection& device) { return readPlaylist(device, name, rows); });
     if (code != ExitCode::Done)
         return code;
     show(output, rows, "tracks", trackTable(rows, true));
@@ -165,17 +166,17 @@ ExitCode runListPlaylist(const CommonOptions& common, const std::string& name) {
 
 ExitCode runStatus(const CommonOptions& common) {
     const Output output(common.json);
-    return askDevice(common.deviceDirectory, output,
-                     [&](DeviceConnection& device) -> OptionalError {
-                         link::StatusReply status;
-                         if (auto error = device.status(status))
-                             return error;
-                         link::CloudReply cloud;
-                         if (auto error = device.cloudState(cloud))
-                             return error;
-                         showStatus(output, status, cloud);
-                         return std::nullopt;
-                     });
+    return askDevice<DeviceConnection>(common.deviceDirectory, output,
+                                       [&](DeviceConnection& device) -> OptionalError {
+                                           link::StatusReply status;
+                                           if (auto error = device.status(status))
+                                               return error;
+                                           link::CloudReply cloud;
+                                           if (auto error = device.cloudState(cloud))
+                                               return error;
+                                           showStatus(output, status, cloud);
+                                           return std::nullopt;
+                                       });
 }
 
 }  // namespace host

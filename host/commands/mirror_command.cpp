@@ -38,7 +38,7 @@ OptionalError mirror(const MirrorOptions& options, MirrorReport& report,
     const auto first = openDeviceChannel(request.from_directory(), &error);
     if (!first)
         return error;
-    const auto companion = MirrorConnection::open(options.to, &error);
+    const auto companion = connectTo<MirrorConnection>(options.to, &error);
     if (!companion)
         return error;
     return companion->run(

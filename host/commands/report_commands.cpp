@@ -40,9 +40,9 @@ ExitCode showTexts(
     const std::function<OptionalError(ReportsConnection&, std::vector<std::string>&)>& rows) {
     const Output output(common.json);
     std::vector<std::string> texts;
-    const ExitCode code =
-        askReports(common.deviceDirectory, output,
-                   [&](ReportsConnection& device) { return rows(device, texts); });
+    const ExitCode code = askDevice<ReportsConnection>(
+        common.deviceDirectory, output,
+        [&](ReportsConnection& device) { return rows(device, texts); });
     if (code != ExitCode::Done)
         return code;
     for (const std::string& text : texts) {
@@ -62,7 +62,7 @@ ExitCode showTexts(
 ExitCode change(const CommonOptions& common, const std::string& done, const Json& summary,
                 const std::function<OptionalError(ReportsConnection&)>& question) {
     const Output output(common.json);
-    const ExitCode code = askReports(common.deviceDirectory, output, question);
+    const ExitCode code = askDevice<ReportsConnection>(common.deviceDirectory, output, question);
     if (code != ExitCode::Done)
         return code;
     if (common.json)
@@ -97,9 +97,9 @@ ExitCode runBackupPaths(const CommonOptions& common) {
 ExitCode runMetrics(const CommonOptions& common) {
     const Output output(common.json);
     link::MetricsReply metrics;
-    const ExitCode code =
-        askReports(common.deviceDirectory, output,
-                   [&](ReportsConnection& device) { return device.metrics(metrics); });
+    const ExitCode code = askDevice<ReportsConnection>(
+        common.deviceDirectory, output,
+        [&](ReportsConnection& device) { return device.metrics(metrics); });
     if (code != ExitCode::Done)
         return code;
     if (!common.json) {
@@ -143,8 +143,8 @@ ExitCode runUpdate(const CommonOptions& common, const std::string& track,
                    const std::vector<std::string>& assignments) {
     const Output output(common.json);
     link::UpdateMetadataReply reply;
-    const ExitCode code =
-        askReports(common.deviceDirectory, output, [&](ReportsConnection& device) {
+    const ExitCode code = askDevice<ReportsConnection>(
+        common.deviceDirectory, output, [&](ReportsConnection& device) {
             return device.updateMetadata(requestOf(track, assignments), reply);
         });
     if (code != ExitCode::Done)
@@ -163,9 +163,9 @@ ExitCode runUpdate(const CommonOptions& common, const std::string& track,
 ExitCode runListAccounts(const CommonOptions& common) {
     const Output output(common.json);
     link::AccountList list;
-    const ExitCode code =
-        askReports(common.deviceDirectory, output,
-                   [&](ReportsConnection& device) { return device.listAccounts(list); });
+    const ExitCode code = askDevice<ReportsConnection>(
+        common.deviceDirectory, output,
+        [&](ReportsConnection& device) { return device.listAccounts(list); });
     if (code != ExitCode::Done)
         return code;
     for (const link::Account& account : list.accounts()) {

@@ -62,9 +62,9 @@ ExitCode runSimilar(const CommonOptions& common, const SimilarOptions& options) 
     if (options.count)
         request.set_count(*options.count);
     link::SimilarReply reply;
-    const ExitCode code =
-        askSimilar(common.deviceDirectory, output,
-                   [&](SimilarConnection& device) { return device.find(request, reply); });
+    const ExitCode code = askDevice<SimilarConnection>(
+        common.deviceDirectory, output,
+        [&](SimilarConnection& device) { return device.find(request, reply); });
     if (code != ExitCode::Done)
         return code;
     if (common.json)

@@ -131,13 +131,14 @@ ExitCode runExport(const CommonOptions& common, const ExportOptions& options) {
     CallCancellation cancellation;
     const Interrupts interrupts([&] { cancellation.cancel(); });
     ChangeParameters parameters;
-    const ExitCode code = askMirror(common.deviceDirectory, output, [&](MirrorConnection& device) {
-        const Export run{options, device, cancellation, progress};
-        const OptionalError error =
-            options.output.empty() ? run.toStandardOutput() : run.toFile(parameters);
-        progress.finish();
-        return error;
-    });
+    const ExitCode code =
+        askDevice<MirrorConnection>(common.deviceDirectory, output, [&](MirrorConnection& device) {
+            const Export run{options, device, cancellation, progress};
+            const OptionalError error =
+                options.output.empty() ? run.toStandardOutput() : run.toFile(parameters);
+            progress.finish();
+            return error;
+        });
     if (code == ExitCode::Done && !options.output.empty())
         showExport(options, parameters, output);
     return code;
@@ -159,8 +160,8 @@ ExitCode runImport(const CommonOptions& common, const std::string& file) {
     CallCancellation cancellation;
     const Interrupts interrupts([&] { cancellation.cancel(); });
     link::ImportReply reply;
-    const ExitCode code =
-        askNewMirror(common.deviceDirectory, output, [&](MirrorConnection& device) {
+    const ExitCode code = askNewDevice<MirrorConnection>(
+        common.deviceDirectory, output, [&](MirrorConnection& device) {
             const OptionalError refused = device.importChanges(
                 [&](link::ChangeStream& piece) { return sender.next(piece); }, reply, cancellation);
             // What is wrong with the file says more than that the device did not take it.

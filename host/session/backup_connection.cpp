@@ -11,7 +11,7 @@
 #include "common/unique_fd.h"
 #include "host/session/call_cancellation.h"
 #include "host/session/device_channel.h"
-#include "host/session/link_error.h"
+#include "host/session/link_call.h"
 #include "link/backup.grpc.pb.h"
 
 namespace host {
@@ -48,16 +48,8 @@ struct BackupConnection::Impl {
     std::unique_ptr<link::Backup::Stub> calls;
 };
 
-std::unique_ptr<BackupConnection> BackupConnection::open(const std::string& deviceDirectory,
-                                                         OptionalError* error) {
-    auto channel = openDeviceChannel(deviceDirectory, error);
-    return channel ? std::make_unique<BackupConnection>(std::move(channel)) : nullptr;
-}
-
 BackupConnection::BackupConnection(std::shared_ptr<grpc::Channel> channel)
-    : _impl(std::make_unique<Impl>()) {
-    _impl->calls = link::Backup::NewStub(channel);
-}
+    : _impl(std::make_unique<Impl>(link::Backup::NewStub(std::move(channel)))) {}
 
 BackupConnection::~BackupConnection() = default;
 
@@ -108,8 +100,7 @@ OptionalError BackupConnection::restore(const link::RestoreOpen& open,
 }
 
 OptionalError BackupConnection::lastRestore(link::LastRestoreReply& reply) {
-    grpc::ClientContext context;
-    return errorOfCall(_impl->calls->LastRestore(&context, {}, &reply));
+    return unaryCall(*_impl->calls, &link::Backup::Stub::LastRestore, {}, reply);
 }
 
 std::unique_ptr<BackupConnection> openAfterRestore(const std::string& deviceDirectory,
@@ -119,7 +110,7 @@ std::unique_ptr<BackupConnection> openAfterRestore(const std::string& deviceDire
     const auto deadline = std::chrono::steady_clock::now() + FinishingDeadline;
     for (;;) {
         OptionalError reason;
-        if (auto connection = BackupConnection::open(deviceDirectory, &reason))
+        if (auto connection = connectTo<BackupConnection>(deviceDirectory, &reason))
             return connection;
         if (!isStarting(*reason) || std::chrono::steady_clock::now() >= deadline) {
             if (error)

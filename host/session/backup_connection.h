@@ -26,9 +26,6 @@ class CallCancellation;
 
 class BackupConnection {
 public:
-    // Connects to the daemon of a device directory and starts one when none runs. Null on failure.
-    static std::unique_ptr<BackupConnection> open(const std::string& deviceDirectory,
-                                                  platform::OptionalError* error);
     explicit BackupConnection(std::shared_ptr<grpc::Channel> channel);
     ~BackupConnection();
     BackupConnection(const BackupConnection&) = delete;

@@ -2,8 +2,7 @@
 
 #include <grpcpp/channel.h>
 
-#include "host/session/device_channel.h"
-#include "host/session/link_error.h"
+#include "host/session/link_call.h"
 #include "link/check.grpc.pb.h"
 
 namespace host {
@@ -11,40 +10,29 @@ namespace host {
 namespace link = ::orlith::link;
 
 struct CheckConnection::Impl {
-    std::unique_ptr<link::Check::Stub> stub;
+    std::unique_ptr<link::Check::Stub> calls;
 };
 
-std::unique_ptr<CheckConnection> CheckConnection::open(const std::string& deviceDirectory,
-                                                       platform::OptionalError* error) {
-    const auto channel = openDeviceChannel(deviceDirectory, error);
-    if (!channel)
-        return nullptr;
-    return std::unique_ptr<CheckConnection>(
-        new CheckConnection(std::make_unique<Impl>(link::Check::NewStub(channel))));
-}
-
-CheckConnection::CheckConnection(std::unique_ptr<Impl> impl) : _impl(std::move(impl)) {}
+CheckConnection::CheckConnection(std::shared_ptr<grpc::Channel> channel)
+    : _impl(std::make_unique<Impl>(link::Check::NewStub(std::move(channel)))) {}
 
 CheckConnection::~CheckConnection() = default;
 
 platform::OptionalError CheckConnection::run(
     const link::CheckRequest& request, const std::function<void(const link::Finding&)>& finding,
     link::CheckEnd& end) {
-    grpc::ClientContext context;
-    const auto reader = _impl->stub->Run(&context, request);
     bool hasEnd = false;
-    link::CheckEvent event;
-    while (reader->Read(&event)) {
-        if (event.has_finding())
-            finding(event.finding());
-        hasEnd = hasEnd || event.has_end();
-        if (event.has_end())
-            end = event.end();
-    }
-    const grpc::Status status = reader->Finish();
+    const auto error = streamingCall(*_impl->calls, &link::Check::Stub::Run, request,
+                                     [&](const link::CheckEvent& event) {
+                                         if (event.has_finding())
+                                             finding(event.finding());
+                                         hasEnd = hasEnd || event.has_end();
+                                         if (event.has_end())
+                                             end = event.end();
+                                     });
     // A daemon that leaves after its last word has said all.
-    if (!status.ok() && !hasEnd)
-        return errorOfStatus(status);
+    if (error && !hasEnd)
+        return error;
     if (!hasEnd)
         return platform::Error(LinkErrorDomain, LinkErrorProtocol, "the check has no end");
     return errorOfReply(grpc::Status::OK, end.success(), end.failure());

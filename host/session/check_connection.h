@@ -1,13 +1,16 @@
 // Purpose: has a device's daemon check what the device holds.
-// Thread: one at a time.
+// Thread: any; calls may run side by side.
 // Failure: each call returns why it failed; LinkErrorBusy when a session runs.
 #pragma once
 
 #include <functional>
 #include <memory>
-#include <string>
 
 #include "platform/errors.h"
+
+namespace grpc {
+class Channel;
+}
 
 namespace orlith::link {
 class CheckEnd;
@@ -19,9 +22,7 @@ namespace host {
 
 class CheckConnection {
 public:
-    // Connects to the daemon of a device directory and starts one when none runs. Null on failure.
-    static std::unique_ptr<CheckConnection> open(const std::string& deviceDirectory,
-                                                 platform::OptionalError* error);
+    explicit CheckConnection(std::shared_ptr<grpc::Channel> channel);
     ~CheckConnection();
     CheckConnection(const CheckConnection&) = delete;
     CheckConnection& operator=(const CheckConnection&) = delete;
@@ -33,8 +34,6 @@ public:
 
 private:
     struct Impl;
-    explicit CheckConnection(std::unique_ptr<Impl> impl);
-
     std::unique_ptr<Impl> _impl;
 };
 

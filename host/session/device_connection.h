@@ -34,9 +34,6 @@ class SessionStream;
 
 class DeviceConnection {
 public:
-    // Connects to the daemon of a device directory and starts one when none runs. Null on failure.
-    static std::unique_ptr<DeviceConnection> open(const std::string& deviceDirectory,
-                                                  platform::OptionalError* error);
     explicit DeviceConnection(std::shared_ptr<grpc::Channel> channel);
     ~DeviceConnection();
     DeviceConnection(const DeviceConnection&) = delete;

@@ -3,8 +3,7 @@
 #include <grpcpp/channel.h>
 
 #include "host/session/call_cancellation.h"
-#include "host/session/device_channel.h"
-#include "host/session/link_error.h"
+#include "host/session/link_call.h"
 #include "link/peer.grpc.pb.h"
 
 namespace host {
@@ -14,19 +13,11 @@ namespace link = ::orlith::link;
 using platform::OptionalError;
 
 struct MirrorConnection::Impl {
-    std::unique_ptr<link::Mirror::Stub> stub;
+    std::unique_ptr<link::Mirror::Stub> calls;
 };
 
-std::unique_ptr<MirrorConnection> MirrorConnection::open(const std::string& deviceDirectory,
-                                                         OptionalError* error) {
-    auto channel = openDeviceChannel(deviceDirectory, error);
-    return channel ? std::make_unique<MirrorConnection>(std::move(channel)) : nullptr;
-}
-
 MirrorConnection::MirrorConnection(std::shared_ptr<grpc::Channel> channel)
-    : _impl(std::make_unique<Impl>()) {
-    _impl->stub = link::Mirror::NewStub(channel);
-}
+    : _impl(std::make_unique<Impl>(link::Mirror::NewStub(std::move(channel)))) {}
 
 MirrorConnection::~MirrorConnection() = default;
 
@@ -35,7 +26,7 @@ OptionalError MirrorConnection::run(const link::MirrorRequest& request,
                                     CallCancellation& cancellation) {
     grpc::ClientContext context;
     const CallCancellation::Call call(cancellation, context);
-    const auto reader = _impl->stub->Run(&context, request);
+    const auto reader = _impl->calls->Run(&context, request);
     OptionalError failure;
     link::MirrorEvent message;
     while (reader->Read(&message)) {
@@ -57,7 +48,7 @@ OptionalError MirrorConnection::exportChanges(
     CallCancellation& cancellation) {
     grpc::ClientContext context;
     const CallCancellation::Call call(cancellation, context);
-    const auto reader = _impl->stub->Export(&context, request);
+    const auto reader = _impl->calls->Export(&context, request);
     OptionalError failure;
     bool ended = false;
     link::ChangeStream message;
@@ -83,7 +74,7 @@ OptionalError MirrorConnection::importChanges(const std::function<bool(link::Cha
                                               CallCancellation& cancellation) {
     grpc::ClientContext context;
     const CallCancellation::Call call(cancellation, context);
-    const auto writer = _impl->stub->Import(&context, &reply);
+    const auto writer = _impl->calls->Import(&context, &reply);
     link::ChangeStream message;
     // A device that takes no more says why in its answer.
     while (piece(message) && writer->Write(message)) {
@@ -94,24 +85,19 @@ OptionalError MirrorConnection::importChanges(const std::function<bool(link::Cha
 }
 
 OptionalError MirrorConnection::revision(link::RevisionReply& reply) {
-    grpc::ClientContext context;
-    return errorOfCall(_impl->stub->Revision(&context, {}, &reply));
+    return unaryCall(*_impl->calls, &link::Mirror::Stub::Revision, {}, reply);
 }
 
 OptionalError MirrorConnection::resetChanges(link::ResetChangesReply& reply) {
-    grpc::ClientContext context;
-    const grpc::Status status = _impl->stub->ResetChanges(&context, {}, &reply);
-    return errorOfReply(status, reply.success(), reply.failure());
+    return unaryCall(*_impl->calls, &link::Mirror::Stub::ResetChanges, {}, reply);
 }
 
 OptionalError MirrorConnection::listAssets(const std::function<void(const link::Asset&)>& row) {
-    grpc::ClientContext context;
-    const auto reader = _impl->stub->ListAssets(&context, {});
-    link::WantedAssets batch;
-    while (reader->Read(&batch))
-        for (const link::Asset& asset : batch.assets())
-            row(asset);
-    return errorOfCall(reader->Finish());
+    return streamingCall(*_impl->calls, &link::Mirror::Stub::ListAssets, {},
+                         [&](const link::WantedAssets& batch) {
+                             for (const link::Asset& asset : batch.assets())
+                                 row(asset);
+                         });
 }
 
 }  // namespace host

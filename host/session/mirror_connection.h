@@ -30,9 +30,6 @@ class CallCancellation;
 
 class MirrorConnection {
 public:
-    // Connects to the daemon of a device directory and starts one when none runs. Null on failure.
-    static std::unique_ptr<MirrorConnection> open(const std::string& deviceDirectory,
-                                                  platform::OptionalError* error);
     explicit MirrorConnection(std::shared_ptr<grpc::Channel> channel);
     ~MirrorConnection();
     MirrorConnection(const MirrorConnection&) = delete;

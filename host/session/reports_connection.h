@@ -27,9 +27,6 @@ namespace host {
 
 class ReportsConnection {
 public:
-    // Connects to the daemon of a device directory and starts one when none runs. Null on failure.
-    static std::unique_ptr<ReportsConnection> open(const std::string& deviceDirectory,
-                                                   platform::OptionalError* error);
     explicit ReportsConnection(std::shared_ptr<grpc::Channel> channel);
     ~ReportsConnection();
     ReportsConnection(const ReportsConnection&) = delete;

@@ -2,8 +2,7 @@
 
 #include <grpcpp/channel.h>
 
-#include "host/session/device_channel.h"
-#include "host/session/link_error.h"
+#include "host/session/link_call.h"
 #include "link/similar.grpc.pb.h"
 
 namespace host {
@@ -11,27 +10,17 @@ namespace host {
 namespace link = ::orlith::link;
 
 struct SimilarConnection::Impl {
-    std::unique_ptr<link::Similar::Stub> stub;
+    std::unique_ptr<link::Similar::Stub> calls;
 };
 
-std::unique_ptr<SimilarConnection> SimilarConnection::open(const std::string& deviceDirectory,
-                                                           platform::OptionalError* error) {
-    const auto channel = openDeviceChannel(deviceDirectory, error);
-    if (!channel)
-        return nullptr;
-    return std::unique_ptr<SimilarConnection>(
-        new SimilarConnection(std::make_unique<Impl>(link::Similar::NewStub(channel))));
-}
-
-SimilarConnection::SimilarConnection(std::unique_ptr<Impl> impl) : _impl(std::move(impl)) {}
+SimilarConnection::SimilarConnection(std::shared_ptr<grpc::Channel> channel)
+    : _impl(std::make_unique<Impl>(link::Similar::NewStub(std::move(channel)))) {}
 
 SimilarConnection::~SimilarConnection() = default;
 
 platform::OptionalError SimilarConnection::find(const link::SimilarRequest& request,
                                                 link::SimilarReply& reply) {
-    grpc::ClientContext context;
-    const grpc::Status status = _impl->stub->Find(&context, request, &reply);
-    return errorOfReply(status, reply.success(), reply.failure());
+    return unaryCall(*_impl->calls, &link::Similar::Stub::Find, request, reply);
 }
 
 }  // namespace host

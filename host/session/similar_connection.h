@@ -1,13 +1,16 @@
 // Purpose: asks a device's daemon which of its tracks are alike.
-// Thread: one at a time.
+// Thread: any; calls may run side by side.
 // Failure: each call returns why it failed; LinkErrorNotFound when there is no such track or
 // nothing is known of it.
 #pragma once
 
 #include <memory>
-#include <string>
 
 #include "platform/errors.h"
+
+namespace grpc {
+class Channel;
+}
 
 namespace orlith::link {
 class SimilarReply;
@@ -18,9 +21,7 @@ namespace host {
 
 class SimilarConnection {
 public:
-    // Connects to the daemon of a device directory and starts one when none runs. Null on failure.
-    static std::unique_ptr<SimilarConnection> open(const std::string& deviceDirectory,
-                                                   platform::OptionalError* error);
+    explicit SimilarConnection(std::shared_ptr<grpc::Channel> channel);
     ~SimilarConnection();
     SimilarConnection(const SimilarConnection&) = delete;
     SimilarConnection& operator=(const SimilarConnection&) = delete;
@@ -30,8 +31,6 @@ public:
 
 private:
     struct Impl;
-    explicit SimilarConnection(std::unique_ptr<Impl> impl);
-
     std::unique_ptr<Impl> _impl;
 };
 

@@ -3,6 +3,7 @@
 #include <future>
 
 #include "host/plan/scan_merge.h"
+#include "host/session/device_channel.h"
 #include "host/session/link_error.h"
 #include "host/session/sync_run_impl.h"
 #include "link/anchors.h"
@@ -53,7 +54,7 @@ OptionalError SyncRun::Impl::run() {
     // The daemon may have to start first, which takes as long as reading the folder.
     OptionalError connectError;
     std::future<std::unique_ptr<DeviceConnection>> connecting = std::async(std::launch::async, [&] {
-        return DeviceConnection::open(options.deviceDirectory, &connectError);
+        return connectTo<DeviceConnection>(options.deviceDirectory, &connectError);
     });
     const OptionalError scanError = library.scan();
     connection = connecting.get();

@@ -62,7 +62,6 @@ grpc::Status BackupService::Create(grpc::ServerContext*, const link::CreateBacku
             fillFailure(*error, *last.mutable_end()->mutable_failure());
             writer->Write(last);
         }
-        return grpc::Status::OK;
     });
 }
 
@@ -98,17 +97,14 @@ grpc::Status BackupService::Restore(grpc::ServerContext* context,
                                     link::RestoreReply* reply) {
     return guardedCall(_parts.calls, _parts.log, "Restore", [&] {
         OptionalError error;
-        try {
+        {
             const SlotHold hold(_parts.slot, "a restore", *context);
             error = restore(*reader, *reply);
-        } catch (const SessionError& failure) {
-            return statusOf(failure.error());
         }
         fillOutcome(error, *reply);
         // Whoever has the place for a session then is told; this call has to be answered.
         if (!error)
             _parts.requestStop();
-        return grpc::Status::OK;
     });
 }
 
@@ -138,7 +134,7 @@ grpc::Status BackupService::LastRestore(grpc::ServerContext*, const link::LastRe
                                         link::LastRestoreReply* reply) {
     return guardedCall(_parts.calls, _parts.log, "LastRestore", [&] {
         if (!_parts.lastRestore)
-            return grpc::Status::OK;
+            return;
         const FinishedRestore& restore = *_parts.lastRestore;
         reply->set_done(!restore.error);
         if (restore.error)
@@ -150,7 +146,6 @@ grpc::Status BackupService::LastRestore(grpc::ServerContext*, const link::LastRe
         reply->set_playlists(restore.playlists);
         reply->set_library_uid(restore.libraryUID);
         reply->set_kept(cleanUTF8(restore.kept));
-        return grpc::Status::OK;
     });
 }
 

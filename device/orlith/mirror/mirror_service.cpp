@@ -104,13 +104,7 @@ link::ChangeStream endOf(const ExportedChanges& exported, std::int64_t revision)
 }  // namespace
 
 grpc::Status MirrorService::guarded(const char* call, const std::function<grpc::Status()>& body) {
-    return guardedCall(_calls, _services.device.log, call, [&]() -> grpc::Status {
-        try {
-            return body();
-        } catch (const SessionError& error) {
-            return statusOf(error.error());
-        }
-    });
+    return guardedCall(_calls, _services.device.log, call, body);
 }
 
 grpc::Status MirrorService::Run(grpc::ServerContext* context, const link::MirrorRequest* request,
