@@ -1,8 +1,5 @@
 #include "device/artwork/video_input.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -37,47 +34,6 @@ VideoInput::VideoInput(int fd, std::chrono::steady_clock::time_point deadline)
 VideoInput::~VideoInput() {
     avcodec_free_context(&_decoder);
     avformat_close_input(&_format);
-    if (_io)
-        av_freep(&_io->buffer);
-    avio_context_free(&_io);
-}
-
-int VideoInput::readBytes(void* self, std::uint8_t* buffer, int size) {
-    auto& input = *static_cast<VideoInput*>(self);
-    ssize_t count = 0;
-    do
-        count = ::pread(input._fd, buffer, static_cast<std::size_t>(size), input._position);
-    while (count < 0 && errno == EINTR);
-    if (count < 0)
-        return AVERROR(errno);
-    if (count == 0)
-        return AVERROR_EOF;
-    input._position += count;
-    return static_cast<int>(count);
-}
-
-std::int64_t VideoInput::seekBytes(void* self, std::int64_t offset, int whence) {
-    auto& input = *static_cast<VideoInput*>(self);
-    struct stat status {};
-    if (::fstat(input._fd, &status) != 0)
-        return AVERROR(errno);
-    if (whence & AVSEEK_SIZE)
-        return status.st_size;
-    switch (whence & ~AVSEEK_FORCE) {
-        case SEEK_SET:
-            break;
-        case SEEK_CUR:
-            offset += input._position;
-            break;
-        case SEEK_END:
-            offset += status.st_size;
-            break;
-        default:
-            return AVERROR(EINVAL);
-    }
-    if (offset < 0)
-        return AVERROR(EINVAL);
-    return input._position = offset;
 }
 
 int VideoInput::wantsInterrupt(void* self) {
@@ -86,13 +42,11 @@ int VideoInput::wantsInterrupt(void* self) {
 
 bool VideoInput::open(std::string& reason) {
     _format = avformat_alloc_context();
-    auto* buffer = static_cast<unsigned char*>(av_malloc(IoBufferSize));
-    _io = avio_alloc_context(buffer, IoBufferSize, 0, this, readBytes, nullptr, seekBytes);
-    if (!_format || !buffer || !_io) {
+    if (!_format || !_file.open(_fd, IoBufferSize)) {
         reason = "There is not enough memory.";
         return false;
     }
-    _format->pb = _io;
+    _format->pb = _file.context();
     _format->flags |= AVFMT_FLAG_CUSTOM_IO;
     _format->io_open = refuseToOpen;
     _format->interrupt_callback = {wantsInterrupt, this};

@@ -11,6 +11,8 @@ extern "C" {
 #include <memory>
 #include <string>
 
+#include "common/av/av_file.h"
+
 namespace artwork {
 
 class VideoInput {
@@ -36,17 +38,14 @@ public:
     bool seek(std::int64_t timestamp);
 
 private:
-    static int readBytes(void* self, std::uint8_t* buffer, int size);
-    static std::int64_t seekBytes(void* self, std::int64_t offset, int whence);
     static int wantsInterrupt(void* self);
     bool openDecoder(std::string& reason);
 
     int _fd;  // not owned
-    std::int64_t _position = 0;
     std::chrono::steady_clock::time_point _deadline;
-    AVIOContext* _io = nullptr;
-    AVFormatContext* _format = nullptr;
-    AVStream* _stream = nullptr;  // owned by _format
+    common::AvFile _file;
+    AVFormatContext* _format = nullptr;  // closed before _file
+    AVStream* _stream = nullptr;         // owned by _format
     AVCodecContext* _decoder = nullptr;
 };
 

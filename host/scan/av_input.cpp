@@ -56,7 +56,7 @@ std::string mediaErrorText(int error) {
     }
 }
 
-AvInput::AvInput() = default;
+AvInput::AvInput() : _file(ReadLimit) {}
 
 namespace {
 
@@ -88,9 +88,6 @@ const AVInputFormat* formatBehindTag(int fd) {
 
 AvInput::~AvInput() {
     avformat_close_input(&_format);
-    if (_io)
-        av_freep(&_io->buffer);
-    avio_context_free(&_io);
 }
 
 std::string AvInput::open(const std::string& path) {
@@ -104,18 +101,12 @@ std::string AvInput::open(const std::string& path) {
         return "it is no file";
     _size = status.st_size;
 
-    auto* buffer = static_cast<unsigned char*>(av_malloc(BufferSize));
-    _io = buffer ? avio_alloc_context(buffer, BufferSize, 0, this, &AvInput::read, nullptr,
-                                      &AvInput::seek)
-                 : nullptr;
-    if (!_io) {
-        av_free(buffer);
+    if (!_file.open(_fd.get(), BufferSize))
         return mediaErrorText(AVERROR(ENOMEM));
-    }
     AVFormatContext* format = avformat_alloc_context();
     if (!format)
         return mediaErrorText(AVERROR(ENOMEM));
-    format->pb = _io;
+    format->pb = _file.context();
     format->flags |= AVFMT_FLAG_CUSTOM_IO;
     format->max_streams = 64;
     Options options;
@@ -136,40 +127,6 @@ std::string AvInput::open(const std::string& path) {
 
 void AvInput::analyze() {
     avformat_find_stream_info(_format, nullptr);
-}
-
-int AvInput::read(void* self, std::uint8_t* buffer, int size) {
-    auto& input = *static_cast<AvInput*>(self);
-    if (input._bytesRead >= ReadLimit)
-        return AVERROR(EFBIG);
-    const ssize_t count =
-        ::pread(input._fd.get(), buffer, static_cast<std::size_t>(size), input._position);
-    if (count < 0)
-        return AVERROR(errno);
-    input._position += count;
-    input._bytesRead += count;
-    return count == 0 ? AVERROR_EOF : static_cast<int>(count);
-}
-
-std::int64_t AvInput::seek(void* self, std::int64_t offset, int whence) {
-    auto& input = *static_cast<AvInput*>(self);
-    switch (whence & ~AVSEEK_FORCE) {
-        case AVSEEK_SIZE:
-            return input._size;
-        case SEEK_SET:
-            break;
-        case SEEK_CUR:
-            offset += input._position;
-            break;
-        case SEEK_END:
-            offset += input._size;
-            break;
-        default:
-            return AVERROR(EINVAL);
-    }
-    if (offset < 0)
-        return AVERROR(EINVAL);
-    return input._position = offset;
 }
 
 }  // namespace host

@@ -8,10 +8,10 @@
 #include <memory>
 #include <string>
 
+#include "common/av/av_file.h"
 #include "common/unique_fd.h"
 
 struct AVFormatContext;
-struct AVIOContext;
 
 namespace host {
 
@@ -33,16 +33,11 @@ public:
     std::int64_t fileSize() const { return _size; }
 
 private:
-    static int read(void* self, std::uint8_t* buffer, int size);
-    static std::int64_t seek(void* self, std::int64_t offset, int whence);
-
     common::UniqueFd _fd;
     bool _mayOpenLater = false;
     std::int64_t _size = 0;
-    std::int64_t _position = 0;
-    std::int64_t _bytesRead = 0;
-    AVIOContext* _io = nullptr;          // released with the object
-    AVFormatContext* _format = nullptr;  // likewise, before _io
+    common::AvFile _file;
+    AVFormatContext* _format = nullptr;  // closed before _file
 };
 
 // Plain words for an error of FFmpeg's.
