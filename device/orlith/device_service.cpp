@@ -66,7 +66,7 @@ grpc::Status DeviceService::ListTracks(grpc::ServerContext*, const link::ListReq
                                        grpc::ServerWriter<link::TrackBatch>* writer) {
     return guarded("ListTracks", [&] {
         BatchWriter<link::TrackBatch> rows(*writer);
-        _services.library.forEachTrack([&](const TrackSummary& track) {
+        _services.library.forEachTrack([&](const korvane::ListedTrack& track) {
             link::TrackRow& row = *rows.batch.add_tracks();
             fillRow(track, row);
             return rows.added(row);
@@ -80,7 +80,7 @@ grpc::Status DeviceService::ListPlaylists(grpc::ServerContext*, const link::List
                                           grpc::ServerWriter<link::PlaylistBatch>* writer) {
     return guarded("ListPlaylists", [&] {
         BatchWriter<link::PlaylistBatch> rows(*writer);
-        _services.library.forEachPlaylist([&](const PlaylistSummary& playlist) {
+        _services.library.forEachPlaylist([&](const korvane::ListedPlaylist& playlist) {
             bool wanted = true;
             splitPlaylist(playlist, [&](const link::PlaylistRow& piece) {
                 *rows.batch.add_playlists() = piece;

@@ -9,41 +9,6 @@ namespace {
 
 constexpr std::string_view AnchorProperty = "KVSyncClientSyncAnchor";
 
-std::optional<std::string> owned(const std::optional<std::string_view>& text) {
-    return text ? std::optional<std::string>(*text) : std::nullopt;
-}
-
-TrackSummary summaryOf(const korvane::ListedTrack& track) {
-    TrackSummary summary;
-    summary.persistentID = track.persistentID;
-    summary.syncID = track.syncID;
-    summary.globalID = track.globalID;
-    summary.title = owned(track.title);
-    summary.artist = owned(track.artist);
-    summary.album = owned(track.album);
-    summary.discNumber = track.discNumber;
-    summary.trackNumber = track.trackNumber;
-    summary.mediaType = track.mediaType;
-    if (!track.path.empty())
-        summary.path = track.path;
-    summary.size = track.size;
-    summary.hasArtwork = track.hasArtwork;
-    summary.hasKenning = track.hasKenning;
-    summary.chapters = track.chapters;
-    summary.rating = track.rating;
-    summary.playCount = track.playCount;
-    summary.contentHash = track.contentHash;
-    summary.hostPath = owned(track.hostPath);
-    summary.fromHost = track.isFromHost;
-    return summary;
-}
-
-PlaylistSummary summaryOf(const korvane::ListedPlaylist& playlist) {
-    return {playlist.persistentID, playlist.syncID, playlist.globalID,   playlist.name,
-            playlist.isSmart,      playlist.tracks, playlist.isFromHost, playlist.isBuiltIn,
-            playlist.rules,        playlist.limit};
-}
-
 }  // namespace
 
 std::string EmbeddedLibrary::libraryUID() {
@@ -109,15 +74,14 @@ LibraryStatistics EmbeddedLibrary::statistics() {
     return {counts.tracks, counts.playlists, counts.missingFiles, _tasks.isSuppressed()};
 }
 
-void EmbeddedLibrary::forEachTrack(const std::function<bool(const TrackSummary&)>& callback) {
-    korvane::listTracks(
-        _library, [&](const korvane::ListedTrack& track) { return callback(summaryOf(track)); });
+void EmbeddedLibrary::forEachTrack(
+    const std::function<bool(const korvane::ListedTrack&)>& callback) {
+    korvane::listTracks(_library, callback);
 }
 
-void EmbeddedLibrary::forEachPlaylist(const std::function<bool(const PlaylistSummary&)>& callback) {
-    korvane::listPlaylists(_library, [&](const korvane::ListedPlaylist& playlist) {
-        return callback(summaryOf(playlist));
-    });
+void EmbeddedLibrary::forEachPlaylist(
+    const std::function<bool(const korvane::ListedPlaylist&)>& callback) {
+    korvane::listPlaylists(_library, callback);
 }
 
 EditOutcome EmbeddedLibrary::rate(const std::string& track, std::uint32_t stars) {

@@ -37,8 +37,9 @@ public:
     std::int64_t coveredRevision() override;
     std::vector<std::string> filesHeldByHostAlone() override;
     LibraryStatistics statistics() override;
-    void forEachTrack(const std::function<bool(const TrackSummary&)>& callback) override;
-    void forEachPlaylist(const std::function<bool(const PlaylistSummary&)>& callback) override;
+    void forEachTrack(const std::function<bool(const korvane::ListedTrack&)>& callback) override;
+    void forEachPlaylist(
+        const std::function<bool(const korvane::ListedPlaylist&)>& callback) override;
     EditOutcome rate(const std::string& track, std::uint32_t stars) override;
     EditOutcome recordPlay(const std::string& track) override;
 

@@ -6,10 +6,10 @@
 
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "device/korvane/listing.h"
 #include "platform/errors.h"
 
 namespace orlith {
@@ -19,41 +19,6 @@ struct LibraryStatistics {
     std::uint64_t playlists = 0;
     std::uint64_t missingFiles = 0;  // tracks of the host whose file is to come
     bool backgroundSuppressed = false;
-};
-
-struct TrackSummary {
-    std::int64_t persistentID = 0;
-    std::int64_t syncID = 0;
-    std::int64_t globalID = 0;
-    std::optional<std::string> title;
-    std::optional<std::string> artist;
-    std::optional<std::string> album;
-    std::uint32_t discNumber = 0;
-    std::uint32_t trackNumber = 0;
-    std::uint32_t mediaType = 0;
-    std::optional<std::string> path;  // absolute device path
-    std::uint64_t size = 0;           // bytes
-    bool hasArtwork = false;
-    bool hasKenning = false;
-    std::uint32_t chapters = 0;
-    std::uint32_t rating = 0;  // 0 to 100
-    std::uint64_t playCount = 0;
-    std::string contentHash;  // as the host gave it; "" when it gave none
-    std::optional<std::string> hostPath;
-    bool fromHost = false;
-};
-
-struct PlaylistSummary {
-    std::int64_t persistentID = 0;
-    std::int64_t syncID = 0;
-    std::int64_t globalID = 0;
-    std::string name;
-    bool isSmart = false;
-    std::vector<std::int64_t> tracks;  // persistent ids, in order
-    bool fromHost = false;
-    bool isBuiltIn = false;
-    std::string rules = {};  // of a smart one, in words
-    std::string limit = {};
 };
 
 // One stream that preparation saved for the host.
@@ -93,8 +58,9 @@ public:
 
     virtual LibraryStatistics statistics() = 0;
     // In the library's own order; the callback answers false to stop.
-    virtual void forEachTrack(const std::function<bool(const TrackSummary&)>& callback) = 0;
-    virtual void forEachPlaylist(const std::function<bool(const PlaylistSummary&)>& callback) = 0;
+    virtual void forEachTrack(const std::function<bool(const korvane::ListedTrack&)>& callback) = 0;
+    virtual void forEachPlaylist(
+        const std::function<bool(const korvane::ListedPlaylist&)>& callback) = 0;
     // `track` is a persistent id, a sync id, or an exact title that only one track has. `stars` is
     // 0 to 5.
     virtual EditOutcome rate(const std::string& track, std::uint32_t stars) = 0;

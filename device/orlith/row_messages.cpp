@@ -31,35 +31,35 @@ const char* kindOf(std::uint32_t mediaType) {
 
 }  // namespace
 
-void fillRow(const TrackSummary& track, link::TrackRow& row) {
+void fillRow(const korvane::ListedTrack& track, link::TrackRow& row) {
     row.set_persistent_id(track.persistentID);
     row.set_sync_id(track.syncID);
     row.set_global_id(track.globalID);
     if (track.title)
-        row.set_title(cleanUTF8(*track.title));
+        row.set_title(cleanUTF8(std::string(*track.title)));
     if (track.artist)
-        row.set_artist(cleanUTF8(*track.artist));
+        row.set_artist(cleanUTF8(std::string(*track.artist)));
     if (track.album)
-        row.set_album(cleanUTF8(*track.album));
+        row.set_album(cleanUTF8(std::string(*track.album)));
     row.set_disc_number(track.discNumber);
     row.set_track_number(track.trackNumber);
     row.set_media_type(track.mediaType);
     row.set_asset_type(kindOf(track.mediaType));
-    if (track.path)
-        row.set_path(cleanUTF8(*track.path));
+    if (!track.path.empty())
+        row.set_path(cleanUTF8(track.path));
     row.set_size(track.size);
     row.set_artwork(track.hasArtwork);
     row.set_kenning(track.hasKenning);
     row.set_chapters(track.chapters);
     row.set_rating(track.rating);
     row.set_play_count(track.playCount);
-    row.set_content_hash(track.contentHash);
+    row.set_content_hash(std::string(track.contentHash));
     if (track.hostPath)
-        row.set_host_path(*track.hostPath);
-    row.set_from_host(track.fromHost);
+        row.set_host_path(std::string(*track.hostPath));
+    row.set_from_host(track.isFromHost);
 }
 
-void splitPlaylist(const PlaylistSummary& playlist,
+void splitPlaylist(const korvane::ListedPlaylist& playlist,
                    const std::function<void(const link::PlaylistRow&)>& callback) {
     std::size_t done = 0;
     do {
@@ -69,7 +69,7 @@ void splitPlaylist(const PlaylistSummary& playlist,
         row.set_global_id(playlist.globalID);
         row.set_name(cleanUTF8(playlist.name));
         row.set_smart(playlist.isSmart);
-        row.set_from_host(playlist.fromHost);
+        row.set_from_host(playlist.isFromHost);
         row.set_built_in(playlist.isBuiltIn);
         row.set_rules(cleanUTF8(playlist.rules));
         row.set_limit(playlist.limit);

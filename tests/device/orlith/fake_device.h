@@ -175,8 +175,9 @@ public:
     platform::OptionalError lastHostImportFailure() override { return std::nullopt; }
     std::vector<std::string> filesHeldByHostAlone() override;
     LibraryStatistics statistics() override { return {3, 2, 1, false}; }
-    void forEachTrack(const std::function<bool(const TrackSummary&)>& callback) override;
-    void forEachPlaylist(const std::function<bool(const PlaylistSummary&)>& callback) override;
+    void forEachTrack(const std::function<bool(const korvane::ListedTrack&)>& callback) override;
+    void forEachPlaylist(
+        const std::function<bool(const korvane::ListedPlaylist&)>& callback) override;
     EditOutcome rate(const std::string& track, std::uint32_t stars) override;
     EditOutcome recordPlay(const std::string&) override { return {}; }
 

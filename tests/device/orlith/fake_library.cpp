@@ -231,23 +231,24 @@ std::vector<std::string> FakeLibraryAccess::filesHeldByHostAlone() {
     return paths;
 }
 
-void FakeLibraryAccess::forEachTrack(const std::function<bool(const TrackSummary&)>& callback) {
+void FakeLibraryAccess::forEachTrack(
+    const std::function<bool(const korvane::ListedTrack&)>& callback) {
     test::takeOver();
     const std::scoped_lock lock(_tracks.mutex);
     for (const FakeTrack& track : _tracks.all) {
-        TrackSummary summary;
-        summary.persistentID = track.persistentID;
-        summary.syncID = track.syncID;
-        summary.title = "t\xffitle";
-        summary.mediaType = KV3MediaTypeTVEpisode | KV3MediaTypeMusic;
-        if (!callback(summary))
+        korvane::ListedTrack row;
+        row.persistentID = track.persistentID;
+        row.syncID = track.syncID;
+        row.title = "t\xffitle";
+        row.mediaType = KV3MediaTypeTVEpisode | KV3MediaTypeMusic;
+        if (!callback(row))
             return;
     }
 }
 
 void FakeLibraryAccess::forEachPlaylist(
-    const std::function<bool(const PlaylistSummary&)>& callback) {
-    PlaylistSummary playlist;
+    const std::function<bool(const korvane::ListedPlaylist&)>& callback) {
+    korvane::ListedPlaylist playlist;
     playlist.persistentID = 1;
     playlist.name = "long";
     playlist.tracks.assign(250000, 5);

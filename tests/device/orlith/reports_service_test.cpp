@@ -74,8 +74,8 @@ public:
     std::vector<std::string> filesHeldByHostAlone() override { return {}; }
     void adoptFoundPictures() override {}
     LibraryStatistics statistics() override { return {}; }
-    void forEachTrack(const std::function<bool(const TrackSummary&)>&) override {}
-    void forEachPlaylist(const std::function<bool(const PlaylistSummary&)>&) override {}
+    void forEachTrack(const std::function<bool(const korvane::ListedTrack&)>&) override {}
+    void forEachPlaylist(const std::function<bool(const korvane::ListedPlaylist&)>&) override {}
     EditOutcome rate(const std::string&, std::uint32_t) override { return {}; }
     EditOutcome recordPlay(const std::string&) override { return {}; }
 };
