@@ -56,6 +56,11 @@ grpc::Status DeviceService::Status(grpc::ServerContext*, const link::StatusReque
         reply->set_process_id(::getpid());
         for (std::string& kind : disabledKindsOf(_services.client))
             reply->add_disabled_kinds(std::move(kind));
+        for (const KeptPlace& place : _services.library.keptPlaces()) {
+            link::KeptPlace& kept = *reply->add_kept();
+            kept.set_path(cleanUTF8(place.path));
+            kept.set_bytes(place.bytes);
+        }
         const std::scoped_lock lock(_mutex);
         reply->set_last_result(cleanUTF8(_lastResult));
         return grpc::Status::OK;

@@ -1,8 +1,11 @@
 #include "device/orlith/embedded_library.h"
 
+#include "device/korvane/check/check_run.h"
 #include "device/korvane/listing.h"
 #include "device/korvane/owner_edits.h"
 #include "device/korvane/save/host_saver.h"
+#include "device/orlith/backup/restore_area.h"
+#include "device/system/rooted_file_system.h"
 
 namespace orlith {
 namespace {
@@ -72,6 +75,21 @@ void EmbeddedLibrary::adoptFoundPictures() {
 LibraryStatistics EmbeddedLibrary::statistics() {
     const korvane::LibraryCounts counts = korvane::libraryCounts(_library);
     return {counts.tracks, counts.playlists, counts.missingFiles, _tasks.isSuppressed()};
+}
+
+std::vector<KeptPlace> EmbeddedLibrary::keptPlaces() {
+    const korvane::Configuration& configuration = _library.configuration();
+    device::RootedFileSystem& files = configuration.files;
+    std::vector<KeptPlace> places;
+    const auto add = [&places](const std::string& path, std::uint64_t bytes) {
+        if (bytes > 0)
+            places.push_back({path, bytes});
+    };
+    for (const std::string path : {ReplacedDirectory, korvane::SetAsideDirectory})
+        add(path, files.diskUsage(path));
+    for (const std::string& path : korvane::carriedDatabases(files, configuration.databasePath))
+        add(path, files.attributes(path, nullptr).value_or(platform::FileAttributes()).size);
+    return places;
 }
 
 void EmbeddedLibrary::forEachTrack(

@@ -37,6 +37,7 @@ public:
     std::int64_t coveredRevision() override;
     std::vector<std::string> filesHeldByHostAlone() override;
     LibraryStatistics statistics() override;
+    std::vector<KeptPlace> keptPlaces() override;
     void forEachTrack(const std::function<bool(const korvane::ListedTrack&)>& callback) override;
     void forEachPlaylist(
         const std::function<bool(const korvane::ListedPlaylist&)>& callback) override;

@@ -27,6 +27,12 @@ struct SavedChanges {
     std::string path;          // absolute device path of a "QORX" file
 };
 
+// What is kept of former times: nothing reads it any more, and its owner may remove it.
+struct KeptPlace {
+    std::string path;         // absolute device path
+    std::uint64_t bytes = 0;  // on the disk
+};
+
 struct EditOutcome {
     platform::OptionalError error;
     std::string title;  // of the track that was changed
@@ -57,6 +63,8 @@ public:
     virtual void adoptFoundPictures() = 0;
 
     virtual LibraryStatistics statistics() = 0;
+    // Those that take room.
+    virtual std::vector<KeptPlace> keptPlaces() = 0;
     // In the library's own order; the callback answers false to stop.
     virtual void forEachTrack(const std::function<bool(const korvane::ListedTrack&)>& callback) = 0;
     virtual void forEachPlaylist(

@@ -130,6 +130,9 @@ Json jsonOf(const link::PlaylistRow& row) {
 }
 
 Json jsonOf(const link::StatusReply& status, const link::CloudReply& cloud) {
+    Json kept = Json::array();
+    for (const link::KeptPlace& place : status.kept())
+        kept.push_back({{"path", place.path()}, {"bytes", place.bytes()}});
     return {{"type", "status"},
             {"library_uid", status.library_uid()},
             {"revision", status.revision()},
@@ -140,7 +143,8 @@ Json jsonOf(const link::StatusReply& status, const link::CloudReply& cloud) {
             {"background_suppressed", status.background_suppressed()},
             {"busy_with", optionalText(!status.session_owner().empty(), status.session_owner())},
             {"cloud_signed_in", cloud.signed_in()},
-            {"cloud_kenning", cloud.has_kenning_data()}};
+            {"cloud_kenning", cloud.has_kenning_data()},
+            {"kept", std::move(kept)}};
 }
 
 std::string fitted(const std::string& text, std::size_t columns) {
@@ -231,6 +235,9 @@ std::vector<std::string> statusLines(const link::StatusReply& status,
         lines.push_back("last sync: " + displayText(status.last_result()));
     for (const std::string& notice : status.notices())
         lines.push_back("note: " + displayText(notice));
+    for (const link::KeptPlace& place : status.kept())
+        lines.push_back(fmt::format("kept from before: {} in {}; nothing needs it any more",
+                                    formatBytes(place.bytes()), displayText(place.path())));
     lines.push_back(fmt::format("library {}, revision {}, anchor {}", status.library_uid(),
                                 status.revision(), status.anchor()));
     return lines;

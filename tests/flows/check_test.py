@@ -115,6 +115,8 @@ class Files(Check):
         self.assertFalse(os.path.exists(stranger))
         with open(self.device.real(ASIDE + "/Tessel_Control/Music/F07/stranger.mp3"), "rb") as file:
             self.assertEqual(file.read(), b"somebody's song")
+        kept = self.device.lines("status", "--json")[-1]["kept"]
+        self.assertEqual([place["path"] for place in kept], [ASIDE + "/"])
         self.assertEqual(self.check(), [])
         self.assertEqual(self.held(), self.before)
 
@@ -203,7 +205,10 @@ class Databases(Check):
         self.assertEqual(self.check(), [])
         self.sync()
         self.assertEqual(self.held(), self.before)
-        self.assertEqual(len(glob.glob(path + ".carried-*[0-9]")), 1)
+        carried = glob.glob(path + ".carried-*[0-9]")
+        self.assertEqual(len(carried), 1)
+        kept = self.device.lines("status", "--json")[-1]["kept"]
+        self.assertEqual([self.device.real(place["path"]) for place in kept], carried)
 
     def test_what_is_left_of_a_playlist_without_its_name_comes_back(self):
         self.noise(self.page_of("container"))

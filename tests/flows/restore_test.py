@@ -258,6 +258,10 @@ class Restore(Flow):
         kept = self.device.lines("list", "--json")
         self.restore("--replace", device=other)
         self.assertTrue(os.path.exists(other.real("/var/mobile/Media/Replaced")))
+        kept_aside = other.lines("status", "--json")[-1]["kept"]
+        self.assertEqual([place["path"] for place in kept_aside], ["/var/mobile/Media/Replaced/"])
+        self.assertGreater(kept_aside[0]["bytes"], 0)
+        self.assertIn(b"kept from before", other.orlith("status").stdout)
         self.assertEqual(self.device.lines("list", "--json"), kept)
 
     def test_bad_backups_are_refused_and_change_nothing(self):

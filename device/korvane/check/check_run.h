@@ -6,6 +6,11 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
+
+namespace device {
+class RootedFileSystem;
+}
 
 namespace korvane {
 
@@ -39,6 +44,10 @@ void checkFiles(CheckRun& run);
 void checkArtwork(CheckRun& run);
 void checkRecords(CheckRun& run);
 void checkRevisions(CheckRun& run);
+
+// Damaged databases whose rows were carried into the library.
+std::vector<std::string> carriedDatabases(device::RootedFileSystem& files,
+                                          const std::string& databasePath);
 
 // All of them, as far as they make sense.
 void checkLibrary(CheckRun& run);

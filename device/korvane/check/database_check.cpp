@@ -85,12 +85,13 @@ std::string dateOf(std::string_view name) {
     return fmt::format("{:%Y-%m-%d %H:%M}", fmt::gmtime(static_cast<std::time_t>(seconds)));
 }
 
-std::vector<std::string> databasesAside(Library& library) {
-    const std::string& path = library.configuration().databasePath;
+// Those beside the library's whose names go on with the mark and a number; paths, sorted.
+std::vector<std::string> databasesMarked(device::RootedFileSystem& files, const std::string& path,
+                                         std::string_view mark) {
     const std::string directory = path.substr(0, path.rfind('/') + 1);
-    const std::string begin = path.substr(directory.size()) + std::string(AsideMark);
+    const std::string begin = path.substr(directory.size()) + std::string(mark);
     std::vector<std::string> found;
-    const auto names = library.configuration().files.contentsOfDirectory(directory, nullptr);
+    const auto names = files.contentsOfDirectory(directory, nullptr);
     for (const std::string& name : names.value_or(std::vector<std::string>()))
         if (name.starts_with(begin) &&
             name.find_first_not_of("0123456789", begin.size()) == std::string::npos)
@@ -187,7 +188,9 @@ bool checkDatabase(CheckRun& run) {
 }
 
 void checkDatabasesAside(CheckRun& run) {
-    for (const std::string& path : databasesAside(run.library)) {
+    const Configuration& configuration = run.library.configuration();
+    for (const std::string& path :
+         databasesMarked(configuration.files, configuration.databasePath, AsideMark)) {
         Finding finding{CheckArea::Database, path,
                         fmt::format("this database was damaged and set aside on {} UTC; what it "
                                     "held is not in the library",
@@ -207,6 +210,11 @@ void checkDatabasesAside(CheckRun& run) {
         }
         run.report(finding);
     }
+}
+
+std::vector<std::string> carriedDatabases(device::RootedFileSystem& files,
+                                          const std::string& databasePath) {
+    return databasesMarked(files, databasePath, CarriedMark);
 }
 
 }  // namespace korvane

@@ -20,7 +20,6 @@ constexpr char Area[] = "/var/mobile/Media/Restore";
 constexpr char Incoming[] = "/var/mobile/Media/Restore/Incoming";
 constexpr char Ready[] = "/var/mobile/Media/Restore/Ready";
 constexpr char Pending[] = "/var/mobile/Media/Restore/Pending";
-constexpr char Replaced[] = "/var/mobile/Media/Replaced";
 constexpr char PlanName[] = "/Plan.plist";
 
 bool isAsideName(const std::string& name) {
@@ -100,11 +99,11 @@ OptionalError RestoreArea::finish() {
 }
 
 OptionalError RestoreArea::makeAside(const RestorePlan& plan) {
-    return _files.createDirectory(fmt::format("{}/{}", Replaced, plan.aside));
+    return _files.createDirectory(fmt::format("{}{}", ReplacedDirectory, plan.aside));
 }
 
 std::string RestoreArea::asidePath(const RestorePlan& plan, const std::string& name) {
-    return fmt::format("{}/{}/{}", Replaced, plan.aside, name);
+    return fmt::format("{}{}/{}", ReplacedDirectory, plan.aside, name);
 }
 
 std::optional<RestorePlan> RestoreArea::readPlan(const std::string& directory,

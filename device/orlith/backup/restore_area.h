@@ -26,6 +26,9 @@ class RootedFileSystem;
 
 namespace orlith {
 
+// What lay in the way of restores, each in a directory of its own.
+inline constexpr char ReplacedDirectory[] = "/var/mobile/Media/Replaced/";
+
 struct RestorePlan {
     std::string deviceID;  // that the device has from then on; "" leaves it
     std::string aside;     // the name of the directory for what lies in the way

@@ -23,6 +23,8 @@ TEST_F(DeviceQuestions, StatusTellsTheLibraryAndTheSession) {
     EXPECT_EQ(reply.tracks(), 3u);
     EXPECT_EQ(reply.playlists(), 2u);
     EXPECT_EQ(reply.missing_files(), 1u);
+    ASSERT_EQ(reply.kept_size(), 1);
+    EXPECT_EQ(reply.kept(0).bytes(), 4096u);
     EXPECT_EQ(reply.revision(), 7);
     EXPECT_EQ(reply.process_id(), ::getpid());
     EXPECT_NE(reply.session_owner().find("kitchen-pc"), std::string::npos);

@@ -175,6 +175,7 @@ public:
     platform::OptionalError lastHostImportFailure() override { return std::nullopt; }
     std::vector<std::string> filesHeldByHostAlone() override;
     LibraryStatistics statistics() override { return {3, 2, 1, false}; }
+    std::vector<KeptPlace> keptPlaces() override { return {{"/kept/\xff", 4096}}; }
     void forEachTrack(const std::function<bool(const korvane::ListedTrack&)>& callback) override;
     void forEachPlaylist(
         const std::function<bool(const korvane::ListedPlaylist&)>& callback) override;

@@ -74,6 +74,7 @@ public:
     std::vector<std::string> filesHeldByHostAlone() override { return {}; }
     void adoptFoundPictures() override {}
     LibraryStatistics statistics() override { return {}; }
+    std::vector<KeptPlace> keptPlaces() override { return {}; }
     void forEachTrack(const std::function<bool(const korvane::ListedTrack&)>&) override {}
     void forEachPlaylist(const std::function<bool(const korvane::ListedPlaylist&)>&) override {}
     EditOutcome rate(const std::string&, std::uint32_t) override { return {}; }
