@@ -36,7 +36,7 @@ void show(const Output& output, const std::vector<Row>& rows, const char* nouns,
     output.object({{"type", "summary"}, {nouns, rows.size()}});
 }
 
-void showStatus(const Output& output, const link::StatusReply& status,
+void showStatus(const CommonOptions& common, const Output& output, const link::StatusReply& status,
                 const link::CloudReply& cloud) {
     const std::vector<FolderFailures> failed =
         failuresOfDevice(defaultStateDirectory(), status.library_uid());
@@ -51,7 +51,7 @@ void showStatus(const Output& output, const link::StatusReply& status,
         summary["failed"] = count;
         return output.object(summary);
     }
-    for (const std::string& line : statusLines(status, cloud))
+    for (const std::string& line : statusLines(common.deviceDirectory, status, cloud))
         output.line(line);
     for (const FolderFailures& folder : failed)
         for (const std::string& line : failureLines(folder))
@@ -174,7 +174,7 @@ ExitCode runStatus(const CommonOptions& common) {
                                            link::CloudReply cloud;
                                            if (auto error = device.cloudState(cloud))
                                                return error;
-                                           showStatus(output, status, cloud);
+                                           showStatus(common, output, status, cloud);
                                            return std::nullopt;
                                        });
 }

@@ -4,6 +4,7 @@
 #include <utf8proc.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -92,6 +93,11 @@ std::string trackLine(const std::string& title, const std::string& artist, const
     return fmt::format("{} {} {} {} {:>10} {:>5} {:<5} {}", fitted(title, TitleColumns),
                        fitted(artist, ArtistColumns), fitted(album, AlbumColumns), fitted(kind, 12),
                        size, plays, rating, id);
+}
+
+// Where a path of the device lies.
+std::string hostPath(const std::string& device, const std::string& devicePath) {
+    return std::filesystem::path(device) / std::filesystem::path(devicePath).relative_path();
 }
 
 }  // namespace
@@ -210,7 +216,7 @@ std::vector<std::string> playlistTable(const std::vector<link::PlaylistRow>& row
     return lines;
 }
 
-std::vector<std::string> statusLines(const link::StatusReply& status,
+std::vector<std::string> statusLines(const std::string& device, const link::StatusReply& status,
                                      const link::CloudReply& cloud) {
     std::vector<std::string> lines;
     lines.push_back(fmt::format("{} and {}; {} free", plural(status.tracks(), "track"),
@@ -222,7 +228,7 @@ std::vector<std::string> statusLines(const link::StatusReply& status,
     else if (status.tracks() > 0)
         lines.emplace_back("complete: every track of a host or another device has its file");
     if (status.anchor() == "0")
-        lines.emplace_back("no host has synced this device yet");
+        lines.emplace_back("no host has synced this device since it was made, restored or cleared");
     if (cloud.signed_in())
         lines.push_back(
             fmt::format("signed in to the cloud library{}",
@@ -236,8 +242,9 @@ std::vector<std::string> statusLines(const link::StatusReply& status,
     for (const std::string& notice : status.notices())
         lines.push_back("note: " + displayText(notice));
     for (const link::KeptPlace& place : status.kept())
-        lines.push_back(fmt::format("kept from before: {} in {}; nothing needs it any more",
-                                    formatBytes(place.bytes()), displayText(place.path())));
+        lines.push_back(fmt::format("kept from before: {} in {}; delete it if nothing is missing",
+                                    formatBytes(place.bytes()),
+                                    displayText(hostPath(device, place.path()))));
     lines.push_back(fmt::format("library {}, revision {}, anchor {}", status.library_uid(),
                                 status.revision(), status.anchor()));
     return lines;

@@ -28,7 +28,9 @@ nlohmann::ordered_json jsonOf(const orlith::link::StatusReply& status,
 std::vector<std::string> trackTable(const std::vector<orlith::link::TrackRow>& rows,
                                     bool isNumbered = false);
 std::vector<std::string> playlistTable(const std::vector<orlith::link::PlaylistRow>& rows);
-std::vector<std::string> statusLines(const orlith::link::StatusReply& status,
+// The status names paths below `device`, its directory here.
+std::vector<std::string> statusLines(const std::string& device,
+                                     const orlith::link::StatusReply& status,
                                      const orlith::link::CloudReply& cloud);
 // What the last sync of a folder could not do.
 std::vector<nlohmann::ordered_json> jsonOf(const FolderFailures& failures);
