@@ -6,8 +6,8 @@
 
 #include <grpcpp/support/status.h>
 
-#include <concepts>
 #include <functional>
+#include <type_traits>
 
 #include "device/orlith/call_counter.h"
 #include "platform/errors.h"
@@ -19,11 +19,13 @@ namespace orlith {
 grpc::Status guardedCall(CallCounter& calls, platform::LogService& log, const char* call,
                          const std::function<grpc::Status()>& body);
 
+template <typename Body>
+concept AnswersNothing = std::is_void_v<std::invoke_result_t<Body>>;
+
 // A body that answers nothing has done well when it returns.
-template <std::invocable Body>
-requires std::same_as < std::invoke_result_t<Body>,
-void > grpc::Status guardedCall(CallCounter& calls, platform::LogService& log, const char* call,
-                                const Body& body) {
+template <AnswersNothing Body>
+grpc::Status guardedCall(CallCounter& calls, platform::LogService& log, const char* call,
+                         const Body& body) {
     return guardedCall(calls, log, call, [&] {
         body();
         return grpc::Status::OK;
