@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <thread>
+#include <utility>
 
 #include "device/orlith/daemon_log.h"
 #include "device/orlith/incoming_file.h"
@@ -235,13 +236,15 @@ void ServingSession::close(const link::PeerClose& message) {
     _endedInOrder = true;
     logLine(_services.device.log, LogLevel::Info, "peer",
             "the mirror to " + _companionName + " ended");
+    // Before the companion hears of it: what its owner asks for next must not find this one busy.
+    cleanUp();
     link::FromFirst answer;
     answer.mutable_closed();
     send(answer);
 }
 
 void ServingSession::cleanUp() {
-    if (!_isOpen)
+    if (!std::exchange(_isOpen, false))
         return;
     _services.device.library.sessionEnded();
     _services.device.slot.release();

@@ -49,6 +49,19 @@ TEST_F(MirrorSessions, ChangesAndFilesComeAcross) {
     expectComplete();
 }
 
+TEST_F(MirrorSessions, TheFirstDeviceIsFreeOnceItsCompanionHasHeardOfTheEnd) {
+    MemoryLink link;
+    std::thread serving([&] { ServingSession(first.services, link.serving()).run(); });
+    const MirrorOutcome outcome =
+        MirrorSession(
+            companion.services, link.companion(), [](const link::MirrorEvent&) {}, 0)
+            .run();
+    EXPECT_FALSE(outcome.error) << outcome.error->description();
+    EXPECT_FALSE(first.device.slot.isTaken());
+    link.close();
+    serving.join();
+}
+
 TEST_F(MirrorSessions, ThePlugInHearsHowMuchOfAFileHasCome) {
     mirrorBetween(first, companion);
     const std::vector<double> told = companion.assets.progressOf("12");
