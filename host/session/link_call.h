@@ -14,12 +14,12 @@ namespace host {
 
 // An answer that says itself whether the device did what was asked is asked for that too.
 template <typename Stub, typename Request, typename Reply>
-platform::OptionalError unaryCall(Stub& stub,
+platform::OptionalError unaryCall(Stub& service,
                                   grpc::Status (Stub::*call)(grpc::ClientContext*, const Request&,
                                                              Reply*),
                                   const Request& request, Reply& reply) {
     grpc::ClientContext context;
-    const grpc::Status status = (stub.*call)(&context, request, &reply);
+    const grpc::Status status = (service.*call)(&context, request, &reply);
     if constexpr (requires {
                       reply.success();
                       reply.failure();
@@ -31,12 +31,12 @@ platform::OptionalError unaryCall(Stub& stub,
 
 // Gives each of the messages that come in answer to `take`.
 template <typename Stub, typename Request, typename Message, typename Take>
-platform::OptionalError streamingCall(Stub& stub,
+platform::OptionalError streamingCall(Stub& service,
                                       std::unique_ptr<grpc::ClientReader<Message>> (Stub::*call)(
                                           grpc::ClientContext*, const Request&),
                                       const Request& request, const Take& take) {
     grpc::ClientContext context;
-    const auto reader = (stub.*call)(&context, request);
+    const auto reader = (service.*call)(&context, request);
     Message message;
     while (reader->Read(&message))
         take(message);

@@ -14,8 +14,8 @@ constexpr std::size_t MostWaitingUploadChunks = 32;
 
 }  // namespace
 
-SessionStream::SessionStream(std::shared_ptr<link::Device::Stub> stub)
-    : _stub(std::move(stub)), _stream(_stub->Session(&_context)) {
+SessionStream::SessionStream(std::shared_ptr<link::Device::Stub> service)
+    : _service(std::move(service)), _stream(_service->Session(&_context)) {
     _reader = std::thread([this] { readAll(); });
 }
 

@@ -19,7 +19,7 @@ namespace host {
 
 class SessionStream {
 public:
-    explicit SessionStream(std::shared_ptr<orlith::link::Device::Stub> stub);
+    explicit SessionStream(std::shared_ptr<orlith::link::Device::Stub> service);
     ~SessionStream();
     SessionStream(const SessionStream&) = delete;
     SessionStream& operator=(const SessionStream&) = delete;
@@ -42,7 +42,7 @@ private:
     void readAll();
     bool write(const orlith::link::FromHost& message);
 
-    std::shared_ptr<orlith::link::Device::Stub> _stub;
+    std::shared_ptr<orlith::link::Device::Stub> _service;
     grpc::ClientContext _context;
     std::unique_ptr<grpc::ClientReaderWriter<orlith::link::FromHost, orlith::link::FromDevice>>
         _stream;

@@ -21,7 +21,7 @@ using platform::Error;
 
 class ExchangeStream final : public CompanionStream {
 public:
-    explicit ExchangeStream(link::Peer::Stub& stub) : _stream(stub.Exchange(&_context)) {}
+    explicit ExchangeStream(link::Peer::Stub& service) : _stream(service.Exchange(&_context)) {}
     ~ExchangeStream() override {
         _context.TryCancel();
         _stream->Finish();
@@ -42,11 +42,11 @@ private:
 
 class WatchThread final : public PeerConnection::Watch {
 public:
-    WatchThread(link::Peer::Stub& stub, const std::string& ownUID,
+    WatchThread(link::Peer::Stub& service, const std::string& ownUID,
                 std::function<void(const link::LibraryChanged*)> changed) {
         link::WatchRequest request;
         request.set_library_uid(ownUID);
-        _reader = stub.Watch(&_context, request);
+        _reader = service.Watch(&_context, request);
         _thread = std::thread([this, changed = std::move(changed)] {
             link::LibraryChanged message;
             while (_reader->Read(&message))
@@ -69,7 +69,7 @@ private:
 }  // namespace
 
 struct PeerConnection::State {
-    std::unique_ptr<link::Peer::Stub> stub;
+    std::unique_ptr<link::Peer::Stub> service;
 };
 
 PeerConnection::PeerConnection(std::unique_ptr<State> state) : _state(std::move(state)) {}
@@ -90,18 +90,18 @@ std::unique_ptr<PeerConnection> PeerConnection::open(const std::string& director
     if (!connection)
         return nullptr;
     auto state = std::make_unique<State>();
-    state->stub =
+    state->service =
         link::Peer::NewStub(grpc::CreateInsecureChannelFromFd("device", connection.release()));
     return std::unique_ptr<PeerConnection>(new PeerConnection(std::move(state)));
 }
 
 std::unique_ptr<CompanionStream> PeerConnection::exchange() {
-    return std::make_unique<ExchangeStream>(*_state->stub);
+    return std::make_unique<ExchangeStream>(*_state->service);
 }
 
 std::unique_ptr<PeerConnection::Watch> PeerConnection::watch(
     const std::string& ownUID, std::function<void(const link::LibraryChanged*)> changed) {
-    return std::make_unique<WatchThread>(*_state->stub, ownUID, std::move(changed));
+    return std::make_unique<WatchThread>(*_state->service, ownUID, std::move(changed));
 }
 
 }  // namespace orlith
