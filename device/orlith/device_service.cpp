@@ -38,7 +38,7 @@ grpc::Status DeviceService::Session(
     });
 }
 
-grpc::Status DeviceService::Status(grpc::ServerContext*, const link::StatusRequest*,
+grpc::Status DeviceService::Status(grpc::ServerContext*, const link::StatusRequest* request,
                                    link::StatusReply* reply) {
     return guarded("Status", [&] {
         const LibraryStatistics statistics = _services.library.statistics();
@@ -56,10 +56,12 @@ grpc::Status DeviceService::Status(grpc::ServerContext*, const link::StatusReque
         reply->set_process_id(::getpid());
         for (std::string& kind : disabledKindsOf(_services.client))
             reply->add_disabled_kinds(std::move(kind));
-        for (const KeptPlace& place : _services.library.keptPlaces()) {
-            link::KeptPlace& kept = *reply->add_kept();
-            kept.set_path(cleanUTF8(place.path));
-            kept.set_bytes(place.bytes);
+        const auto kept =
+            request->with_kept() ? _services.library.keptPlaces() : std::vector<KeptPlace>();
+        for (const KeptPlace& place : kept) {
+            link::KeptPlace& row = *reply->add_kept();
+            row.set_path(cleanUTF8(place.path));
+            row.set_bytes(place.bytes);
         }
         const std::scoped_lock lock(_mutex);
         reply->set_last_result(cleanUTF8(_lastResult));

@@ -168,8 +168,10 @@ ExitCode runStatus(const CommonOptions& common) {
     const Output output(common.json);
     return askDevice<DeviceConnection>(common.deviceDirectory, output,
                                        [&](DeviceConnection& device) -> OptionalError {
+                                           link::StatusRequest request;
+                                           request.set_with_kept(true);
                                            link::StatusReply status;
-                                           if (auto error = device.status(status))
+                                           if (auto error = device.status(request, status))
                                                return error;
                                            link::CloudReply cloud;
                                            if (auto error = device.cloudState(cloud))

@@ -24,8 +24,9 @@ DeviceConnection::DeviceConnection(std::shared_ptr<grpc::Channel> channel)
 
 DeviceConnection::~DeviceConnection() = default;
 
-platform::OptionalError DeviceConnection::status(link::StatusReply& reply) {
-    return unaryCall(*_impl->device, &link::Device::Stub::Status, {}, reply);
+platform::OptionalError DeviceConnection::status(const link::StatusRequest& request,
+                                                 link::StatusReply& reply) {
+    return unaryCall(*_impl->device, &link::Device::Stub::Status, request, reply);
 }
 
 platform::OptionalError DeviceConnection::listTracks(

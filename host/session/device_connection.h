@@ -25,6 +25,7 @@ class EditReply;
 class EditTrackRequest;
 class PlaylistRow;
 class StatusReply;
+class StatusRequest;
 class TrackRow;
 }  // namespace orlith::link
 
@@ -39,7 +40,8 @@ public:
     DeviceConnection(const DeviceConnection&) = delete;
     DeviceConnection& operator=(const DeviceConnection&) = delete;
 
-    platform::OptionalError status(orlith::link::StatusReply& reply);
+    platform::OptionalError status(const orlith::link::StatusRequest& request,
+                                   orlith::link::StatusReply& reply);
     platform::OptionalError listTracks(
         const std::function<void(const orlith::link::TrackRow&)>& row);
     platform::OptionalError listPlaylists(

@@ -84,7 +84,7 @@ OptionalError SyncRun::Impl::run() {
 
 OptionalError SyncRun::Impl::askDevice() {
     orlith::link::StatusReply status;
-    if (auto error = connection->status(status))
+    if (auto error = connection->status({}, status))
         return error;
     device = {status.library_uid(),
               orlith::link::anchorOfSync(status.anchor()),

@@ -20,14 +20,22 @@ TEST_F(DeviceQuestions, StatusTellsTheLibraryAndTheSession) {
     host.open("kitchen-pc");
     link::StatusReply reply;
     ASSERT_TRUE(stub->Status(&context, link::StatusRequest(), &reply).ok());
+    EXPECT_EQ(reply.kept_size(), 0);
     EXPECT_EQ(reply.tracks(), 3u);
     EXPECT_EQ(reply.playlists(), 2u);
     EXPECT_EQ(reply.missing_files(), 1u);
-    ASSERT_EQ(reply.kept_size(), 1);
-    EXPECT_EQ(reply.kept(0).bytes(), 4096u);
     EXPECT_EQ(reply.revision(), 7);
     EXPECT_EQ(reply.process_id(), ::getpid());
     EXPECT_NE(reply.session_owner().find("kitchen-pc"), std::string::npos);
+}
+
+TEST_F(DeviceQuestions, StatusTellsWhatIsKeptWhenThatIsAsked) {
+    link::StatusRequest request;
+    request.set_with_kept(true);
+    link::StatusReply reply;
+    ASSERT_TRUE(stub->Status(&context, request, &reply).ok());
+    ASSERT_EQ(reply.kept_size(), 1);
+    EXPECT_EQ(reply.kept(0).bytes(), 4096u);
 }
 
 TEST_F(DeviceQuestions, HostsAreToldWhichKindsTheDeviceHasDisabled) {
