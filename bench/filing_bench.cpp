@@ -113,7 +113,8 @@ void fileReceived(benchmark::State& state, std::int64_t tracks) {
     const auto assets = device.client().outstandingAssetTransfersWithDownloadManager(
         device.platform().downloadManager().get());
     require(assets.size() >= Rounds * FilesPerRound, "there are too few tracks");
-    orlith::AssetFiler filer(device.client(), device.platform().mediaLibrary(), device.files(),
+    orlith::AssetFiler filer(device.client(), device.platform().mediaLibrary(),
+                             device.platform().libraryAccess(), device.files(),
                              device.platform().syncDaemon().stagehold());
     // Scattered over the library, as files of random ids are.
     const std::size_t step = assets.size() / (Rounds * FilesPerRound);

@@ -66,13 +66,16 @@ void Library::deleteOrphanedArtworkWithSearchOptions(std::int64_t searchOptions)
         // A picture whose row comes back with a rollback must still be there.
         _connections->whenCommitted([this, orphans = std::move(orphans)] {
             for (const std::string& relativePath : orphans)
-                if (const int error =
-                        _configuration.files.unlink(ArtworkStore::originalPath(relativePath));
-                    error != 0 && error != ENOENT)
-                    _log.warning(Operation, relativePath + ": " + std::strerror(error));
+                removePicture(Operation, relativePath);
         });
         return true;
     });
+}
+
+void Library::removePicture(std::string_view operation, const std::string& relativePath) {
+    if (const int error = _configuration.files.unlink(ArtworkStore::originalPath(relativePath));
+        error != 0 && error != ENOENT)
+        _log.warning(operation, relativePath + ": " + std::strerror(error));
 }
 
 void Library::recordFoundOriginals() {
@@ -98,6 +101,24 @@ void Library::recordFoundOriginals() {
             recordArtwork(database, original);
         return true;
     });
+}
+
+void Library::discardChapterPictures(std::int64_t syncID,
+                                     std::span<const std::uint64_t> milliseconds) {
+    static constexpr char Operation[] = "discardChapterPictures";
+    std::optional<std::int64_t> track;
+    read(Operation, [&](common::Database& database) {
+        auto row = database.query(
+            "SELECT item_pid FROM item_store WHERE sync_id = ? AND sync_id <> 0", syncID);
+        if (row.step())
+            track = row->int64(0);
+        return true;
+    });
+    if (!track)
+        return;
+    for (const std::uint64_t start : milliseconds)
+        removePicture(Operation, artworkRelativePath(chapterArtworkToken(
+                                     *track, static_cast<double>(start) / 1000.0)));
 }
 
 }  // namespace korvane

@@ -86,6 +86,9 @@ public:
     // Records the hosts' covers that lie on disk without a row: a process was killed between the
     // two, or the database is a new one over the files of an old one.
     void recordFoundOriginals();
+    // Removes the files of a track's chapter pictures by the chapters' starts; their rows stay for
+    // those that come in their place.
+    void discardChapterPictures(std::int64_t syncID, std::span<const std::uint64_t> milliseconds);
     // Takes the cloud location off the tracks that have it.
     bool unlinkRedownloadableAssets(const std::vector<std::int64_t>& persistentIDs);
     std::vector<std::int64_t> autoCreatedBuiltInSmartPlaylistsPIDs();
@@ -118,6 +121,7 @@ private:
 
     bool guarded(std::string_view operation, const std::function<bool()>& work) const;
     void writeIdentity(bool closedInOrder, std::int64_t revision);
+    void removePicture(std::string_view operation, const std::string& relativePath);
 
     const Configuration _configuration;
     const LibraryLog _log;

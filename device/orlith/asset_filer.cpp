@@ -62,10 +62,11 @@ std::string destinationDirectory(std::int64_t syncID, const std::string& assetTy
     return fmt::format("Tessel_Control/Music/F{:02}", magnitude % MusicFolders);
 }
 
-AssetFiler::AssetFiler(ORClient& client, MediaLibraryFramework& library,
+AssetFiler::AssetFiler(ORClient& client, MediaLibraryFramework& library, LibraryAccess& access,
                        device::RootedFileSystem& files, StagingArea& staging)
     : _client(client),
       _library(library),
+      _access(access),
       _files(files),
       _staging(staging),
       _syncCarriesRenames(syncCarriesRenames(files.realPath("/"))) {}
@@ -84,6 +85,8 @@ FilingResult AssetFiler::file(ReceivedAsset& received) {
     FilingResult result;
     try {
         received.asset->setPath(relativePath);
+        if (!received.chapterPictures.empty())
+            _access.discardChapterPictures(identifierValue(received), received.chapterPictures);
         _client.assetTransferSucceeded(received.asset, true, std::nullopt);
         if (hasFile(received))
             result.failure = received.asset->isRestore() ? recordRestore(received)

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "device/orlith/incoming_file.h"
+#include "device/orlith/library_access.h"
 #include "device/orlith/staging_area.h"
 #include "platform/media_library.h"
 #include "platform/sync_daemon.h"
@@ -24,6 +25,7 @@ struct ReceivedAsset {
     std::unique_ptr<IncomingFile> file;                 // complete and checked; null when none came
     std::string fileExtension;                          // of the file, checked
     std::vector<std::unique_ptr<IncomingFile>> staged;  // pictures and Kenning data, in their place
+    std::vector<std::uint64_t> chapterPictures;         // of those, by their chapters' milliseconds
     platform::OptionalError transferFailure;            // it did not arrive as it was sent
     platform::OptionalError installFailure;             // the device could not take it
     std::string complaint;                              // what was refused beside the file
@@ -36,8 +38,8 @@ struct FilingResult {
 
 class AssetFiler {
 public:
-    AssetFiler(ORClient& client, MediaLibraryFramework& library, device::RootedFileSystem& files,
-               StagingArea& staging);
+    AssetFiler(ORClient& client, MediaLibraryFramework& library, LibraryAccess& access,
+               device::RootedFileSystem& files, StagingArea& staging);
 
     FilingResult file(ReceivedAsset& received);
     // The track of a sync id; one that does not exist when there is none.
@@ -57,6 +59,7 @@ private:
 
     ORClient& _client;
     MediaLibraryFramework& _library;
+    LibraryAccess& _access;
     device::RootedFileSystem& _files;
     StagingArea& _staging;
     const bool _syncCarriesRenames;

@@ -72,6 +72,11 @@ void EmbeddedLibrary::adoptFoundPictures() {
     _library.recordFoundOriginals();
 }
 
+void EmbeddedLibrary::discardChapterPictures(std::int64_t syncID,
+                                             const std::vector<std::uint64_t>& milliseconds) {
+    _library.discardChapterPictures(syncID, milliseconds);
+}
+
 LibraryStatistics EmbeddedLibrary::statistics() {
     const korvane::LibraryCounts counts = korvane::libraryCounts(_library);
     return {counts.tracks, counts.playlists, counts.missingFiles, _tasks.isSuppressed()};

@@ -30,6 +30,8 @@ public:
     void sessionBegan() override;
     void sessionEnded() override;
     void adoptFoundPictures() override;
+    void discardChapterPictures(std::int64_t syncID,
+                                const std::vector<std::uint64_t>& milliseconds) override;
     void registerHostData(const std::string& devicePath) override;
     void unregisterHostData() override;
     platform::OptionalError lastHostImportFailure() override;

@@ -61,6 +61,10 @@ public:
     virtual std::vector<std::string> filesHeldByHostAlone() = 0;
     // Records what lies on disk and is not known, so that it is not asked for again.
     virtual void adoptFoundPictures() = 0;
+    // Makes room for new pictures of the chapters of a track that start then: a picture that is
+    // there is believed to be the right one.
+    virtual void discardChapterPictures(std::int64_t syncID,
+                                        const std::vector<std::uint64_t>& milliseconds) = 0;
 
     virtual LibraryStatistics statistics() = 0;
     // Those that take room.

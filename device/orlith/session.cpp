@@ -27,7 +27,8 @@ constexpr std::chrono::seconds FailureGrace{5};
 Session::Session(const SessionServices& services, SessionStream& stream)
     : _services(services),
       _stream(stream),
-      _filer(services.client, services.mediaLibrary, services.files, services.staging),
+      _filer(services.client, services.mediaLibrary, services.library, services.files,
+             services.staging),
       _queue(QueueBudget) {}
 
 Session::~Session() = default;

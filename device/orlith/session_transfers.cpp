@@ -199,6 +199,8 @@ void Session::finishReception() {
 void Session::keepPart(std::unique_ptr<IncomingFile> file, const link::Transfer& transfer) {
     if (transfer.part() != link::Transfer::FILE) {
         _assembly->staged.push_back(std::move(file));
+        if (transfer.part() == link::Transfer::CHAPTER_ARTWORK)
+            _assembly->chapterPictures.push_back(transfer.chapter_ms());
         return;
     }
     _assembly->file = std::move(file);

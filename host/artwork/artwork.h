@@ -74,8 +74,10 @@ struct PreparedArtwork {
 };
 
 // The token of a picture that belongs to one track alone: a track with chapters keeps a cover token
-// of its own, and a video without a cover has one for the snapshot that the device takes.
-std::string artworkTokenOfTrack(const ContentHash& picture, std::int64_t globalId);
+// of its own, which other chapter pictures or other starts change, for they come with the cover;
+// and a video without a cover has one for the snapshot that the device takes.
+std::string artworkTokenOfTrack(const ContentHash& picture, std::int64_t globalId,
+                                std::span<const Chapter> chapters);
 std::string artworkTokenOfSnapshot(std::int64_t globalId);
 
 class ArtworkPreparer {

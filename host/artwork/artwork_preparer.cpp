@@ -11,13 +11,17 @@ namespace host {
 
 namespace {
 
-// The token of a purpose, a track and, where there is one, a picture.
+// The token of a purpose, a track and, where there is one, a picture with those of chapters.
 std::string derivedToken(std::string_view purpose, std::int64_t globalId,
-                         const ContentHash& picture) {
+                         const ContentHash& picture, std::span<const Chapter> chapters = {}) {
     ByteWriter out;
     out.text(purpose);
     out.number(globalId);
     out.raw(bytesOfContentHash(picture));
+    for (const Chapter& chapter : chapters) {
+        out.number(chapter.startMilliseconds);
+        out.raw(bytesOfContentHash(chapter.picture.value_or(ContentHash{})));
+    }
     return common::hexText(contentHashOfText(out.bytes()));
 }
 
@@ -29,8 +33,9 @@ PreparedArtwork refusal(std::string reason) {
 
 }  // namespace
 
-std::string artworkTokenOfTrack(const ContentHash& picture, std::int64_t globalId) {
-    return derivedToken("track", globalId, picture);
+std::string artworkTokenOfTrack(const ContentHash& picture, std::int64_t globalId,
+                                std::span<const Chapter> chapters) {
+    return derivedToken("track", globalId, picture, chapters);
 }
 
 std::string artworkTokenOfSnapshot(std::int64_t globalId) {

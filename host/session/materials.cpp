@@ -80,8 +80,9 @@ private:
         // A picture that tracks share is sent once; one with chapters needs its own, because its
         // chapters' pictures come with it.
         _materials.tracks[place].artworkToken =
-            file.media.chapters.empty() ? picture.token
-                                        : artworkTokenOfTrack(picture.hash, file.globalId);
+            file.media.chapters.empty()
+                ? picture.token
+                : artworkTokenOfTrack(picture.hash, file.globalId, file.media.chapters);
     }
 
     OptionalError makeChapters() {
@@ -115,9 +116,20 @@ private:
         return std::nullopt;
     }
 
-    // Companions find a chapter's picture by a name that is the same on every device.
-    static std::string chapterArtworkName(const Chapter& chapter) {
-        return chapter.picture ? common::hexText(*chapter.picture) : std::string();
+    // Companions find a chapter's picture by a name that is the same on every device; one that does
+    // not travel has none.
+    std::vector<common::Chapter> chapterTable(std::size_t place) const {
+        std::set<std::uint64_t> illustrated;
+        for (const ChapterPicture& chapter : _materials.chapterPictures[place])
+            illustrated.insert(chapter.milliseconds);
+        std::vector<common::Chapter> table;
+        for (const Chapter& chapter : _files[place].media.chapters) {
+            const auto start = static_cast<std::uint64_t>(chapter.startMilliseconds);
+            const bool travels = chapter.picture && illustrated.contains(start);
+            table.push_back({start, displayText(chapter.title),
+                             travels ? common::hexText(*chapter.picture) : std::string()});
+        }
+        return table;
     }
 
     void makeChapterTables() {
@@ -125,11 +137,7 @@ private:
             const std::vector<Chapter>& chapters = _files[i].media.chapters;
             if (_files[i].presence != Presence::Present || chapters.empty())
                 continue;
-            std::vector<common::Chapter> table;
-            for (const Chapter& chapter : chapters)
-                table.push_back({static_cast<std::uint64_t>(chapter.startMilliseconds),
-                                 displayText(chapter.title), chapterArtworkName(chapter)});
-            if (const auto bytes = common::encodeChapters(std::move(table)))
+            if (const auto bytes = common::encodeChapters(chapterTable(i)))
                 _materials.tracks[i].chapterData.assign(bytes->begin(), bytes->end());
             else
                 _materials.failures.push_back(

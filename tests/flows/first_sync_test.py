@@ -110,6 +110,28 @@ class Changes(Flow):
         self.assertEqual({t["title"]: t["persistent_id"] for t in self.tracks()}, before)
         self.assertSound()
 
+    def test_a_chapters_new_picture_takes_the_old_ones_place(self):
+        self.samples()
+        self.sync()
+        companion = self.another("companion")
+        self.mirror(self.device, companion)
+        before = [self.device.picture_hashes(), companion.picture_hashes()]
+        book = os.path.join(self.media, "Audiobooks", "The Lantern Keeper.m4b")
+        with open(book, "rb") as file:
+            content = bytearray(file.read())
+        second = content.index(b"\xff\xd8\xff", content.index(b"\xff\xd8\xff") + 1)
+        content[content.index(b"\xff\xdb", second) + 8] += 1  # of its quantisation table
+        with open(book, "wb") as file:
+            file.write(content)
+        self.sync()
+        self.mirror(self.device, companion)
+        for device, known in zip((self.device, companion), before):
+            self.assertEqual(len(set(device.picture_hashes()) - set(known)), 1)
+            self.assertComesTo(lambda: len(device.picture_hashes()), len(known))
+            self.assertEqual(device.orlith("check").returncode, DONE)
+        self.assertEqual(self.sync()[-1]["sent"], 0)
+        self.assertMovesNothing(self.device, companion)
+
     def test_a_playlist_that_changes_is_sent_and_only_it(self):
         names = self.make(6)
         self.write("P.m3u8", "\n".join(names[:2]).encode())

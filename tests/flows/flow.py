@@ -93,10 +93,14 @@ class Flow(unittest.TestCase):
 
     def assertComesToOrder(self, device):
         """What deleted tracks leave behind is swept soon after."""
+        self.assertComesTo(device.problems, [])
+
+    def assertComesTo(self, state, expected):
+        """Soon, by what happens in the background."""
         deadline = time.monotonic() + 30
-        while device.problems() and time.monotonic() < deadline:
+        while state() != expected and time.monotonic() < deadline:
             time.sleep(0.1)
-        self.assertEqual(device.problems(), [])
+        self.assertEqual(state(), expected)
 
     def assertRefused(self, done, code, *words):
         """A command that ended with this code and said these words, and in JSON the same."""

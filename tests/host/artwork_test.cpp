@@ -159,10 +159,25 @@ TEST_F(Artwork, ADamagedIndexIsAnEmptyOne) {
 
 TEST_F(Artwork, TokensOfTracksAndSnapshotsDiffer) {
     const ContentHash picture{1, 2};
-    EXPECT_NE(artworkTokenOfTrack(picture, 1), artworkTokenOfTrack(picture, 2));
-    EXPECT_NE(artworkTokenOfTrack(picture, 1), artworkTokenOfSnapshot(1));
+    EXPECT_NE(artworkTokenOfTrack(picture, 1, {}), artworkTokenOfTrack(picture, 2, {}));
+    EXPECT_NE(artworkTokenOfTrack(picture, 1, {}), artworkTokenOfSnapshot(1));
     EXPECT_EQ(artworkTokenOfSnapshot(7), artworkTokenOfSnapshot(7));
     EXPECT_EQ(artworkTokenOfSnapshot(7).size(), 32u);
+}
+
+TEST_F(Artwork, OtherChapterPicturesOrStartsMakeAnotherToken) {
+    const ContentHash cover{1, 2};
+    const std::vector<Chapter> chapters{{0, "I", ContentHash{3}}, {2'000, "II", ContentHash{4}}};
+    const auto tokenOf = [&](auto change) {
+        std::vector<Chapter> changed = chapters;
+        change(changed[1]);
+        return artworkTokenOfTrack(cover, 1, changed);
+    };
+    const std::string token = artworkTokenOfTrack(cover, 1, chapters);
+    EXPECT_NE(tokenOf([](Chapter& chapter) { chapter.picture = ContentHash{5}; }), token);
+    EXPECT_NE(tokenOf([](Chapter& chapter) { chapter.picture.reset(); }), token);
+    EXPECT_NE(tokenOf([](Chapter& chapter) { chapter.startMilliseconds = 2'001; }), token);
+    EXPECT_EQ(tokenOf([](Chapter& chapter) { chapter.title = "Another"; }), token);
 }
 
 }  // namespace

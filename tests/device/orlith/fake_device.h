@@ -152,6 +152,7 @@ public:
 
     std::vector<SavedChanges> saved;
     std::string registered;
+    std::map<std::int64_t, std::vector<std::uint64_t>> discardedChapterPictures;
 
     std::string libraryUID() override { return "uid"; }
     std::string anchor() override { return "anchor"; }
@@ -159,6 +160,11 @@ public:
     void sessionBegan() override {}
     void sessionEnded() override {}
     void adoptFoundPictures() override {}
+    void discardChapterPictures(std::int64_t syncID,
+                                const std::vector<std::uint64_t>& milliseconds) override {
+        discardedChapterPictures[syncID] = milliseconds;
+        test::handOver();
+    }
     void registerHostData(const std::string& path) override {
         registered = path;
         test::handOver();

@@ -73,6 +73,7 @@ public:
     std::int64_t coveredRevision() override { return 0; }
     std::vector<std::string> filesHeldByHostAlone() override { return {}; }
     void adoptFoundPictures() override {}
+    void discardChapterPictures(std::int64_t, const std::vector<std::uint64_t>&) override {}
     LibraryStatistics statistics() override { return {}; }
     std::vector<KeptPlace> keptPlaces() override { return {}; }
     void forEachTrack(const std::function<bool(const korvane::ListedTrack&)>&) override {}

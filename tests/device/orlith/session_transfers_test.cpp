@@ -215,6 +215,9 @@ TEST_F(SessionTransfers, ACoverAndAFileAreFiledTogether) {
     EXPECT_EQ(staged, (std::vector<std::string>{"Media/Artwork/5", "Media/Artwork/5-12346",
                                                 "Media/Kenning/88"}));
     EXPECT_TRUE(device.filesBelow("/var/mobile/Media/Stagehold").empty());
+    test::takeOver();
+    EXPECT_EQ(device.access.discardedChapterPictures,
+              (std::map<std::int64_t, std::vector<std::uint64_t>>{{5, {12346}}}));
 }
 
 TEST_F(SessionTransfers, ARefusedCoverDoesNotKeepTheFileOut) {

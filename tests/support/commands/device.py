@@ -117,6 +117,16 @@ class Device:
         state["tracks"].sort(key=lambda track: json.dumps(track, sort_keys=True))
         return state
 
+    def picture_hashes(self):
+        """Of covers and chapters, whoever asks for them."""
+        found = []
+        originals = self.real("/var/mobile/Media/Tessel_Control/Artwork/Originals")
+        for folder, _, files in os.walk(originals):
+            for name in files:
+                with open(os.path.join(folder, name), "rb") as file:
+                    found.append(hashlib.sha256(file.read()).hexdigest())
+        return sorted(found)
+
     def problems(self):
         """What should not be on a device at rest."""
         found = []
