@@ -6,15 +6,36 @@
 
 namespace korvane {
 
+namespace {
+
+constexpr std::string_view CoverTokens =
+    "SELECT sync_artwork_token, cloud_artwork_token, store_artwork_token, "
+    "purchase_history_artwork_token FROM item_artwork";
+constexpr int CoverTokenColumns = 4;
+
+// Of the row that the statement stands on.
+template <typename Use>
+void forEachCover(common::Statement& tokens, const Use& use) {
+    for (int column = 0; column < CoverTokenColumns; ++column)
+        if (!tokens.text(column).empty())
+            use(artworkRelativePath(std::string(tokens.text(column))));
+}
+
+}  // namespace
+
+std::vector<std::string> coversOf(common::Database& database, std::int64_t persistentID) {
+    std::vector<std::string> paths;
+    auto tokens = database.query(std::string(CoverTokens) + " WHERE item_pid = ?", persistentID);
+    while (tokens.step())
+        forEachCover(*tokens, [&](std::string path) { paths.push_back(std::move(path)); });
+    return paths;
+}
+
 std::unordered_set<std::string> wantedPictures(common::Database& database) {
     std::unordered_set<std::string> paths;
-    auto tokens = database.query(
-        "SELECT sync_artwork_token, cloud_artwork_token, store_artwork_token, "
-        "purchase_history_artwork_token FROM item_artwork");
+    auto tokens = database.query(CoverTokens);
     while (tokens.step())
-        for (int column = 0; column < 4; ++column)
-            if (!tokens->text(column).empty())
-                paths.insert(artworkRelativePath(std::string(tokens->text(column))));
+        forEachCover(*tokens, [&](std::string path) { paths.insert(std::move(path)); });
     auto chapters = database.query(
         "SELECT item_pid, chapter_data FROM item_extra WHERE chapter_data IS NOT NULL");
     while (chapters.step())

@@ -3,6 +3,7 @@
 // Failure: SqliteError.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -15,6 +16,9 @@ namespace korvane {
 
 // The relative path of every picture that a track can ask for.
 std::unordered_set<std::string> wantedPictures(common::Database& database);
+
+// The relative paths of the covers that a track asks for.
+std::vector<std::string> coversOf(common::Database& database, std::int64_t persistentID);
 
 // Takes the recorded pictures that nobody asks for out of the database, inside a write transaction,
 // and tells their relative paths.

@@ -141,15 +141,51 @@ class Pictures(Check):
         self.assertFalse(os.path.exists(stranger))
         self.assertEqual(self.held(), self.before)
 
-    def test_a_picture_that_is_gone_comes_again(self):
-        pictures = [path for path in glob.glob(self.device.real(ORIGINALS) + "/*/*/*")
-                    if os.path.isfile(path)]
-        self.assertTrue(pictures)
-        os.unlink(pictures[0])
-        self.assertMends("artwork")
+    def pictures(self, of_chapters, device=None):
+        """Those that lie on the device, by their kind."""
+        root = (device or self.device).real(ORIGINALS)
+        with sqlite3.connect((device or self.device).real(DATABASE)) as connection:
+            recorded = connection.execute("SELECT relative_path FROM artwork WHERE "
+                                          "(artwork_type = 3) = ?", (of_chapters,)).fetchall()
+        return sorted(os.path.join(root, path) for path, in recorded)
+
+    def test_a_cover_that_is_gone_comes_again(self):
+        covers = self.pictures(of_chapters=False)
+        self.assertTrue(covers)
+        for cover in covers:
+            os.unlink(cover)
+        self.assertMends("artwork", len(covers))
         self.sync()
-        self.assertTrue(os.path.exists(pictures[0]))
+        self.assertEqual(self.pictures(of_chapters=False), covers)
+        self.assertTrue(all(os.path.exists(cover) for cover in covers))
         self.assertEqual(self.check(), [])
+
+    def test_a_chapters_picture_that_is_gone_comes_again_with_the_cover(self):
+        chapters = self.pictures(of_chapters=True)
+        self.assertEqual(len(chapters), 3)
+        for lost in (chapters[:1], chapters):
+            for picture in lost:
+                os.unlink(picture)
+            found = self.assertMends("artwork")
+            self.assertEqual(found[0]["subject"], "The Lantern Keeper")
+            self.assertIn(f"{len(lost)} of its chapters' pictures", found[0]["problem"])
+            self.sync()
+            self.assertEqual(self.pictures(of_chapters=True), chapters)
+            self.assertTrue(all(os.path.exists(picture) for picture in chapters))
+            self.assertEqual(self.check(), [])
+
+    def test_a_companions_chapter_picture_comes_again_with_a_mirror(self):
+        companion = self.another("companion")
+        self.mirror(self.device, companion)
+        chapters = self.pictures(of_chapters=True, device=companion)
+        self.assertEqual(len(chapters), 3)
+        os.unlink(chapters[1])
+        self.assertEqual(companion.orlith("check").returncode, PARTLY)
+        self.assertEqual(companion.orlith("check", "--repair").returncode, DONE)
+        self.mirror(self.device, companion)
+        self.assertTrue(os.path.exists(chapters[1]))
+        self.assertIn(b"all agrees", companion.orlith("check").stdout)
+        self.assertMovesNothing(self.device, companion)
 
 
 class Databases(Check):
@@ -280,6 +316,9 @@ class Records(Check):
         self.sync("--reset")
         self.assertEqual(chapters(), known)
         self.assertEqual(self.check(), [])
+        pictures = "SELECT count(*) FROM artwork WHERE artwork_type = 3"
+        with sqlite3.connect(self.device.real(DATABASE)) as connection:
+            self.assertEqual(connection.execute(pictures).fetchone()[0], 3)
 
     def test_a_device_that_is_busy_is_not_checked(self):
         self.make(150, size=200_000)

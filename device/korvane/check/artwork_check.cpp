@@ -1,4 +1,6 @@
-// Pictures: recorded and gone, or there and nobody's.
+// Pictures: recorded and gone, lacked by chapters, or there and nobody's.
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <map>
 
@@ -16,11 +18,44 @@ namespace korvane {
 namespace {
 
 constexpr char Again[] = "it is recorded no more, and the next sync or mirror brings it again";
+constexpr char NoMore[] = "it is recorded no more";
+
+// A track whose chapters have pictures. Paths are relative to the originals.
+struct ChapteredTrack {
+    std::int64_t persistentID = 0;
+    std::string title;
+    std::vector<std::string> covers;
+    // Of each chapter that has one: a host's picture lies under the chapter's time, a pulled one
+    // under its name.
+    std::vector<std::pair<std::string, std::string>> pictures;
+};
 
 struct Pictures {
     std::unordered_set<std::string> wanted;       // paths below the originals
     std::map<std::string, std::string> recorded;  // path to token
+    std::vector<ChapteredTrack> chaptered;
 };
+
+std::vector<ChapteredTrack> readChapteredTracks(common::Database& database) {
+    std::vector<ChapteredTrack> tracks;
+    auto rows = database.query(
+        "SELECT item_pid, title, chapter_data FROM item_extra WHERE chapter_data IS NOT NULL");
+    while (rows.step()) {
+        ChapteredTrack track{rows->int64(0), std::string(rows->text(1)), {}, {}};
+        for (const common::Chapter& chapter :
+             common::decodeChapters(rows->blob(2)).value_or(std::vector<common::Chapter>()))
+            if (!chapter.artworkCacheID.empty())
+                track.pictures.emplace_back(
+                    artworkRelativePath(chapterArtworkToken(
+                        track.persistentID, static_cast<double>(chapter.startMs) / 1000.0)),
+                    artworkRelativePath(chapter.artworkCacheID));
+        if (track.pictures.empty())
+            continue;
+        track.covers = coversOf(database, track.persistentID);
+        tracks.push_back(std::move(track));
+    }
+    return tracks;
+}
 
 Pictures readPictures(common::Database& database) {
     Pictures pictures;
@@ -28,6 +63,7 @@ Pictures readPictures(common::Database& database) {
     auto rows = database.query("SELECT relative_path, artwork_token FROM artwork");
     while (rows.step())
         pictures.recorded.emplace(rows->text(0), rows->text(1));
+    pictures.chaptered = readChapteredTracks(database);
     return pictures;
 }
 
@@ -51,55 +87,115 @@ void recordChapterPictures(common::Database& database, const std::vector<std::st
             recordArtwork(database, found->second);
 }
 
+class ArtworkCheck {
+public:
+    explicit ArtworkCheck(CheckRun& run)
+        : _run(run),
+          _files(run.library.configuration().files),
+          _pictures(run.library.connections().reading<Pictures>(readPictures)) {}
+
+    void check() {
+        for (const ChapteredTrack& track : _pictures.chaptered)
+            lookAtChapters(track);
+        for (const auto& [path, token] : _pictures.recorded)
+            if (!isThere(path))
+                lookAtGone(path);
+        std::vector<std::string> present = _files.subpathsOfDirectory(ArtworkOriginalsDirectory);
+        std::ranges::sort(present);
+        for (const std::string& path : present)
+            lookAtPresent(path);
+        mend();
+    }
+
+private:
+    bool isThere(const std::string& path) const {
+        return _files.fileExists(ArtworkStore::originalPath(path));
+    }
+
+    // Chapters' pictures come with the cover: while that is awaited, so are they.
+    void lookAtChapters(const ChapteredTrack& track) {
+        if (std::ranges::none_of(track.covers, [this](const auto& path) { return isThere(path); }))
+            return;
+        std::size_t lacking = 0;
+        for (const auto& [byTime, byName] : track.pictures) {
+            if (isThere(byTime) || isThere(byName))
+                continue;
+            ++lacking;
+            for (const std::string& path : {byTime, byName})
+                if (_pictures.recorded.contains(path)) {
+                    _forgotten.push_back(path);
+                    _told.insert(path);
+                }
+        }
+        if (lacking == 0)
+            return;
+        report(track.title,
+               fmt::format("{} of its chapters' pictures {} not there", lacking,
+                           lacking == 1 ? "is" : "are"),
+               fmt::format("its cover goes to {}, and the next sync or mirror brings it again with "
+                           "the chapters' pictures",
+                           SetAsideDirectory),
+               _run.repairs && setCoversAside(_run.library, track.persistentID));
+    }
+
+    void lookAtGone(const std::string& path) {
+        if (_told.contains(path))
+            return;
+        _forgotten.push_back(path);
+        report(ArtworkStore::originalPath(path), "this picture is recorded and not there",
+               _pictures.wanted.contains(path) ? Again : NoMore, _run.repairs);
+    }
+
+    void lookAtPresent(const std::string& path) {
+        const std::string whole = ArtworkStore::originalPath(path);
+        const bool isWanted = _pictures.wanted.contains(path);
+        if (isWanted && _pictures.recorded.contains(path))
+            return;
+        const auto attributes = _files.attributes(whole, nullptr);
+        if (!attributes || !attributes->isRegularFile)
+            return;
+        if (isWanted) {
+            _unrecorded.push_back(path);
+            return report(whole, "a track asks for this picture, which is there and not recorded",
+                          "it is recorded", _run.repairs);
+        }
+        const bool isAside = _run.repairs && setFileAside(_run.library, whole);
+        if (isAside)
+            _forgotten.push_back(path);
+        report(whole, "no track of the library asks for this picture",
+               fmt::format("it goes to {}", SetAsideDirectory), isAside);
+    }
+
+    void report(const std::string& subject, const std::string& problem, const std::string& remedy,
+                bool isMended) {
+        _run.report({CheckArea::Artwork, subject, problem, remedy, isMended});
+    }
+
+    void mend() {
+        if (!_run.repairs)
+            return;
+        _run.library.connections().write([this](common::Database& database) {
+            for (const std::string& path : _forgotten)
+                database.execute("DELETE FROM artwork WHERE relative_path = ?", path);
+            recordChapterPictures(database, _unrecorded);
+            return true;
+        });
+        if (!_unrecorded.empty())
+            _run.library.recordFoundOriginals();
+    }
+
+    CheckRun& _run;
+    device::RootedFileSystem& _files;
+    const Pictures _pictures;
+    std::unordered_set<std::string> _told;  // gone, and reported with their track
+    std::vector<std::string> _forgotten;    // paths whose rows go
+    std::vector<std::string> _unrecorded;
+};
+
 }  // namespace
 
 void checkArtwork(CheckRun& run) {
-    device::RootedFileSystem& files = run.library.configuration().files;
-    const auto pictures = run.library.connections().reading<Pictures>(readPictures);
-    std::vector<std::string> forgotten;  // paths whose rows go
-    std::vector<std::string> unrecorded;
-    const auto report = [&](const std::string& subject, const char* problem,
-                            const std::string& remedy, bool canMend) {
-        run.report({CheckArea::Artwork, subject, problem, remedy, run.repairs && canMend});
-    };
-    for (const auto& [path, token] : pictures.recorded)
-        if (!files.fileExists(ArtworkStore::originalPath(path))) {
-            forgotten.push_back(path);
-            report(ArtworkStore::originalPath(path), "this picture is recorded and not there",
-                   pictures.wanted.contains(path) ? Again : "it is recorded no more", true);
-        }
-    std::vector<std::string> present = files.subpathsOfDirectory(ArtworkOriginalsDirectory);
-    std::ranges::sort(present);
-    for (const std::string& path : present) {
-        const std::string whole = ArtworkStore::originalPath(path);
-        const bool isWanted = pictures.wanted.contains(path);
-        if (isWanted && pictures.recorded.contains(path))
-            continue;
-        const auto attributes = files.attributes(whole, nullptr);
-        if (!attributes || !attributes->isRegularFile)
-            continue;
-        if (isWanted) {
-            unrecorded.push_back(path);
-            report(whole, "a track asks for this picture, which is there and not recorded",
-                   "it is recorded", true);
-            continue;
-        }
-        const bool isAside = run.repairs && setFileAside(run.library, whole);
-        if (isAside)
-            forgotten.push_back(path);
-        report(whole, "no track of the library asks for this picture",
-               std::string("it goes to ") + SetAsideDirectory, isAside);
-    }
-    if (!run.repairs)
-        return;
-    run.library.connections().write([&](common::Database& database) {
-        for (const std::string& path : forgotten)
-            database.execute("DELETE FROM artwork WHERE relative_path = ?", path);
-        recordChapterPictures(database, unrecorded);
-        return true;
-    });
-    if (!unrecorded.empty())
-        run.library.recordFoundOriginals();
+    ArtworkCheck(run).check();
 }
 
 }  // namespace korvane

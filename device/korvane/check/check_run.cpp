@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 
+#include "common/sqlite/database.h"
 #include "device/korvane/library.h"
 #include "device/korvane/schema.h"
+#include "device/korvane/wanted_pictures.h"
 #include "device/system/rooted_file_system.h"
 #include "platform/media_library.h"
 
@@ -31,6 +33,20 @@ bool setFileAside(Library& library, const std::string& path) {
     if (files.createDirectory(target.substr(0, target.rfind('/'))) || files.moveItem(path, target))
         return false;
     return !files.syncDirectory(target.substr(0, target.rfind('/')));
+}
+
+bool setCoversAside(Library& library, std::int64_t persistentID) {
+    return library.connections().write([&](common::Database& database) {
+        bool asks = true;
+        for (const std::string& path : coversOf(database, persistentID)) {
+            const std::string whole = ArtworkStore::originalPath(path);
+            if (library.artwork().hasOriginal(path) && !setFileAside(library, whole))
+                asks = false;
+            else
+                database.execute("DELETE FROM artwork WHERE relative_path = ?", path);
+        }
+        return asks;
+    });
 }
 
 }  // namespace korvane

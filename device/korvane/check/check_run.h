@@ -56,5 +56,8 @@ void checkLibrary(CheckRun& run);
 inline constexpr char SetAsideDirectory[] = "/var/mobile/Media/Set_Aside/";
 // Moves a file of the media directory there. Whether it is there now.
 bool setFileAside(Library& library, const std::string& path);
+// Moves a track's covers there, so that the track asks for them, and for its chapters' pictures,
+// which come with them. Whether it does.
+bool setCoversAside(Library& library, std::int64_t persistentID);
 
 }  // namespace korvane

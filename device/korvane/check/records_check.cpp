@@ -64,12 +64,15 @@ private:
                 damaged.push_back(rows->int64(0));
                 report(CheckArea::Chapters, std::string(rows->text(1)),
                        "its table of chapters is damaged",
-                       "the table is taken away; a sync with --reset brings it again");
+                       "the table is taken away; a sync with --reset brings it again, with the "
+                       "chapters' pictures");
             }
         for (const std::int64_t pid : damaged)
-            if (_run.repairs)
+            if (_run.repairs) {
                 _database.execute("UPDATE item_extra SET chapter_data = NULL WHERE item_pid = ?",
                                   pid);
+                setCoversAside(_run.library, pid);
+            }
     }
 
     void checkOrphanedKenning() {
