@@ -160,6 +160,21 @@ class Pictures(Check):
         self.assertTrue(all(os.path.exists(cover) for cover in covers))
         self.assertEqual(self.check(), [])
 
+    def test_a_picture_that_is_damaged_comes_again(self):
+        cover, chapter = self.pictures(False)[0], self.pictures(True)[0]
+        with open(cover, "rb") as file:
+            whole = file.read()
+        os.truncate(cover, 0)
+        with open(chapter, "r+b") as file:
+            file.write(bytes(64))
+        found = self.assertMends("artwork", 2)
+        self.assertTrue(all("damaged" in finding["problem"] for finding in found), found)
+        self.sync()
+        with open(cover, "rb") as file:
+            self.assertEqual(file.read(), whole)
+        self.assertTrue(os.path.exists(chapter))
+        self.assertEqual(self.check(), [])
+
     def test_a_chapters_picture_that_is_gone_comes_again_with_the_cover(self):
         chapters = self.pictures(of_chapters=True)
         self.assertEqual(len(chapters), 3)

@@ -1,8 +1,10 @@
-// Pictures: recorded and gone, lacked by chapters, or there and nobody's.
+// Pictures: recorded and gone, damaged, lacked by chapters, or there and nobody's.
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <map>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "common/chapters/chapters.h"
 #include "common/sqlite/database.h"
@@ -17,8 +19,7 @@ namespace korvane {
 
 namespace {
 
-constexpr char Again[] = "it is recorded no more, and the next sync or mirror brings it again";
-constexpr char NoMore[] = "it is recorded no more";
+constexpr char Again[] = ", and the next sync or mirror brings it again";
 
 // A track whose chapters have pictures. Paths are relative to the originals.
 struct ChapteredTrack {
@@ -87,6 +88,8 @@ void recordChapterPictures(common::Database& database, const std::vector<std::st
             recordArtwork(database, found->second);
 }
 
+enum class PictureState : std::uint8_t { Gone, Damaged, Good };
+
 class ArtworkCheck {
 public:
     explicit ArtworkCheck(CheckRun& run)
@@ -98,8 +101,8 @@ public:
         for (const ChapteredTrack& track : _pictures.chaptered)
             lookAtChapters(track);
         for (const auto& [path, token] : _pictures.recorded)
-            if (!isThere(path))
-                lookAtGone(path);
+            if (stateOf(path) != PictureState::Good && !_told.contains(path))
+                reportBad(path);
         std::vector<std::string> present = _files.subpathsOfDirectory(ArtworkOriginalsDirectory);
         std::ranges::sort(present);
         for (const std::string& path : present)
@@ -108,52 +111,80 @@ public:
     }
 
 private:
-    bool isThere(const std::string& path) const {
-        return _files.fileExists(ArtworkStore::originalPath(path));
+    // As it was found.
+    PictureState stateOf(const std::string& path) {
+        const auto [known, isNew] = _states.try_emplace(path, PictureState::Good);
+        if (!isNew)
+            return known->second;
+        const std::string whole = ArtworkStore::originalPath(path);
+        const auto attributes = _files.attributes(whole, nullptr);
+        if (!attributes)
+            known->second = PictureState::Gone;
+        else if (!attributes->isRegularFile ||
+                 !_run.library.configuration().artworkInspector.isShowablePicture(whole))
+            known->second = PictureState::Damaged;
+        return known->second;
     }
 
     // Chapters' pictures come with the cover: while that is awaited, so are they.
     void lookAtChapters(const ChapteredTrack& track) {
-        if (std::ranges::none_of(track.covers, [this](const auto& path) { return isThere(path); }))
+        const auto isGood = [this](const std::string& path) {
+            return stateOf(path) == PictureState::Good;
+        };
+        if (std::ranges::none_of(track.covers, isGood))
             return;
         std::size_t lacking = 0;
+        bool isMended = _run.repairs;
         for (const auto& [byTime, byName] : track.pictures) {
-            if (isThere(byTime) || isThere(byName))
+            if (isGood(byTime) || isGood(byName))
                 continue;
             ++lacking;
-            for (const std::string& path : {byTime, byName})
-                if (_pictures.recorded.contains(path)) {
-                    _forgotten.push_back(path);
-                    _told.insert(path);
-                }
+            for (const std::string& path : {byTime, byName}) {
+                _told.insert(path);
+                isMended = isMended && putAway(path);
+            }
         }
         if (lacking == 0)
             return;
         report(track.title,
-               fmt::format("{} of its chapters' pictures {} not there", lacking,
+               fmt::format("{} of its chapters' pictures {} not there or damaged", lacking,
                            lacking == 1 ? "is" : "are"),
                fmt::format("its cover goes to {}, and the next sync or mirror brings it again with "
                            "the chapters' pictures",
                            SetAsideDirectory),
-               _run.repairs && setCoversAside(_run.library, track.persistentID));
+               isMended && setCoversAside(_run.library, track.persistentID));
     }
 
-    void lookAtGone(const std::string& path) {
-        if (_told.contains(path))
-            return;
+    void reportBad(const std::string& path) {
+        _told.insert(path);
+        const bool isGone = stateOf(path) == PictureState::Gone;
+        const std::string remedy = isGone ? std::string("it is recorded no more")
+                                          : fmt::format("it goes to {}", SetAsideDirectory);
+        report(ArtworkStore::originalPath(path),
+               isGone ? "this picture is recorded and not there" : "this picture is damaged",
+               remedy + (_pictures.wanted.contains(path) ? Again : ""),
+               _run.repairs && putAway(path));
+    }
+
+    // Whether nothing is left there; its row goes then.
+    bool putAway(const std::string& path) {
+        if (stateOf(path) == PictureState::Damaged &&
+            !setFileAside(_run.library, ArtworkStore::originalPath(path)))
+            return false;
         _forgotten.push_back(path);
-        report(ArtworkStore::originalPath(path), "this picture is recorded and not there",
-               _pictures.wanted.contains(path) ? Again : NoMore, _run.repairs);
+        return true;
     }
 
     void lookAtPresent(const std::string& path) {
         const std::string whole = ArtworkStore::originalPath(path);
         const bool isWanted = _pictures.wanted.contains(path);
-        if (isWanted && _pictures.recorded.contains(path))
+        if (_told.contains(path) || (isWanted && _pictures.recorded.contains(path)))
             return;
         const auto attributes = _files.attributes(whole, nullptr);
         if (!attributes || !attributes->isRegularFile)
             return;
+        if (isWanted && stateOf(path) == PictureState::Damaged)
+            return reportBad(path);
         if (isWanted) {
             _unrecorded.push_back(path);
             return report(whole, "a track asks for this picture, which is there and not recorded",
@@ -187,8 +218,9 @@ private:
     CheckRun& _run;
     device::RootedFileSystem& _files;
     const Pictures _pictures;
-    std::unordered_set<std::string> _told;  // gone, and reported with their track
-    std::vector<std::string> _forgotten;    // paths whose rows go
+    std::unordered_map<std::string, PictureState> _states;  // by path, of those looked at
+    std::unordered_set<std::string> _told;                  // reported, perhaps with their track
+    std::vector<std::string> _forgotten;                    // paths whose rows go
     std::vector<std::string> _unrecorded;
 };
 
