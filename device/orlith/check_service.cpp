@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 
 #include "common/sqlite/database.h"
 #include "device/korvane/activity_lock.h"
@@ -22,9 +23,11 @@ namespace {
 
 using korvane::CheckArea;
 using korvane::Finding;
+using SteadyTime = std::chrono::steady_clock::time_point;
 
 constexpr char StagingDirectory[] = "/var/mobile/Media/Stagehold/";
 constexpr std::string_view PartialFolder = "Partial/";
+constexpr std::chrono::milliseconds ProgressInterval{200};
 
 const char* nameOf(CheckArea area) {
     switch (area) {
@@ -59,6 +62,16 @@ link::CheckEvent eventOf(const Finding& finding) {
     return event;
 }
 
+link::CheckEvent eventOf(const korvane::ReadProgress& progress) {
+    link::CheckEvent event;
+    link::CheckProgress& message = *event.mutable_progress();
+    message.set_files(progress.files);
+    message.set_bytes(progress.bytes);
+    message.set_all_files(progress.allFiles);
+    message.set_all_bytes(progress.allBytes);
+    return event;
+}
+
 SessionOwner ownerOf(const link::CheckRequest& request) {
     return {printable(request.host_name()) + ", which checks the device", request.process_id(),
             std::chrono::steady_clock::now()};
@@ -79,35 +92,42 @@ bool isAwaited(common::Database& database, std::string_view partialName) {
 
 }  // namespace
 
-grpc::Status CheckService::Run(grpc::ServerContext*, const link::CheckRequest* request,
+grpc::Status CheckService::Run(grpc::ServerContext* context, const link::CheckRequest* request,
                                grpc::ServerWriter<link::CheckEvent>* writer) {
     return guardedCall(_parts.calls, _parts.log, "Check", [&] {
-        // Not stopped halfway: a daemon that ends waits for it.
+        // Stopped while it reads files only: a daemon that ends waits for the rest.
         const SlotHold slot(_parts.slot, ownerOf(*request), [](const std::string&) {});
         const korvane::ActivityLock::Hold hold = _parts.activities.holdForFiles();
-        const bool again = check(request->repair(),
-                                 [&](const Finding& finding) { writer->Write(eventOf(finding)); });
+        korvane::CheckRun run{_parts.library, request->repair(),
+                              [&](const Finding& finding) { writer->Write(eventOf(finding)); }};
+        if (request->full())
+            run.onRead = [&, due = SteadyTime()](const korvane::ReadProgress& progress) mutable {
+                const SteadyTime now = std::chrono::steady_clock::now();
+                if (now < due)
+                    return true;
+                due = now + ProgressInterval;
+                writer->Write(eventOf(progress));
+                return !context->IsCancelled();
+            };
+        checkStaging(run);
+        korvane::checkLibrary(run);
+        if (run.isStopped)
+            return grpc::Status(grpc::StatusCode::CANCELLED, "the check was broken off");
         link::CheckEvent last;
         link::CheckEnd& end = *last.mutable_end();
         end.set_success(true);
-        end.set_again(again);
+        end.set_again(run.needsReopening);
         end.set_process_id(::getpid());
-        if (!again)
+        if (!run.needsReopening)
             end.set_tracks(korvane::libraryCounts(_parts.library).tracks);
         writer->Write(last);
-        if (again)
+        if (run.needsReopening)
             _parts.requestStop();
+        return grpc::Status::OK;
     });
 }
 
-bool CheckService::check(bool repairs, const Report& report) {
-    checkStaging(repairs, report);
-    korvane::CheckRun run{_parts.library, repairs, report};
-    korvane::checkLibrary(run);
-    return run.needsReopening;
-}
-
-void CheckService::checkStaging(bool repairs, const Report& report) {
+void CheckService::checkStaging(const korvane::CheckRun& run) {
     device::RootedFileSystem& files = _parts.library.configuration().files;
     std::vector<std::string> left = files.subpathsOfDirectory(StagingDirectory);
     std::ranges::sort(left);
@@ -125,14 +145,14 @@ void CheckService::checkStaging(bool repairs, const Report& report) {
             continue;
         if (isPartial)
             useless.push_back(whole);
-        report({CheckArea::Staging, whole,
-                isPartial ? "part of a file that nobody waits for"
-                          : "left behind by a session that did not end",
-                isPartial ? "it is removed"
-                          : "media files go back to their places, the rest is removed",
-                repairs});
+        run.report({CheckArea::Staging, whole,
+                    isPartial ? "part of a file that nobody waits for"
+                              : "left behind by a session that did not end",
+                    isPartial ? "it is removed"
+                              : "media files go back to their places, the rest is removed",
+                    run.repairs});
     }
-    if (!repairs)
+    if (!run.repairs)
         return;
     for (const std::string& path : useless)
         files.unlink(path);

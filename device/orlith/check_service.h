@@ -15,7 +15,7 @@
 namespace korvane {
 class ActivityLock;
 class Library;
-struct Finding;
+struct CheckRun;
 }  // namespace korvane
 
 namespace orlith {
@@ -45,11 +45,7 @@ public:
                      grpc::ServerWriter<link::CheckEvent>* writer) override;
 
 private:
-    using Report = std::function<void(const korvane::Finding&)>;
-
-    // Whether the library has to be opened anew.
-    bool check(bool repairs, const Report& report);
-    void checkStaging(bool repairs, const Report& report);
+    void checkStaging(const korvane::CheckRun& run);
 
     const CheckParts _parts;
 };

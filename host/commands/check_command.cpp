@@ -9,6 +9,7 @@
 #include "host/commands/commands.h"
 #include "host/commands/device_question.h"
 #include "host/commands/output.h"
+#include "host/commands/shown_progress.h"
 #include "host/progress/progress.h"
 #include "host/scan/file_names.h"
 #include "host/session/check_connection.h"
@@ -30,9 +31,42 @@ constexpr std::chrono::milliseconds PollInterval{20};
 // Tells each finding once, however many rounds it takes.
 class CheckReport {
 public:
-    CheckReport(const Output& output, bool repairs) : _output(output), _repairs(repairs) {}
+    CheckReport(const Output& output, const CheckOptions& options)
+        : _output(output), _options(options) {}
 
+    void take(const link::CheckEvent& event) {
+        if (event.has_finding())
+            take(event.finding());
+        if (event.has_progress())
+            take(event.progress());
+    }
+
+    ExitCode finish(std::uint64_t tracks) {
+        _progress.finish();
+        const std::size_t left = _found - _mended;
+        if (_output.isJson())
+            _output.object({{"type", "summary"},
+                            {"tracks", tracks},
+                            {"found", _found},
+                            {"mended", _mended},
+                            {"left", left}});
+        else if (_found == 0)
+            _output.line(
+                fmt::format("all agrees: {} with their files{}, pictures, playlists and "
+                            "revisions",
+                            plural(tracks, "track"), _options.full ? " byte for byte" : ""));
+        else if (!_options.repairs)
+            _output.line(fmt::format("{} that {} not agree; --repair mends what can be mended",
+                                     plural(_found, "thing"), _found == 1 ? "does" : "do"));
+        else
+            _output.line(fmt::format("{} that did not agree: {} mended, {} left",
+                                     plural(_found, "thing"), _mended, left));
+        return left == 0 ? ExitCode::Done : ExitCode::PartlyDone;
+    }
+
+private:
     void take(const link::Finding& finding) {
+        _progress.finish();
         ++_found;
         _mended += finding.mended();
         if (_output.isJson())
@@ -45,37 +79,24 @@ public:
         _output.line(fmt::format("{}: {}: {}", finding.area(), displayText(finding.subject()),
                                  displayText(finding.problem())));
         _output.line(fmt::format("    {}: {}",
-                                 finding.mended() ? "mended"
-                                 : _repairs       ? "not mended"
-                                                  : "--repair",
+                                 finding.mended()   ? "mended"
+                                 : _options.repairs ? "not mended"
+                                                    : "--repair",
                                  displayText(finding.remedy())));
     }
 
-    ExitCode finish(std::uint64_t tracks) {
-        const std::size_t left = _found - _mended;
-        if (_output.isJson())
-            _output.object({{"type", "summary"},
-                            {"tracks", tracks},
-                            {"found", _found},
-                            {"mended", _mended},
-                            {"left", left}});
-        else if (_found == 0)
-            _output.line(
-                fmt::format("all agrees: {} with their files, pictures, playlists and "
-                            "revisions",
-                            plural(tracks, "track")));
-        else if (!_repairs)
-            _output.line(fmt::format("{} that {} not agree; --repair mends what can be mended",
-                                     plural(_found, "thing"), _found == 1 ? "does" : "do"));
-        else
-            _output.line(fmt::format("{} that did not agree: {} mended, {} left",
-                                     plural(_found, "thing"), _mended, left));
-        return left == 0 ? ExitCode::Done : ExitCode::PartlyDone;
+    void take(const link::CheckProgress& read) {
+        if (!_isReading)
+            _progress.startTransfer("reading", static_cast<std::size_t>(read.all_files()),
+                                    read.all_bytes());
+        _isReading = true;
+        _progress.transferred(static_cast<std::size_t>(read.files()), read.bytes());
     }
 
-private:
     const Output& _output;
-    const bool _repairs;
+    const CheckOptions& _options;
+    ShownProgress _progress;
+    bool _isReading = false;
     std::size_t _found = 0;
     std::size_t _mended = 0;
 };
@@ -87,10 +108,11 @@ void waitForEnd(pid_t process) {
         std::this_thread::sleep_for(PollInterval);
 }
 
-link::CheckRequest requestOf(bool repairs) {
+link::CheckRequest requestOf(const CheckOptions& options) {
     char name[256] = {};
     link::CheckRequest request;
-    request.set_repair(repairs);
+    request.set_repair(options.repairs);
+    request.set_full(options.full);
     request.set_host_name(::gethostname(name, sizeof name - 1) == 0 ? name : "host");
     request.set_process_id(static_cast<std::uint32_t>(::getpid()));
     return request;
@@ -98,15 +120,15 @@ link::CheckRequest requestOf(bool repairs) {
 
 }  // namespace
 
-ExitCode runCheck(const CommonOptions& common, bool repairs) {
+ExitCode runCheck(const CommonOptions& common, const CheckOptions& options) {
     const Output output(common.json);
-    CheckReport report(output, repairs);
+    CheckReport report(output, options);
     link::CheckEnd end;
     for (int round = 0; round < MostRounds; ++round) {
         const ExitCode code = askDevice<CheckConnection>(
             common.deviceDirectory, output, [&](CheckConnection& device) {
                 return device.run(
-                    requestOf(repairs), [&](const link::Finding& finding) { report.take(finding); },
+                    requestOf(options), [&](const link::CheckEvent& event) { report.take(event); },
                     end);
             });
         if (code != ExitCode::Done)

@@ -29,9 +29,13 @@ struct SimilarOptions {
     std::optional<std::uint32_t> count;  // else as many as the device's settings say
 };
 ExitCode runSimilar(const CommonOptions& common, const SimilarOptions& options);
-// Whether what the device holds agrees with itself; `repairs` mends what can be mended. PartlyDone
-// while something is left that does not agree.
-ExitCode runCheck(const CommonOptions& common, bool repairs);
+struct CheckOptions {
+    bool repairs = false;  // mend what can be mended
+    bool full = false;     // read the media files as well
+};
+// Whether what the device holds agrees with itself. PartlyDone while something is left that does
+// not agree.
+ExitCode runCheck(const CommonOptions& common, const CheckOptions& options);
 ExitCode runWatch(const CommonOptions& common);
 
 // ---- What a device's owner changes. Tracks and playlists are named by id or by title or name.

@@ -30,7 +30,9 @@ Examples:
 
 constexpr char CheckExamples[] = R"(
 Looks at the database, media files, pictures, the staging area, revisions, playlists, chapters and
-recommendation data, and says each thing that does not agree and what --repair does about it.
+recommendation data, and says each thing that does not agree and what --repair does about it. Media
+files are told by their sizes; --full reads each of them whole and finds what has changed on the disk,
+which takes as long as reading all of the music. Ctrl-C ends it.
 
 A repair loses no track, rating or playlist. A track whose file is gone waits for it: the next sync or mirror
 brings it. Files and pictures that nobody owns go to var/mobile/Media/Set_Aside on the device, and a
@@ -40,11 +42,12 @@ them is deleted.
 Examples:
   orlith check --device ~/player
   orlith check --device ~/player --repair
+  orlith check --device ~/player --full
 )";
 
 struct CheckArguments {
     CommonOptions common;
-    bool repairs = false;
+    CheckOptions options;
 };
 
 struct SimilarArguments {
@@ -72,13 +75,15 @@ void addSimilar(CommandSet& commands) {
 
 void addCheck(CommandSet& commands) {
     const auto given = std::make_shared<CheckArguments>();
-    commands
-        .addOnDevice({"check",
-                      "Check that what a device holds agrees with itself",
-                      CheckExamples,
-                      {ExitCode::PartlyDone, ExitCode::Busy}},
-                     given->common, [given] { return runCheck(given->common, given->repairs); })
-        .add_flag("--repair", given->repairs, "Mend what can be mended");
+    CLI::App& check = commands.addOnDevice(
+        {"check",
+         "Check that what a device holds agrees with itself",
+         CheckExamples,
+         {ExitCode::PartlyDone, ExitCode::Busy}},
+        given->common, [given] { return runCheck(given->common, given->options); });
+    check.add_flag("--repair", given->options.repairs, "Mend what can be mended");
+    check.add_flag("--full", given->options.full,
+                   "Read each media file, and compare it with what came");
 }
 
 }  // namespace

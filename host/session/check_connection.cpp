@@ -19,13 +19,12 @@ CheckConnection::CheckConnection(std::shared_ptr<grpc::Channel> channel)
 CheckConnection::~CheckConnection() = default;
 
 platform::OptionalError CheckConnection::run(
-    const link::CheckRequest& request, const std::function<void(const link::Finding&)>& finding,
+    const link::CheckRequest& request, const std::function<void(const link::CheckEvent&)>& onEvent,
     link::CheckEnd& end) {
     bool hasEnd = false;
     const auto error = streamingCall(*_impl->calls, &link::Check::Stub::Run, request,
                                      [&](const link::CheckEvent& event) {
-                                         if (event.has_finding())
-                                             finding(event.finding());
+                                         onEvent(event);
                                          hasEnd = hasEnd || event.has_end();
                                          if (event.has_end())
                                              end = event.end();

@@ -14,8 +14,8 @@ class Channel;
 
 namespace orlith::link {
 class CheckEnd;
+class CheckEvent;
 class CheckRequest;
-class Finding;
 }  // namespace orlith::link
 
 namespace host {
@@ -27,9 +27,9 @@ public:
     CheckConnection(const CheckConnection&) = delete;
     CheckConnection& operator=(const CheckConnection&) = delete;
 
-    // Until the check is over.
+    // Until the check is over. `onEvent` is told what is found and how far it is.
     platform::OptionalError run(const orlith::link::CheckRequest& request,
-                                const std::function<void(const orlith::link::Finding&)>& finding,
+                                const std::function<void(const orlith::link::CheckEvent&)>& onEvent,
                                 orlith::link::CheckEnd& end);
 
 private:

@@ -4,6 +4,7 @@ import glob
 import json
 import os
 import random
+import signal
 import sqlite3
 import time
 
@@ -129,6 +130,51 @@ class Files(Check):
         self.assertEqual(self.sync()[-1]["sent"], 0)
         self.assertEqual(self.held(), self.before)
         self.assertSound()
+
+
+    def noise_in_a_file(self):
+        """Its path on the device; its size stays."""
+        path = [t["path"] for t in self.tracks() if t["title"] == "Boil"][0]
+        with open(self.device.real(path), "r+b") as file:
+            file.seek(1000)
+            file.write(b"noise of a worn-out disk")
+        return path
+
+    def test_a_full_check_finds_what_changed_in_a_file(self):
+        self.assertEqual(self.check("--full"), [])
+        path = self.noise_in_a_file()
+        self.assertEqual(self.check(), [])
+        found = self.check("--full", expect=PARTLY)
+        self.assertEqual([(f["area"], f["subject"]) for f in found], [("file", "Boil")])
+        self.assertIn(f"its file {path} is not what came", found[0]["problem"])
+        self.check("--full", "--repair")
+        self.assertFalse(os.path.exists(self.device.real(path)))
+        self.assertEqual(self.sync()[-1]["sent"], 1)
+        self.assertEqual(self.check("--full"), [])
+        self.assertEqual(self.held(), self.before)
+
+    def test_a_companions_files_are_read_as_well(self):
+        companion = self.another("companion")
+        self.mirror(self.device, companion)
+        self.assertIn(b"byte for byte", companion.orlith("check", "--full").stdout)
+        self.noise_in_a_file()
+        self.assertEqual(companion.orlith("check", "--full").returncode, DONE)
+
+    def test_a_full_check_that_is_broken_off_leaves_the_device_free(self):
+        with open(self.device.real([t["path"] for t in self.tracks() if t["title"] == "Boil"][0]),
+                  "r+b") as file:
+            file.truncate(1 << 36)  # a hole that takes long to read
+        self.sql("UPDATE item_extra SET total_size = 1 << 36 WHERE title = 'Boil'")
+        running = self.device.start("check", "--full", "--device", self.device.root)
+        try:
+            self.assertComesTo(lambda: self.device.lines("status", "--json")[-1]["busy_with"]
+                               is not None, True)
+        finally:
+            running.send_signal(signal.SIGINT)
+            running.communicate()
+        self.assertEqual(running.returncode, -signal.SIGINT)
+        self.assertComesTo(lambda: self.device.lines("status", "--json")[-1]["busy_with"], None)
+        self.sync()
 
 
 class Pictures(Check):

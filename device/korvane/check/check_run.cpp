@@ -16,6 +16,8 @@ void checkLibrary(CheckRun& run) {
         return;
     checkDatabasesAside(run);
     checkFiles(run);
+    if (run.isStopped)
+        return;
     checkArtwork(run);
     checkRecords(run);
     checkRevisions(run);

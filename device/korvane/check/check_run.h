@@ -27,10 +27,22 @@ struct Finding {
     bool isMended = false;
 };
 
+// Of the media files that are read.
+struct ReadProgress {
+    std::uint64_t files = 0;
+    std::uint64_t bytes = 0;
+    std::uint64_t allFiles = 0;
+    std::uint64_t allBytes = 0;
+};
+
 struct CheckRun {
     Library& library;
     bool repairs = false;
     std::function<void(const Finding&)> report;
+    // Given: every media file is read and compared with what came, and this is called after each
+    // piece. When it answers false the check ends after what was found so far.
+    std::function<bool(const ReadProgress&)> onRead = {};
+    bool isStopped = false;  // by that
     // Set when the rest can only be looked at once the library has been opened anew.
     bool needsReopening = false;
 };

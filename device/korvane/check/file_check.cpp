@@ -1,4 +1,4 @@
-// Media files: gone, of another size, nobody's, or found again.
+// Media files: gone, of another size, of other contents, nobody's, or found again.
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
@@ -28,6 +28,10 @@ struct TrackFile {
     std::string contentHash;  // 16 bytes, or empty
 };
 
+bool isHash(const std::string& bytes) {
+    return bytes.size() == std::tuple_size<common::Hash128>();
+}
+
 std::vector<TrackFile> readTracks(Library& library) {
     return library.connections().reading<std::vector<TrackFile>>([](common::Database& database) {
         std::vector<TrackFile> tracks;
@@ -54,9 +58,13 @@ public:
     explicit FileCheck(CheckRun& run) : _run(run), _files(run.library.configuration().files) {}
 
     void check() {
-        for (const TrackFile& track : readTracks(_run.library))
+        const std::vector<TrackFile> tracks = readTracks(_run.library);
+        for (const TrackFile& track : tracks)
             look(track);
-        lookForStrangers();
+        if (_run.onRead)
+            compareContents(tracks);
+        if (!_run.isStopped)
+            lookForStrangers();
         mend();
     }
 
@@ -73,21 +81,48 @@ private:
                 track.title, fmt::format("its file {} is gone", track.path),
                 "the track waits for its file, which a sync, a mirror or a download brings", true);
         }
-        if (track.size == 0 || static_cast<std::int64_t>(attributes->size) == track.size)
-            return;
+        if (track.size != 0 && static_cast<std::int64_t>(attributes->size) != track.size)
+            return spoilt(track, fmt::format("its file {} has {} bytes where {} belong", track.path,
+                                             attributes->size, track.size));
+        _whole.insert(track.trackPID);
+        _read.allFiles += 1;
+        _read.allBytes += attributes->size;
+    }
+
+    void spoilt(const TrackFile& track, const std::string& problem) {
         const bool isAside = _run.repairs && setFileAside(_run.library, track.path);
         if (isAside)
             _lost.push_back(track.trackPID);
-        report(track.title,
-               fmt::format("its file {} has {} bytes where {} belong", track.path, attributes->size,
-                           track.size),
+        report(track.title, problem,
                fmt::format("the file goes to {}, and the next sync or mirror brings it again",
                            SetAsideDirectory),
                isAside);
     }
 
+    // Of the files that seem to be whole.
+    void compareContents(const std::vector<TrackFile>& tracks) {
+        const auto goesOn = [this](std::size_t bytes) {
+            _read.bytes += bytes;
+            _run.isStopped = _run.isStopped || !_run.onRead(_read);
+            return !_run.isStopped;
+        };
+        for (const TrackFile& track : tracks) {
+            if (!_whole.contains(track.trackPID))
+                continue;
+            const std::string hash = hashOf(track.path, goesOn);
+            if (_run.isStopped)
+                return;
+            if (hash.empty())
+                spoilt(track, fmt::format("its file {} cannot be read", track.path));
+            else if (isHash(track.contentHash) && hash != track.contentHash)
+                spoilt(track, fmt::format("its file {} is not what came: its contents have changed",
+                                          track.path));
+            ++_read.files;
+        }
+    }
+
     void lacksItsFile(const TrackFile& track) {
-        if (track.size > 0 && track.contentHash.size() == std::tuple_size<common::Hash128>())
+        if (track.size > 0 && isHash(track.contentHash))
             _wanting.emplace(track.size, track);
     }
 
@@ -126,7 +161,7 @@ private:
         const auto [first, last] = _wanting.equal_range(size);
         if (first == last)
             return nullptr;
-        const std::string hash = hashOf(path);
+        const std::string hash = hashOf(path, [](std::size_t) { return true; });
         for (auto candidate = first; candidate != last; ++candidate)
             if (candidate->second.contentHash == hash &&
                 _served.insert(candidate->second.trackPID).second)
@@ -134,7 +169,9 @@ private:
         return nullptr;
     }
 
-    std::string hashOf(const std::string& path) {
+    // Empty for a file that cannot be read to its end, or when `goesOn`, which is told the bytes of
+    // each piece, ends it.
+    std::string hashOf(const std::string& path, const std::function<bool(std::size_t)>& goesOn) {
         const common::UniqueFd file = _files.openFile(path, O_RDONLY, 0, nullptr);
         common::XXH3Stream hash;
         std::array<std::uint8_t, 1 << 16> piece{};
@@ -142,7 +179,7 @@ private:
             const ssize_t count = ::read(file.get(), piece.data(), piece.size());
             if (count < 0 && errno == EINTR)
                 continue;
-            if (count < 0)
+            if (count < 0 || !goesOn(static_cast<std::size_t>(count)))
                 return "";
             if (count == 0)
                 break;
@@ -172,6 +209,8 @@ private:
     CheckRun& _run;
     device::RootedFileSystem& _files;
     std::unordered_set<std::string> _owned;
+    std::unordered_set<std::int64_t> _whole;  // tracks whose file is there in its size
+    ReadProgress _read;
     std::unordered_multimap<std::int64_t, TrackFile> _wanting;  // by size
     std::unordered_set<std::int64_t> _served;                   // of those, found again
     std::vector<std::int64_t> _lost;  // tracks without their file from now on
