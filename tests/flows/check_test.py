@@ -6,7 +6,6 @@ import os
 import random
 import signal
 import sqlite3
-import time
 
 from flow import BUSY, DONE, PARTLY, Flow, main
 
@@ -383,16 +382,8 @@ class Records(Check):
 
     def test_a_device_that_is_busy_is_not_checked(self):
         self.make(150, size=200_000)
-        running = self.device.start_sync(self.media)
-        try:
-            deadline = time.monotonic() + 60
-            while (not self.device.lines("status", "--json")[-1]["busy_with"]
-                   and running.poll() is None and time.monotonic() < deadline):
-                pass
-            if running.poll() is None:
-                self.assertRefused(self.device.orlith("check"), BUSY, "busy")
-        finally:
-            running.communicate()
+        with self.held_sync():
+            self.assertRefused(self.device.orlith("check"), BUSY, "busy")
         self.assertEqual(self.check(), [])
 
     def test_staging_leftovers_are_removed_but_not_what_is_awaited(self):

@@ -1,7 +1,9 @@
 """What the flow tests share: a device, a media folder and a host's state, fresh for each test."""
 
+import contextlib
 import os
 import shutil
+import signal
 import sys
 import tempfile
 import time
@@ -70,6 +72,25 @@ class Flow(unittest.TestCase):
         if code in (DONE, PARTLY) and "--dry-run" not in arguments:
             self.assertEqual(lines[-1]["type"], "summary")
         return lines
+
+    @contextlib.contextmanager
+    def held_sync(self):
+        """A sync that has the device, whose daemon runs already, and stands still meanwhile; it goes on
+        to its end after that."""
+        host = self.device.start_sync(self.media)
+        try:
+            while True:
+                host.send_signal(signal.SIGSTOP)
+                if self.device.lines("status", "--json")[-1]["busy_with"]:
+                    break
+                host.send_signal(signal.SIGCONT)
+                self.assertIsNone(host.poll(), "the sync was over too soon")
+                time.sleep(0.01)
+            yield host
+        finally:
+            host.send_signal(signal.SIGCONT)
+            errors = host.communicate(timeout=300)[1]
+        self.assertEqual(host.returncode, DONE, errors)
 
     def mirror(self, source, target, *arguments, expect=DONE):
         """The summary of a mirror run."""

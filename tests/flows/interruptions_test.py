@@ -60,18 +60,13 @@ class Interruptions(Flow):
         self.assertCompletes()
 
     def test_a_second_sync_is_refused_with_busy_and_its_owner(self):
+        self.make(2)
+        self.sync()
         self.make(100, size=200_000)
-        first = self.device.start_sync(self.media)
-        try:
-            self.wait_for(lambda: self.files_on_device() > 2, "no file came")
-            first.send_signal(signal.SIGSTOP)
+        with self.held_sync() as first:
             code, _, errors = self.device.sync(self.media)
             self.assertEqual(code, BUSY, errors)
             self.assertIn(str(first.pid), errors)
-        finally:
-            first.send_signal(signal.SIGCONT)
-            first.communicate(timeout=120)
-        self.assertEqual(first.returncode, DONE)
         self.assertSound()
 
     def test_the_daemon_leaves_when_idle(self):

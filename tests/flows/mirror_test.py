@@ -191,13 +191,7 @@ class Busy(Flow):
         other = self.another("other")
         self.mirror(self.device, other)
         self.make(40, size=1_000_000)
-        host = self.device.start_sync(self.media)
-        try:
-            deadline = time.monotonic() + DEADLINE
-            while not self.device.lines("status", "--json")[-1]["busy_with"]:
-                self.assertLess(time.monotonic(), deadline)
-                self.assertIsNone(host.poll(), "the sync was over too soon")
-            host.send_signal(signal.SIGSTOP)
+        with self.held_sync():
             self.assertIn(b"busy with", self.device.orlith("status").stdout)
             file = os.path.join(self.scratch, "changes")
             for words in (["export", "--after", "0", "--output", file], ["reset-changes"]):
@@ -207,10 +201,6 @@ class Busy(Flow):
             self.assertEqual(code, BUSY, errors)
             self.assertIn("busy", errors)
             self.assertTrue(self.of_type(lines, "waiting"))
-        finally:
-            host.send_signal(signal.SIGCONT)
-            host.communicate(timeout=DEADLINE)
-        self.assertEqual(host.returncode, DONE)
         self.mirror(self.device, other)
         self.assertEqualDevices(self.device, other)
 

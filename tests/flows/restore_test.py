@@ -304,13 +304,9 @@ class Restore(Flow):
         self.fill()
         self.back_up()
         self.make(60, seed=4)
-        sync = self.device.start_sync(self.media)
-        codes = set()
-        while sync.poll() is None and BUSY not in codes:
-            done = self.device.orlith("restore", "--from", __file__)
-            codes.add(done.returncode)
-        sync.communicate(timeout=300)
-        self.assertIn(BUSY, codes)
+        with self.held_sync():
+            self.assertRefused(self.device.orlith("restore", "--from", self.backup, "--replace"),
+                               BUSY, "busy")
 
 
 if __name__ == "__main__":
