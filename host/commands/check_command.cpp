@@ -41,8 +41,10 @@ public:
             take(event.progress());
     }
 
+    // Before anything else is written on the screen.
+    void endProgress() { _progress.finish(); }
+
     ExitCode finish(std::uint64_t tracks) {
-        _progress.finish();
         const std::size_t left = _found - _mended;
         if (_output.isJson())
             _output.object({{"type", "summary"},
@@ -127,9 +129,11 @@ ExitCode runCheck(const CommonOptions& common, const CheckOptions& options) {
     for (int round = 0; round < MostRounds; ++round) {
         const ExitCode code = askDevice<CheckConnection>(
             common.deviceDirectory, output, [&](CheckConnection& device) {
-                return device.run(
+                const OptionalError error = device.run(
                     requestOf(options), [&](const link::CheckEvent& event) { report.take(event); },
                     end);
+                report.endProgress();
+                return error;
             });
         if (code != ExitCode::Done)
             return code;

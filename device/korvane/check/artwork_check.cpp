@@ -111,7 +111,6 @@ public:
     }
 
 private:
-    // As it was found.
     PictureState stateOf(const std::string& path) {
         const auto [known, isNew] = _states.try_emplace(path, PictureState::Good);
         if (!isNew)
@@ -171,6 +170,7 @@ private:
         if (stateOf(path) == PictureState::Damaged &&
             !setFileAside(_run.library, ArtworkStore::originalPath(path)))
             return false;
+        _states[path] = PictureState::Gone;
         _forgotten.push_back(path);
         return true;
     }
