@@ -152,6 +152,16 @@ class Files(Check):
         self.assertEqual(self.check("--full"), [])
         self.assertEqual(self.held(), self.before)
 
+    def test_what_a_store_sent_is_not_compared_with_the_hosts_file(self):
+        path = self.noise_in_a_file()
+        purchase = self.device.real("/var/mobile/Media/Purchases/boil.opus")
+        os.makedirs(os.path.dirname(purchase), exist_ok=True)
+        self.sql("UPDATE item SET base_location_id = 300 WHERE item_id = "
+                 "(SELECT item_id FROM item_extra WHERE title = 'Boil')",
+                 "UPDATE item_extra SET location_file_name = 'boil.opus' WHERE title = 'Boil'")
+        os.rename(self.device.real(path), purchase)
+        self.assertEqual(self.check("--full"), [])
+
     def test_a_companions_files_are_read_as_well(self):
         companion = self.another("companion")
         self.mirror(self.device, companion)

@@ -44,9 +44,11 @@ std::vector<TrackFile> readTracks(Library& library) {
             TrackFile& track = tracks.emplace_back();
             track = {rows->int64(0), std::string(rows->text(1)), "", rows->int64(4),
                      std::string(hash.begin(), hash.end())};
-            if (rows->int64(6) != 0 && rows->int64(6) != CloudAssetsLocation)
+            const std::int64_t location = rows->int64(6);
+            if (location != 0 && location != CloudAssetsLocation)
                 track.path = fmt::format("{}{}/{}", MediaDirectory, rows->text(2), rows->text(3));
-            else if (rows->int64(6) == CloudAssetsLocation)
+            // What a store sends need not be the file that the host knows by its hash.
+            if (location == FirstStoreLocation || location == CloudAssetsLocation)
                 track.contentHash.clear();
         }
         return tracks;
