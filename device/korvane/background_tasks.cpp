@@ -10,6 +10,7 @@
 #include "device/korvane/change_log.h"
 #include "device/korvane/library.h"
 #include "device/korvane/orphan_sweep.h"
+#include "device/korvane/track_deletion.h"
 
 namespace korvane {
 
@@ -83,6 +84,7 @@ struct BackgroundTasks::State : std::enable_shared_from_this<State> {
     bool optimise() {
         library->change("prune", [](common::Database& database) {
             pruneChangeLog(database);
+            forgetKenningOfDeletedTracks(database);
             return true;
         });
         library->connections().use(true, [](common::Database& database) {

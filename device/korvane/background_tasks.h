@@ -1,6 +1,7 @@
 // Purpose: the library's work in the background: keeping the database's statistics and log in
-//          order, pruning the change log, sweeping orphaned files. It holds from the suppressing
-//          notification to the one that ends it; of several, the last counts.
+//          order, pruning the change log, forgetting recommendation data of deleted tracks,
+//          sweeping orphaned files. It holds from the suppressing notification to the one that
+//          ends it; of several, the last counts.
 // Calling thread: any.
 // Callback thread: the work runs on the queue that it was given.
 // Ownership: the library and lock are borrowed; work under way keeps only what is shared with it,

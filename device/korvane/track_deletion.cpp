@@ -1,5 +1,7 @@
 #include "device/korvane/track_deletion.h"
 
+#include <fmt/format.h>
+
 #include <vector>
 
 #include "common/sqlite/database.h"
@@ -93,6 +95,15 @@ void deleteTracksHere(common::Database& database, const SqlCondition& condition)
     run(database, KeepMemory + ("i.item_id IN " + items), condition.values);
     run(database, KeepPlays + ("e.item_id IN " + items), condition.values);
     run(database, "DELETE FROM item WHERE item_id IN " + items, condition.values);
+}
+
+void forgetKenningOfDeletedTracks(common::Database& database) {
+    for (const char* table : {"kenning_metadata", "kenning_similarities"})
+        database.execute(
+            fmt::format("DELETE FROM {0} WHERE kenning_id IN (SELECT global_id FROM "
+                        "removed_memory) AND NOT EXISTS (SELECT 1 FROM item_extra e WHERE "
+                        "e.kenning_id = {0}.kenning_id)",
+                        table));
 }
 
 bool deletePlaylist(common::Database& database, std::int64_t playlistPID, DeletionReach reach) {

@@ -38,6 +38,9 @@ private:
 bool deleteTrack(common::Database& database, std::int64_t trackPID, DeletionReach reach);
 // As deleteTrack, here alone, for all tracks that meet a condition over trackTables().
 void deleteTracksHere(common::Database& database, const SqlCondition& condition);
+// Recommendation data go later than their tracks, which a reset takes away and brings again at
+// once.
+void forgetKenningOfDeletedTracks(common::Database& database);
 // As deleteTrack for a playlist.
 bool deletePlaylist(common::Database& database, std::int64_t playlistPID, DeletionReach reach);
 

@@ -2,7 +2,7 @@
 
 import os
 
-from flow import GUARD, Flow, main
+from flow import DONE, GUARD, Flow, main
 
 
 class Deletions(Flow):
@@ -30,6 +30,13 @@ class Deletions(Flow):
         self.assertEqual(self.sync("--delete")[-1]["removed"], 1)
         self.assertEqual(self.titles(), names[1:])
         self.assertSound()
+
+    def test_nothing_of_a_deleted_track_stays_behind(self):
+        names = self.plain(4)
+        self.sync()
+        self.remove(names[:2])
+        self.sync("--delete")
+        self.assertComesTo(lambda: self.device.orlith("check", "--full").returncode, DONE)
 
     def test_more_than_max_delete_stops_before_anything_is_done(self):
         names = self.plain(6)

@@ -9,6 +9,7 @@
 #include "device/korvane/change_log.h"
 #include "device/korvane/orphan_sweep.h"
 #include "device/korvane/track.h"
+#include "device/korvane/track_deletion.h"
 #include "tests/device/korvane/library_fixture.h"
 
 namespace {
@@ -137,6 +138,30 @@ TEST_F(LibraryBackground, TasksHoldWhileTheyAreSuppressed) {
     EXPECT_FALSE(tasks.isSuppressed());
     system.queue->runAll();
     EXPECT_FALSE(files.fileExists(OrphanFile));
+}
+
+TEST_F(LibraryBackground, RecommendationDataOfADeletedTrackGo) {
+    add({.pid = 2, .syncID = 51});
+    add({.pid = 3, .syncID = 52});
+    execute("UPDATE item_extra SET kenning_id = min(item_pid, 2), global_id = min(item_pid, 2)");
+    execute("INSERT INTO kenning_metadata (kenning_id) VALUES (1), (2)");
+    execute("INSERT INTO kenning_similarities (kenning_id) VALUES (1), (2)");
+    const auto remove = [&](std::int64_t pid) {
+        library->change("delete", [&](common::Database& database) {
+            return deleteTrack(database, pid, DeletionReach::here());
+        });
+    };
+    BackgroundTasks tasks(*library, lock, notifications, system.queue);
+    const auto remaining = [&](const std::string& table) {
+        tasks.schedule();
+        system.queue->runAll();
+        return number("SELECT ifnull(sum(kenning_id), 0) FROM " + table);
+    };
+    remove(2);
+    EXPECT_EQ(remaining("kenning_metadata"), 1 + 2) << "another track has them too";
+    remove(3);
+    EXPECT_EQ(remaining("kenning_metadata"), 1);
+    EXPECT_EQ(remaining("kenning_similarities"), 1);
 }
 
 TEST_F(LibraryBackground, TasksThatWereQueuedBeforeASuppressionHoldToo) {
