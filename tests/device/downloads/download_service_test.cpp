@@ -45,6 +45,7 @@ TEST_F(DownloadService, AFileComesAndIsInstalledPhaseByPhase) {
     request(server.url("/music/First%20Song.mp3"));
     ASSERT_TRUE(waitUntilAllIsInstalled());
     EXPECT_EQ(installedContent(), song);
+    EXPECT_TRUE(waitFor([&] { return observer->phases(1).size() >= 3; }));
     EXPECT_THAT(observer->phases(1), ElementsAre("waiting", "downloading", "installing"));
     ASSERT_THAT(installer.installed(), SizeIs(1));
     const downloads::DownloadItem item = installer.installed().front();
@@ -187,6 +188,7 @@ TEST_F(DownloadService, AnInstallThatFailsIsTriedAgainWithoutComingAgain) {
     ASSERT_TRUE(waitUntilAllIsInstalled());
     EXPECT_EQ(installedContent(), song);
     EXPECT_THAT(server.requests(), SizeIs(1));
+    EXPECT_TRUE(waitFor([&] { return observer->phases(1).size() >= 5; }));
     EXPECT_THAT(observer->phases(1),
                 ElementsAre("waiting", "downloading", "installing", "waiting", "installing"));
 }

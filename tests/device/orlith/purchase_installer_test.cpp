@@ -190,7 +190,10 @@ TEST_F(PurchaseInstaller, ADownloadEndsAsATrackOfTheLibrary) {
     request.storeAccount = 77;
     platform::OptionalError error;
     ASSERT_TRUE(service.request(request, &error)) << error->text();
-    for (std::size_t calls = observer->calls(); !service.list().empty(); calls = observer->calls())
+    const auto isDoneAndTold = [&] {
+        return service.list().empty() && observer->phases(4711).size() >= 3;
+    };
+    for (std::size_t calls = observer->calls(); !isDoneAndTold(); calls = observer->calls())
         ASSERT_TRUE(observer->waitBeyond(calls));
     EXPECT_THAT(observer->phases(4711), ElementsAre("waiting", "downloading", "installing"));
     EXPECT_EQ(number("SELECT base_location_id FROM item"), 300);
