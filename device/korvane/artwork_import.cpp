@@ -117,8 +117,7 @@ void Library::discardChapterPictures(std::int64_t syncID,
     if (!track)
         return;
     for (const std::uint64_t start : milliseconds)
-        removePicture(Operation, artworkRelativePath(chapterArtworkToken(
-                                     *track, static_cast<double>(start) / 1000.0)));
+        removePicture(Operation, chapterPicturePath(*track, start));
 }
 
 }  // namespace korvane

@@ -30,6 +30,11 @@ std::string chapterArtworkToken(std::int64_t persistentID, double seconds) {
                        std::isfinite(seconds) ? seconds * 1000.0 : 0.0);
 }
 
+std::string chapterPicturePath(std::int64_t persistentID, std::uint64_t milliseconds) {
+    return artworkRelativePath(
+        chapterArtworkToken(persistentID, static_cast<double>(milliseconds) / 1000.0));
+}
+
 std::string ArtworkStore::originalPath(const std::string& relativePath) {
     return ArtworkOriginalsDirectory + relativePath;
 }

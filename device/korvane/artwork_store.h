@@ -21,6 +21,8 @@ inline constexpr char ArtworkOriginalsDirectory[] =
 std::string artworkRelativePath(const std::string& token);
 // The token of a chapter's picture; the start is taken in whole milliseconds.
 std::string chapterArtworkToken(std::int64_t persistentID, double seconds);
+// Where that picture lies, below the artwork directory.
+std::string chapterPicturePath(std::int64_t persistentID, std::uint64_t milliseconds);
 
 class ArtworkStore {
 public:

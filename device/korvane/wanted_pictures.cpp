@@ -41,8 +41,7 @@ std::unordered_set<std::string> wantedPictures(common::Database& database) {
     while (chapters.step())
         for (const auto& chapter :
              common::decodeChapters(chapters->blob(1)).value_or(std::vector<common::Chapter>())) {
-            paths.insert(artworkRelativePath(chapterArtworkToken(
-                chapters->int64(0), static_cast<double>(chapter.startMs) / 1000.0)));
+            paths.insert(chapterPicturePath(chapters->int64(0), chapter.startMs));
             if (!chapter.artworkCacheID.empty())
                 paths.insert(artworkRelativePath(chapter.artworkCacheID));
         }

@@ -46,10 +46,8 @@ std::vector<ChapteredTrack> readChapteredTracks(common::Database& database) {
         for (const common::Chapter& chapter :
              common::decodeChapters(rows->blob(2)).value_or(std::vector<common::Chapter>()))
             if (!chapter.artworkCacheID.empty())
-                track.pictures.emplace_back(
-                    artworkRelativePath(chapterArtworkToken(
-                        track.persistentID, static_cast<double>(chapter.startMs) / 1000.0)),
-                    artworkRelativePath(chapter.artworkCacheID));
+                track.pictures.emplace_back(chapterPicturePath(track.persistentID, chapter.startMs),
+                                            artworkRelativePath(chapter.artworkCacheID));
         if (track.pictures.empty())
             continue;
         track.covers = coversOf(database, track.persistentID);
