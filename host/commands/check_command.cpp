@@ -8,10 +8,12 @@
 
 #include "host/commands/commands.h"
 #include "host/commands/device_question.h"
+#include "host/commands/interrupts.h"
 #include "host/commands/output.h"
 #include "host/commands/shown_progress.h"
 #include "host/progress/progress.h"
 #include "host/scan/file_names.h"
+#include "host/session/call_cancellation.h"
 #include "host/session/check_connection.h"
 #include "link/check.pb.h"
 
@@ -124,6 +126,8 @@ link::CheckRequest requestOf(const CheckOptions& options) {
 
 ExitCode runCheck(const CommonOptions& common, const CheckOptions& options) {
     const Output output(common.json);
+    CallCancellation cancellation;
+    const Interrupts interrupts([&] { cancellation.cancel(); });
     CheckReport report(output, options);
     link::CheckEnd end;
     for (int round = 0; round < MostRounds; ++round) {
@@ -131,7 +135,7 @@ ExitCode runCheck(const CommonOptions& common, const CheckOptions& options) {
             common.deviceDirectory, output, [&](CheckConnection& device) {
                 const OptionalError error = device.run(
                     requestOf(options), [&](const link::CheckEvent& event) { report.take(event); },
-                    end);
+                    end, cancellation);
                 report.endProgress();
                 return error;
             });

@@ -79,7 +79,7 @@ void addCheck(CommandSet& commands) {
         {"check",
          "Check that what a device holds agrees with itself",
          CheckExamples,
-         {ExitCode::PartlyDone, ExitCode::Busy}},
+         {ExitCode::PartlyDone, ExitCode::Busy, ExitCode::Interrupted}},
         given->common, [given] { return runCheck(given->common, given->options); });
     check.add_flag("--repair", given->options.repairs, "Mend what can be mended");
     check.add_flag("--full", given->options.full,

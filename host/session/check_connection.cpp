@@ -2,6 +2,7 @@
 
 #include <grpcpp/channel.h>
 
+#include "host/session/call_cancellation.h"
 #include "host/session/link_call.h"
 #include "link/check.grpc.pb.h"
 
@@ -20,15 +21,20 @@ CheckConnection::~CheckConnection() = default;
 
 platform::OptionalError CheckConnection::run(
     const link::CheckRequest& request, const std::function<void(const link::CheckEvent&)>& onEvent,
-    link::CheckEnd& end) {
+    link::CheckEnd& end, CallCancellation& cancellation) {
+    grpc::ClientContext context;
+    const CallCancellation::Call call(cancellation, context);
     bool hasEnd = false;
-    const auto error = streamingCall(*_impl->calls, &link::Check::Stub::Run, request,
-                                     [&](const link::CheckEvent& event) {
-                                         onEvent(event);
-                                         hasEnd = hasEnd || event.has_end();
-                                         if (event.has_end())
-                                             end = event.end();
-                                     });
+    const auto take = [&](const link::CheckEvent& event) {
+        onEvent(event);
+        hasEnd = hasEnd || event.has_end();
+        if (event.has_end())
+            end = event.end();
+    };
+    const auto error =
+        streamingCall(*_impl->calls, &link::Check::Stub::Run, request, take, context);
+    if (error && cancellation.isCancelled())
+        return cancelledError();
     // A daemon that leaves after its last word has said all.
     if (error && !hasEnd)
         return error;

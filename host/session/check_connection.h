@@ -20,6 +20,8 @@ class CheckRequest;
 
 namespace host {
 
+class CallCancellation;
+
 class CheckConnection {
 public:
     explicit CheckConnection(std::shared_ptr<grpc::Channel> channel);
@@ -27,10 +29,10 @@ public:
     CheckConnection(const CheckConnection&) = delete;
     CheckConnection& operator=(const CheckConnection&) = delete;
 
-    // Until the check is over. `onEvent` is told what is found and how far it is.
+    // Until the check is over, or cancelled. `onEvent` is told what is found and how far it is.
     platform::OptionalError run(const orlith::link::CheckRequest& request,
                                 const std::function<void(const orlith::link::CheckEvent&)>& onEvent,
-                                orlith::link::CheckEnd& end);
+                                orlith::link::CheckEnd& end, CallCancellation& cancellation);
 
 private:
     struct Impl;

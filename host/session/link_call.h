@@ -34,13 +34,22 @@ template <typename Stub, typename Request, typename Message, typename Take>
 platform::OptionalError streamingCall(Stub& service,
                                       std::unique_ptr<grpc::ClientReader<Message>> (Stub::*call)(
                                           grpc::ClientContext*, const Request&),
-                                      const Request& request, const Take& take) {
-    grpc::ClientContext context;
+                                      const Request& request, const Take& take,
+                                      grpc::ClientContext& context) {
     const auto reader = (service.*call)(&context, request);
     Message message;
     while (reader->Read(&message))
         take(message);
     return errorOfCall(reader->Finish());
+}
+
+template <typename Stub, typename Request, typename Message, typename Take>
+platform::OptionalError streamingCall(Stub& service,
+                                      std::unique_ptr<grpc::ClientReader<Message>> (Stub::*call)(
+                                          grpc::ClientContext*, const Request&),
+                                      const Request& request, const Take& take) {
+    grpc::ClientContext context;
+    return streamingCall(service, call, request, take, context);
 }
 
 }  // namespace host

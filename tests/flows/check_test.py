@@ -7,7 +7,7 @@ import random
 import signal
 import sqlite3
 
-from flow import BUSY, DONE, PARTLY, Flow, main
+from flow import BUSY, DONE, INTERRUPTED, PARTLY, Flow, main
 
 DATABASE = "/var/mobile/Media/Tessel_Control/Tessel/MediaLibrary.sqlitedb"
 MUSIC = "/var/mobile/Media/Tessel_Control/Music"
@@ -180,8 +180,8 @@ class Files(Check):
                                is not None, True)
         finally:
             running.send_signal(signal.SIGINT)
-            running.communicate()
-        self.assertEqual(running.returncode, -signal.SIGINT)
+            errors = running.communicate()[1]
+        self.assertEqual(running.returncode, INTERRUPTED, errors)
         self.assertComesTo(lambda: self.device.lines("status", "--json")[-1]["busy_with"], None)
         self.sync()
 
