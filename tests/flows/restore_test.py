@@ -98,6 +98,8 @@ class Restore(Flow):
         self.assertEqual(rows["A talk"]["play_count"], 1)
         with open(self.device.real(rows["A talk"]["path"]), "rb") as file:
             self.assertEqual(file.read(), self.talk)
+        done = self.device.orlith("check", "--full")
+        self.assertEqual(done.returncode, DONE, done.stdout.decode())
 
     def test_a_purchase_whose_address_is_gone_leaves_and_is_told(self):
         self.fill()

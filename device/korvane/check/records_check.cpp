@@ -75,11 +75,13 @@ private:
             }
     }
 
+    // Those of tracks that have left serve them when they return, as after a restore, or go in the
+    // background.
     void checkOrphanedKenning() {
         for (const char* table : {"kenning_metadata", "kenning_similarities"}) {
             const std::string orphaned = fmt::format(
                 "FROM {0} WHERE NOT EXISTS (SELECT 1 FROM item_extra e WHERE e.kenning_id = "
-                "{0}.kenning_id)",
+                "{0}.kenning_id) AND kenning_id NOT IN (SELECT global_id FROM removed_memory)",
                 table);
             const std::int64_t count = _database.int64("SELECT count(*) " + orphaned);
             if (count == 0)
