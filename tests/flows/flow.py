@@ -78,8 +78,10 @@ class Flow(unittest.TestCase):
         """A sync that has the device, whose daemon runs already, and stands still meanwhile; it goes on
         to its end after that."""
         host = self.device.start_sync(self.media)
+        deadline = time.monotonic() + 60
         try:
             while True:
+                self.assertLess(time.monotonic(), deadline, "the sync does not begin")
                 host.send_signal(signal.SIGSTOP)
                 if self.device.lines("status", "--json")[-1]["busy_with"]:
                     break
