@@ -15,7 +15,7 @@ using BareConnection = std::unique_ptr<sqlite3, decltype(&sqlite3_close)>;
 using BareStatement = std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)>;
 
 inline constexpr int WriterCacheKiB = 64 * 1024;
-inline constexpr int ReaderCacheKiB = 16 * 1024;
+inline constexpr int ReaderCacheKiB = 4 * 1024;
 
 // With write-ahead logging, every commit on the disk: what the library asks for as well.
 BareConnection openBare(const std::string& path, int cacheKiB);

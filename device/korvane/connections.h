@@ -25,7 +25,8 @@ struct ConnectionSettings {
     // For locks that other processes hold.
     std::chrono::milliseconds busyWait{5000};
     int writerCacheKiB = 64 * 1024;
-    int readerCacheKiB = 16 * 1024;
+    // Filling a larger one costs more than it saves a connection that lasts for one session.
+    int readerCacheKiB = 4 * 1024;
     std::size_t idleReaders = 4;  // kept open when nobody reads
 };
 
