@@ -5,6 +5,7 @@
 #include <string_view>
 #include <unordered_set>
 
+#include "common/hash.h"
 #include "common/sqlite/database.h"
 #include "device/korvane/configuration.h"
 #include "device/system/rooted_file_system.h"
@@ -110,6 +111,18 @@ private:
 };
 
 }  // namespace
+
+std::string hashOfFile(common::Database& database, std::int64_t trackPID) {
+    auto row = database.query(
+        "SELECT e.content_hash, i.base_location_id FROM item i JOIN item_extra e ON e.item_id = "
+        "i.item_id WHERE i.item_pid = ?",
+        trackPID);
+    if (!row.step() || !isFileOfContentHash(row->int64(1)))
+        return {};
+    const auto hash = row->blob(0);
+    return hash.size() == std::tuple_size<common::Hash128>() ? std::string(hash.begin(), hash.end())
+                                                             : std::string();
+}
 
 bool recordLocation(common::Database& database, device::RootedFileSystem& files,
                     std::int64_t trackPID, const std::string& path) {

@@ -22,6 +22,15 @@ inline constexpr std::int64_t CloudAssetsLocation = 400;
 // From here on a store can give again what a device restore does not bring back.
 inline constexpr std::int64_t FirstStoreLocation = 300;
 
+// What a store sends need not be the file that item_extra.content_hash is of.
+constexpr bool isFileOfContentHash(std::int64_t location) {
+    return location != FirstStoreLocation && location != CloudAssetsLocation;
+}
+
+// What the bytes of the track's file should give as their XXH3-128 hash: 16 bytes, or empty when
+// nobody knows.
+std::string hashOfFile(common::Database& database, std::int64_t trackPID);
+
 // Records an absolute device path and the file's size. Location 0 and no name when there is no
 // regular file, or the path is not below the media directory.
 bool recordLocation(common::Database& database, device::RootedFileSystem& files,

@@ -5,6 +5,7 @@
 #include "device/korvane/artwork_store.h"
 #include "device/korvane/export/playlist_deletions.h"
 #include "device/korvane/peers.h"
+#include "device/korvane/track_location.h"
 
 namespace orlith {
 namespace {
@@ -104,6 +105,15 @@ std::string EmbeddedPeers::picturePath(const std::string& token) {
     return _library.artwork().hasOriginal(relativePath)
                ? korvane::ArtworkStore::originalPath(relativePath)
                : std::string();
+}
+
+std::string EmbeddedPeers::hashOfFile(std::int64_t trackPID) {
+    std::string hash;
+    _library.read("hashOfFile", [&](common::Database& database) {
+        hash = korvane::hashOfFile(database, trackPID);
+        return true;
+    });
+    return hash;
 }
 
 }  // namespace orlith

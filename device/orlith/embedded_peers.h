@@ -29,6 +29,7 @@ public:
     ImportEffects lastImportEffects() override;
     std::optional<std::int64_t> trackAtPeer(const std::string& uid, std::int64_t syncID) override;
     std::string picturePath(const std::string& token) override;
+    std::string hashOfFile(std::int64_t trackPID) override;
 
 private:
     korvane::Library& _library;

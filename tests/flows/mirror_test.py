@@ -152,6 +152,23 @@ class Mirror(Flow):
         have = [t for t in self.other.state()["tracks"] if t["sha256"]]
         self.assertEqual(len(have), 3)
 
+    def test_a_file_that_is_worn_out_is_not_passed_on_until_it_has_come_again(self):
+        self.make(4)
+        self.sync()
+        worn = next(t for t in self.tracks() if t["title"] == "Title 00002")
+        with open(self.device.real(worn["path"]), "r+b") as file:
+            file.seek(1000)
+            file.write(b"noise of a worn-out disk")
+        code, lines, _ = self.other.mirror_from(self.device)
+        self.assertEqual(code, PARTLY)
+        failure, = self.of_type(lines, "failure")
+        self.assertEqual(failure["title"], "Title 00002")
+        self.assertIn("orlith check --full --repair", failure["reason"])
+        self.edit(self.device, "check", "--full", "--repair")
+        self.assertEqual(self.sync()[-1]["sent"], 1)
+        self.assertEqual(self.mirror(self.device, self.other)["assets"], 1)
+        self.assertEqualDevices(self.device, self.other)
+
 
 class Following(Flow):
     def test_an_edit_is_on_the_other_device_a_moment_later(self):

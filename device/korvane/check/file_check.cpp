@@ -47,8 +47,7 @@ std::vector<TrackFile> readTracks(Library& library) {
             const std::int64_t location = rows->int64(6);
             if (location != 0 && location != CloudAssetsLocation)
                 track.path = fmt::format("{}{}/{}", MediaDirectory, rows->text(2), rows->text(3));
-            // What a store sends need not be the file that the host knows by its hash.
-            if (location == FirstStoreLocation || location == CloudAssetsLocation)
+            if (!isFileOfContentHash(location))
                 track.contentHash.clear();
         }
         return tracks;

@@ -46,6 +46,14 @@ Error refusalOf(const AssetAnswer& answer, std::uint32_t parts) {
                                         : *answer.error;
 }
 
+Error contentsChanged() {
+    return Error(
+        platform::POSIXErrorDomain, EBADMSG,
+        "the other device's file is not what came there: its contents have changed. There, "
+        "\"orlith check --full --repair\" sets it aside, and the next sync or mirror brings it "
+        "again");
+}
+
 SessionError badRequest(const std::string& text) {
     return SessionError(Error(OrlithErrorDomain, OrlithErrorProtocol, text));
 }
@@ -124,8 +132,10 @@ void AssetSource::answer(AssetAnswer answer) {
         sendPictures(request, answer);
 }
 
+// Sends the bytes before it can know that they are wrong: a file is read once.
 void AssetSource::sendFile(const link::AssetRequest& request, AssetAnswer& answer) {
-    const auto path = trackOf(request)->absoluteFilePath();
+    const std::shared_ptr<KV3Track> track = trackOf(request);
+    const auto path = track->absoluteFilePath();
     const auto attributes = path ? _services.device.files.attributes(*path, nullptr) : std::nullopt;
     if (!attributes)
         return sendEnd(request.request(), Error(platform::POSIXErrorDomain, ENOENT,
@@ -153,9 +163,13 @@ void AssetSource::sendFile(const link::AssetRequest& request, AssetAnswer& answe
         if (!sendData(request.request(), textOf(data)))
             return;
     }
+    const std::string hash = hashText(hasher.digest());
+    const std::string expected = _services.peers.hashOfFile(track->persistentID());
+    if (!expected.empty() && hash != expected)
+        return sendEnd(request.request(), contentsChanged());
     link::FromFirst last;
     last.mutable_asset()->set_request(request.request());
-    last.mutable_asset()->mutable_end()->set_content_hash(hashText(hasher.digest()));
+    last.mutable_asset()->mutable_end()->set_content_hash(hash);
     _send(last);
 }
 

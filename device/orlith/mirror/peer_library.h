@@ -69,6 +69,9 @@ public:
                                                     std::int64_t syncID) = 0;
     // Absolute device path of the original picture under a token; "" when there is none.
     virtual std::string picturePath(const std::string& token) = 0;
+    // What the bytes of the track's file should give as their XXH3-128 hash: 16 bytes, or empty
+    // when nobody knows.
+    virtual std::string hashOfFile(std::int64_t trackPID) = 0;
 };
 
 }  // namespace orlith

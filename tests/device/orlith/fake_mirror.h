@@ -121,8 +121,13 @@ public:
         return syncID;
     }
     std::string picturePath(const std::string&) override { return {}; }
+    std::string hashOfFile(std::int64_t trackPID) override {
+        const auto known = hashes.find(trackPID);
+        return known == hashes.end() ? std::string() : known->second;
+    }
 
     std::string expected;  // of which peer a full exchange is expected; one session's
+    std::map<std::int64_t, std::string> hashes;  // of tracks' files; set while nobody mirrors
 
 private:
     std::mutex _mutex;

@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "common/hash.h"
+#include "device/orlith/incoming_file.h"
 #include "device/orlith/mirror/serving_session.h"
 #include "device/orlith/session_error.h"
 #include "tests/device/orlith/fake_mirror.h"
@@ -88,6 +90,33 @@ TEST_F(MirrorSessions, ARequestThatThePlugInLeavesSilentIsTakenForFailedAndTheOt
     EXPECT_TRUE(failures[0].recoverable());
 
     first.assets.silent.clear();
+    EXPECT_EQ(mirrorBetween(first, companion).summary.assets(), 1u);
+    expectComplete();
+}
+
+TEST_F(MirrorSessions, AFileThatIsNotWhatCameIsNotPassedOnAndTheOthersCome) {
+    const auto hashOf = [](const std::string& bytes) {
+        return hashText(
+            common::xxh3({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()}));
+    };
+    first.peers.hashes = {{11, hashOf(bytesOf(11))}, {12, hashOf("what came once")}};
+    std::vector<link::MirrorAsset> failures;
+    const MirrorOutcome outcome =
+        mirrorBetween(first, companion, [&](const link::MirrorEvent& event) {
+            if (event.has_asset() && !event.asset().success())
+                failures.push_back(event.asset());
+        });
+    EXPECT_FALSE(outcome.error) << outcome.error->description();
+    EXPECT_EQ(outcome.summary.assets(), 2u);
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0].identifier(), "12");
+    EXPECT_EQ(failures[0].failure().code(), EBADMSG);
+    EXPECT_TRUE(failures[0].failure().text().starts_with(
+        "the other device's file is not what came there: its contents have changed."))
+        << failures[0].failure().text();
+    EXPECT_FALSE(companion.device.tracks.get(12).path);
+
+    first.peers.hashes[12] = hashOf(bytesOf(12));
     EXPECT_EQ(mirrorBetween(first, companion).summary.assets(), 1u);
     expectComplete();
 }
