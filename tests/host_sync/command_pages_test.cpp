@@ -103,5 +103,9 @@ TEST_F(CommandPages, NoTextIsTakenForAnInstruction) {
     EXPECT_THAT(fishCompletion(program), HasSubstr(R"(-d 'it\'s [here]: \\ done')"));
 }
 
+TEST_F(CommandPages, AKindOfMediaIsOfferedToFishWithoutTheOptionsOwnText) {
+    EXPECT_THAT(fishCompletion(orlith), HasSubstr(R"( -l kinds -x -a 'music\\t audiobook\\t )"));
+}
+
 }  // namespace
 }  // namespace host

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <functional>
+#include <sstream>
 
 #include "host/scan/media_kind.h"
 
@@ -287,6 +288,15 @@ std::string fishCondition(const CommandModel& command) {
     return condition;
 }
 
+// Each with an empty description of its own, or it would be shown with the option's.
+std::string fishKinds() {
+    std::string kinds;
+    std::istringstream names(mediaKinds());
+    for (std::string name; names >> name;)
+        kinds += (kinds.empty() ? "" : " ") + name + "\\t";
+    return kinds;
+}
+
 std::string fishValue(const OptionModel& option) {
     switch (option.kind) {
         case ValueKind::Directory:
@@ -294,7 +304,7 @@ std::string fishValue(const OptionModel& option) {
         case ValueKind::File:
             return " -r -F";
         case ValueKind::MediaKind:
-            return " -x -a " + fishQuoted(mediaKinds());
+            return " -x -a " + fishQuoted(fishKinds());
         case ValueKind::Other:
             break;
     }
