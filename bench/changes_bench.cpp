@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <filesystem>
+#include <fstream>
 #include <semaphore>
 
 #include "bench/bare_export.h"
@@ -33,6 +34,20 @@ platform::Data exportedTracks() {
     return stream->takeData();
 }
 
+// A file, so that it takes no memory while the other side is measured.
+void keep(const std::string& path, const platform::Data& bytes) {
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+}
+
+platform::Data kept(const std::string& path) {
+    platform::Data bytes(std::filesystem::file_size(path));
+    std::ifstream(path, std::ios::binary)
+        .read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
+}
+
 bool import(const platform::Data& tracks) {
     std::binary_semaphore finished(0);
     bool succeeded = false;
@@ -49,13 +64,14 @@ bool import(const platform::Data& tracks) {
 void importChanges(benchmark::State& state, std::int64_t tracks) {
     Device& first = Device::filled(tracks);
     first.emptyLog();
-    const platform::Data records = exportedTracks();
     const test::TemporaryDirectory directory;
+    const std::string records = directory / "records";
+    const std::string changeset = directory / "changeset";
+    keep(records, exportedTracks());
     constexpr RecordedTables Tables = RecordedTables::TracksAndChangeLog;
     const std::string library = directory / "library";
     std::filesystem::copy_file(first.databasePath(), library);
-    const std::vector<std::uint8_t> changeset =
-        RecordedChanges(library, directory / "recorded", Tables).changeset();
+    keep(changeset, RecordedChanges(library, directory / "recorded", Tables).changeset());
     Figure figure{NewTracks, "session changeset", tracks, tracks, 1.0};
     for (auto _ : state) {
         bool succeeded = false;
@@ -64,9 +80,10 @@ void importChanges(benchmark::State& state, std::int64_t tracks) {
             figure,
             [&] {
                 Device::fresh(tracks);
-                return costOf([&] { succeeded = import(records); });
+                const platform::Data stream = kept(records);
+                return costOf([&] { succeeded = import(stream); });
             },
-            [&] { return applyChangeset(changeset, library, copy, Tables); });
+            [&] { return applyChangeset(kept(changeset), library, copy, Tables); });
         for (const char* part : {"", "-wal", "-shm"})
             std::filesystem::remove(copy + part);
         if (!succeeded)
