@@ -22,6 +22,8 @@ void deleteDatabaseProperty(common::Database& database, std::string_view key);
 
 // Keys of the library's own, beside those that bundles use.
 inline constexpr std::string_view SyncGenerationProperty = "KV3SyncGenerationID";
+// Whether a host or another device has ever filled the library with tracks; absent: not seen yet.
+inline constexpr std::string_view WasFilledProperty = "KV3LibraryWasFilled";
 
 // Keys that say where the sync with the host stands.
 inline constexpr std::string_view SyncAnchorProperty = "KVSyncClientSyncAnchor";

@@ -63,12 +63,22 @@ bool OrphanSweep::run(const std::function<bool()>& mayGoOn) {
 }
 
 bool OrphanSweep::isSafe() {
-    return _library.read("sweep", [](common::Database& database) {
-        const bool isFilled =
+    bool isFilled = false, wasFilled = false;
+    _library.read("sweep", [&](common::Database& database) {
+        const bool isSynced =
             !databaseProperty(database, SyncAnchorProperty).isNull() ||
             database.int64("SELECT EXISTS (SELECT 1 FROM peer WHERE received_revision > 0)") != 0;
-        return isFilled && database.int64("SELECT items FROM row_count") > 0;
+        isFilled = isSynced && database.int64("SELECT items FROM row_count") > 0;
+        wasFilled = databaseProperty(database, WasFilledProperty).boolValue();
+        return true;
     });
+    // Tells one that was emptied from one that lost its tracks, which begins with a new database.
+    if (isFilled && !wasFilled)
+        _library.change("sweep", [](common::Database& database) {
+            setDatabaseProperty(database, WasFilledProperty, true);
+            return true;
+        });
+    return isFilled || wasFilled;
 }
 
 bool OrphanSweep::sweepMedia(const std::function<bool()>& mayGoOn) {

@@ -29,8 +29,8 @@ public:
     OrphanSweep(Library& library, ActivityLock& lock) : _library(library), _lock(lock) {}
 
     // Media files, then pictures, as long as `mayGoOn` says so and nobody holds the lock. Whether
-    // it came to the end. Does nothing in a library that neither a host nor another device has
-    // filled, or that has no track: its files may be all that is left of one that was damaged.
+    // it came to the end. Does nothing in a library that no host and no other device has ever
+    // filled with tracks: its files may be all that is left of one that was damaged.
     bool run(const std::function<bool()>& mayGoOn);
 
 private:

@@ -3,7 +3,7 @@
 #include "device/korvane/account_cache.h"
 #include "device/korvane/library.h"
 #include "device/orlith/call_boundary.h"
-#include "device/orlith/library_access.h"
+#include "device/orlith/library_session.h"
 #include "device/orlith/names.h"
 #include "device/orlith/session_error.h"
 #include "device/orlith/slot_hold.h"
@@ -28,18 +28,6 @@ void fillMetrics(const std::string& assetType, const platform::Value& metrics,
     if (const auto size = sizeIn(metrics, ORMetricsPurgeableSizeKey))
         row.set_purgeable_size(*size);
 }
-
-// The library as a session has it: files are not swept, and an old cancel is forgotten.
-class LibrarySession {
-public:
-    explicit LibrarySession(LibraryAccess& access) : _access(access) { _access.sessionBegan(); }
-    ~LibrarySession() { _access.sessionEnded(); }
-    LibrarySession(const LibrarySession&) = delete;
-    LibrarySession& operator=(const LibrarySession&) = delete;
-
-private:
-    LibraryAccess& _access;
-};
 
 }  // namespace
 

@@ -108,6 +108,7 @@ class Mirror(Flow):
         before = self.device.shared_state()
         self.edit(self.other, "reset-changes")
         self.assertEqual(self.other.shared_state()["tracks"], [])
+        self.assertComesToOrder(self.other)
         self.mirror(self.other, self.device)
         self.assertEqual(self.device.shared_state(), before)
         self.mirror(self.device, self.other)

@@ -8,6 +8,7 @@
 #include "device/orlith/batch_writer.h"
 #include "device/orlith/call_boundary.h"
 #include "device/orlith/incoming_file.h"
+#include "device/orlith/library_session.h"
 #include "device/orlith/mirror/change_messages.h"
 #include "device/orlith/mirror/mirror_runner.h"
 #include "device/orlith/names.h"
@@ -167,6 +168,7 @@ grpc::Status MirrorService::Import(grpc::ServerContext* context,
             isWhole = spool.take(message);
         if (!isWhole)
             return grpc::Status(grpc::StatusCode::INVALID_ARGUMENT, "the change stream has no end");
+        const LibrarySession session(_services.device.library);
         const ImportedChanges imported = _services.changes.importChanges(
             SyncChanges, spool.path(),
             parametersOf(_services.device.operatingSystem.propertyLists(), spool.params()));
@@ -197,6 +199,7 @@ grpc::Status MirrorService::ResetChanges(grpc::ServerContext* context,
                                          link::ResetChangesReply* reply) {
     return guarded("ResetChanges", [&] {
         const SlotHold hold(_services.device.slot, "a reset of changes", *context);
+        const LibrarySession session(_services.device.library);
         const OptionalError error = _services.changes.reset();
         fillOutcome(error, *reply);
         reply->set_revision(_services.changes.revision());

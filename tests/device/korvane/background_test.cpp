@@ -100,6 +100,22 @@ TEST_F(LibraryBackground, ALibraryThatWasNeverSyncedIsNotSwept) {
     EXPECT_TRUE(files.fileExists(OrphanFile));
 }
 
+TEST_F(LibraryBackground, ALibraryThatWasEmptiedIsSwept) {
+    EXPECT_TRUE(sweep());
+    EXPECT_TRUE(files.fileExists(MusicFile));
+    EXPECT_TRUE(Track(1, library).deleteFromLibrary());
+    library->deleteDatabaseProperty("KVSyncClientSyncAnchor");
+    EXPECT_TRUE(sweep());
+    EXPECT_FALSE(files.fileExists(MusicFile));
+}
+
+TEST_F(LibraryBackground, ALibraryThatHasNoTrackYetIsNotSwept) {
+    EXPECT_TRUE(Track(1, library).deleteFromLibrary());
+    EXPECT_TRUE(sweep());
+    EXPECT_TRUE(files.fileExists(MusicFile));
+    EXPECT_TRUE(files.fileExists(OrphanFile));
+}
+
 TEST_F(LibraryBackground, ASessionHoldsTheSweep) {
     auto session = lock.holdForFiles();
     EXPECT_FALSE(sweep());
