@@ -5,79 +5,10 @@ import random
 import shutil
 
 import check_test
-from flow import DONE, PARTLY, Flow, collection, main
+from flow import DONE, Flow, main
+from folder import Folder
 
 HISTORIES = 4
-COVERS = [None] + [(collection.png([40 * n, 20, 90], 32 + n), "image/png") for n in range(4)]
-
-
-class Folder:
-    """A media folder that somebody works on."""
-
-    def __init__(self, flow, rng):
-        self.flow = flow
-        self.rng = rng
-        self.songs = {}  # name: title, artist, album and cover
-        self.made = 0
-        for _ in range(8):
-            self.add()
-
-    def place(self):
-        self.made += 1
-        return f"{self.rng.choice('ABC')}/{self.made}.mp3"
-
-    def any(self):
-        return self.rng.choice(sorted(self.songs))
-
-    def write(self, name):
-        title, artist, album, cover = self.songs[name]
-        self.flow.song(name, title, cover, TPE1=artist, TALB=album)
-
-    def add(self):
-        name = self.place()
-        self.songs[name] = [f"Title {self.made}", f"Artist {self.made % 3}",
-                            f"Album {self.made % 2}", self.rng.choice(COVERS)]
-        self.write(name)
-
-    def remove(self):
-        if len(self.songs) > 3:
-            name = self.any()
-            del self.songs[name]
-            os.unlink(os.path.join(self.flow.media, name))
-
-    def rename(self):
-        name, other = self.any(), self.place()
-        target = os.path.join(self.flow.media, other)
-        os.makedirs(os.path.dirname(target), exist_ok=True)
-        os.rename(os.path.join(self.flow.media, name), target)
-        self.songs[other] = self.songs.pop(name)
-
-    def retag(self):
-        name = self.any()
-        self.songs[name][self.rng.randrange(3)] = f"Other {self.rng.randrange(1000)}"
-        self.write(name)
-
-    def change_cover(self):
-        name = self.any()
-        self.songs[name][3] = self.rng.choice(COVERS)
-        self.write(name)
-
-    def change_folder_picture(self):
-        path = os.path.join(self.flow.media, self.rng.choice("ABC"), "folder.png")
-        cover = self.rng.choice(COVERS)
-        if cover:
-            self.flow.write(path, cover[0])
-        elif os.path.exists(path):
-            os.unlink(path)
-
-    def change_playlist(self):
-        name = f"List {self.rng.randrange(3)}.m3u8"
-        chosen = [self.any() for _ in range(self.rng.randrange(6))]
-        self.flow.write(name, "\n".join(chosen).encode())
-
-    def change(self):
-        self.rng.choice([self.add, self.remove, self.rename, self.retag, self.change_cover,
-                         self.change_folder_picture, self.change_playlist])()
 
 
 class Histories(Flow):
@@ -91,23 +22,17 @@ class Histories(Flow):
         folder = Folder(self, rng)
         followed, fresh = self.another(followed_name), self.another(fresh_name)
         for _ in range(6):
-            self.sync_all(followed)
+            self.follow_folder(followed)
             for _ in range(rng.randint(1, 4)):
                 folder.change()
-        self.sync_all(followed)
-        again = self.sync_all(followed)
+        self.follow_folder(followed)
+        again = self.follow_folder(followed)
         self.assertEqual((again["sent"], again["removed"], again["playlists"]), (0, 0, 0))
-        self.sync_all(fresh)
+        self.follow_folder(fresh)
         self.assertEqual(followed.state(), fresh.state())
         self.assertComesTo(followed.picture_hashes, fresh.picture_hashes())
         self.assertComesTo(lambda: followed.orlith("check", "--full").returncode, DONE)
         self.assertEqual(followed.problems(), [])
-
-    def sync_all(self, device):
-        """The summary. A playlist may name a file that has left."""
-        code, lines, errors = device.sync(self.media, "--delete", "--max-delete", "1000")
-        self.assertIn(code, (DONE, PARTLY), errors)
-        return lines[-1]
 
 
 class Damages(check_test.Check):
