@@ -33,8 +33,8 @@ Example:
 )";
 
 constexpr char ResetExamples[] = R"(
-Tracks and playlists that only another device gave leave this one. No other device loses anything,
-and the next mirror run brings them again.
+Tracks and playlists that only another device gave leave this one, with their files. No other
+device loses anything, and the next mirror run brings them again.
 
 Example:
   orlith reset-changes --device ~/spare
