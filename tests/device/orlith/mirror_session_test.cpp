@@ -28,6 +28,12 @@ protected:
     static std::string bytesOf(std::int64_t id) {
         return std::string(300'000, static_cast<char>(id));
     }
+    MirrorOutcome mirror(std::vector<link::MirrorAsset>& failures) {
+        return mirrorBetween(first, companion, [&](const link::MirrorEvent& event) {
+            if (event.has_asset() && !event.asset().success())
+                failures.push_back(event.asset());
+        });
+    }
     void expectComplete() {
         for (const std::int64_t id : {11, 12, 13}) {
             const auto path = companion.device.tracks.get(id).path;
@@ -77,11 +83,7 @@ TEST_F(MirrorSessions, ARequestThatThePlugInLeavesSilentIsTakenForFailedAndTheOt
     first.assets.silent = {"11"};
     first.services.assetPatience = std::chrono::milliseconds(150);
     std::vector<link::MirrorAsset> failures;
-    const MirrorOutcome outcome =
-        mirrorBetween(first, companion, [&](const link::MirrorEvent& event) {
-            if (event.has_asset() && !event.asset().success())
-                failures.push_back(event.asset());
-        });
+    const MirrorOutcome outcome = mirror(failures);
     EXPECT_FALSE(outcome.error) << outcome.error->description();
     EXPECT_EQ(outcome.summary.assets(), 2u);
     ASSERT_EQ(failures.size(), 1u);
@@ -101,11 +103,7 @@ TEST_F(MirrorSessions, AFileThatIsNotWhatCameIsNotPassedOnAndTheOthersCome) {
     };
     first.peers.hashes = {{11, hashOf(bytesOf(11))}, {12, hashOf("what came once")}};
     std::vector<link::MirrorAsset> failures;
-    const MirrorOutcome outcome =
-        mirrorBetween(first, companion, [&](const link::MirrorEvent& event) {
-            if (event.has_asset() && !event.asset().success())
-                failures.push_back(event.asset());
-        });
+    const MirrorOutcome outcome = mirror(failures);
     EXPECT_FALSE(outcome.error) << outcome.error->description();
     EXPECT_EQ(outcome.summary.assets(), 2u);
     ASSERT_EQ(failures.size(), 1u);
