@@ -70,6 +70,14 @@ class ChangeStream(Flow):
         self.assertNotIn("Title 00002", titles)
         self.assertEqual(len(titles), 5)
 
+    def test_the_file_of_a_track_whose_deletion_was_imported_goes_too(self):
+        self.mirror(self.device, self.other)
+        before = self.revision(self.device)
+        self.device.orlith("delete", "Title 00002")
+        self.export(after=before)
+        self.other.lines("import", self.file, "--json")
+        self.assertComesToOrder(self.other)
+
     def test_a_damaged_file_is_refused_and_the_library_is_as_it_was(self):
         self.export()
         with open(self.file, "rb") as file:

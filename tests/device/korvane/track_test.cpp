@@ -1,6 +1,7 @@
 #include "device/korvane/track.h"
 
 #include "device/korvane/artwork_store.h"
+#include "device/korvane/track_location.h"
 #include "tests/device/korvane/library_fixture.h"
 
 namespace {
@@ -255,6 +256,25 @@ TEST_F(LibraryTrack, TheCloudArtworkTokenDoesNotTravel) {
     EXPECT_TRUE(track(1).setValue("", KV3TrackPropertyCloudArtworkToken));
     EXPECT_TRUE(track(1).valueForProperty(KV3TrackPropertyCloudArtworkToken).isNull());
     EXPECT_EQ(library->currentRevision(), before);
+}
+
+TEST_F(LibraryTrack, KnowsTheHashOfAFileThatNoStoreSent) {
+    add({.pid = 77, .syncID = 78});
+    const auto hash = [&] {
+        return library->connections().reading<std::string>(
+            [](common::Database& database) { return korvane::hashOfFile(database, 77); });
+    };
+    EXPECT_EQ(hash(), "");
+    execute("UPDATE item_extra SET content_hash = CAST('0123456789abcdef' AS BLOB)");
+    execute("UPDATE item SET base_location_id = 205");
+    EXPECT_EQ(hash(), "0123456789abcdef");
+    execute("UPDATE item SET base_location_id = 300");
+    EXPECT_EQ(hash(), "");
+    execute("UPDATE item SET base_location_id = 400");
+    EXPECT_EQ(hash(), "");
+    execute("UPDATE item SET base_location_id = 205");
+    execute("UPDATE item_extra SET content_hash = x'00'");
+    EXPECT_EQ(hash(), "");
 }
 
 }  // namespace
