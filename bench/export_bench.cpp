@@ -11,6 +11,8 @@
 #include "bench/figures.h"
 #include "bench/library_bench.h"
 #include "common/sqlite/database.h"
+#include "device/korvane/connections.h"
+#include "device/korvane/library.h"
 #include "platform/media_library.h"
 
 namespace bench {
@@ -101,15 +103,18 @@ void exportAsChangeset(benchmark::State& state, std::int64_t tracks) {
     report(state, std::move(figure));
 }
 
-// Rates tracks all over the library.
+// Rates tracks all over the library, in one of its transactions.
 void changeSome(Device& device) {
-    common::Database database(device.databasePath(), {.create = false});
     std::mt19937_64 random(3);
-    for (std::int64_t change = 0; change < ChangedTracks; ++change)
-        database.execute(
-            "UPDATE item_stats SET user_rating = (user_rating + 20) % 100, rating_changed_ms = "
-            "rating_changed_ms + 1 WHERE item_id = ?",
-            static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(device.tracks())) + 1);
+    const auto tracks = static_cast<std::uint64_t>(device.tracks());
+    device.platform().library().connections().write([&](common::Database& database) {
+        for (std::int64_t change = 0; change < ChangedTracks; ++change)
+            database.execute(
+                "UPDATE item_stats SET user_rating = (user_rating + 20) % 100, "
+                "rating_changed_ms = rating_changed_ms + 1 WHERE item_id = ?",
+                static_cast<std::int64_t>(random() % tracks) + 1);
+        return true;
+    });
 }
 
 // On new connections, as every session has them: the one before has closed its own.

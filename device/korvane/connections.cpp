@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/sqlite/sqlite_error.h"
+#include "device/korvane/save/record_keeping.h"
 #include "device/korvane/sort_orders.h"
 
 namespace korvane {
@@ -121,6 +122,7 @@ bool Connections::writeOutermost(common::Database& database, const Block& block,
         return false;
     requireTransaction(database);
     placeUnplacedItems(database);
+    keepRecordsOfChanges(database);
     // The next transaction's changes count as new ones; a transaction without any writes nothing.
     database.execute(
         "UPDATE change_state SET base_revision = (SELECT seq FROM sqlite_sequence WHERE name = "

@@ -50,6 +50,8 @@ void bringSchemaUpToDate(common::Database& database) {
         createFirstVersion(database);
     if (version < static_cast<int>(SchemaVersion::PurchaseOrigins))
         database.executeScript(purchaseOriginsSchema());
+    if (version < static_cast<int>(SchemaVersion::KeptRecords))
+        database.executeScript(keptRecordsSchema());
     database.executeScript(fmt::format("PRAGMA user_version = {}", newest));
     transaction.commit();
 }

@@ -18,7 +18,8 @@ enum class SchemaVersion : int {
     Empty = 0,
     First = 1,
     PurchaseOrigins = 2,  // the table purchase
-    Newest = PurchaseOrigins,
+    KeptRecords = 3,      // the column entity_revision.record
+    Newest = KeptRecords,
 };
 
 // The column entity_kind.
@@ -46,5 +47,6 @@ void bringSchemaUpToDate(common::Database& database);
 std::string firstSchemaTables();
 std::string firstSchemaTriggers();
 std::string purchaseOriginsSchema();
+std::string keptRecordsSchema();
 
 }  // namespace korvane

@@ -223,11 +223,40 @@ BEGIN UPDATE item SET album_order = 0 WHERE item_id = NEW.item_id; END;
 )sql";
 }
 
+// What a record holds and does not travel by itself: the track gets no revision, so the record that
+// was kept with the one it has must go.
+std::string dropKeptRecord(const char* name, const char* event, const char* condition,
+                           const char* pid) {
+    return fmt::format(
+        "CREATE TRIGGER {} AFTER {}\n{}BEGIN\n"
+        "UPDATE entity_revision SET record = NULL WHERE pid = {} AND record IS NOT NULL;\nEND;\n",
+        name, event, condition, pid);
+}
+
+std::string dropKeptRecordOnUpdate(const char* table, const char* column) {
+    return dropKeptRecord(fmt::format("{}_unkept", column).c_str(),
+                          fmt::format("UPDATE OF {} ON {}", column, table).c_str(),
+                          fmt::format("WHEN OLD.{0} IS NOT NEW.{0} ", column).c_str(),
+                          "NEW.item_pid");
+}
+
 }  // namespace
 
 std::string firstSchemaTriggers() {
     return placeInOrder() + trackRevisions() + fieldChanges() + playStatistics() + trackLife() +
            containerLife();
+}
+
+std::string keptRecordsSchema() {
+    return R"sql(
+-- Of a track that changed among few: its record as other devices are told it, but for their own
+-- ids. Whoever adds to what the record of a track holds empties this column.
+ALTER TABLE entity_revision ADD COLUMN record BLOB;
+CREATE INDEX entity_revision_kept ON entity_revision (pid) WHERE record IS NOT NULL;
+)sql" + dropKeptRecordOnUpdate("item_store", "sync_id") +
+           dropKeptRecordOnUpdate("item_extra", "pending_kenning_checksum") +
+           dropKeptRecordOnUpdate("item_artwork", "cloud_artwork_token") +
+           dropKeptRecord("field_change_unkept", "DELETE ON field_change", "", "OLD.item_pid");
 }
 
 }  // namespace korvane

@@ -365,6 +365,13 @@ class Revisions(Check):
 
 
 class Records(Check):
+    def test_what_others_are_told_is_what_the_library_holds(self):
+        self.sql("UPDATE entity_revision SET record = substr(record, 1, length(record) - 1) "
+                 "WHERE pid = (SELECT item_pid FROM item_extra WHERE title = 'Lid')")
+        found = self.assertMends("database")
+        self.assertEqual(found[0]["subject"], "Lid")
+        self.assertIn("other devices would be told", found[0]["problem"])
+
     def test_recommendation_data_that_are_damaged_or_nobodys_go_and_come_again(self):
         self.sql("UPDATE kenning_similarities SET data = x'4b4e' WHERE kenning_id = "
                  "(SELECT kenning_id FROM item_extra WHERE title = 'Boil')",

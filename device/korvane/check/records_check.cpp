@@ -1,4 +1,5 @@
-// What stands in the library's tables: playlists' entries, chapters, recommendation data.
+// What stands in the library's tables: playlists' entries, chapters, recommendation data, the
+// records that are kept.
 #include <fmt/format.h>
 
 #include "common/chapters/chapters.h"
@@ -6,6 +7,7 @@
 #include "common/sqlite/database.h"
 #include "device/korvane/check/check_run.h"
 #include "device/korvane/library.h"
+#include "device/korvane/save/record_keeping.h"
 
 namespace korvane {
 
@@ -20,6 +22,7 @@ public:
         checkChapters();
         checkOrphanedKenning();
         checkSimilarities();
+        checkKeptRecords();
     }
 
 private:
@@ -117,6 +120,19 @@ private:
                 _database.execute("DELETE FROM kenning_similarities WHERE kenning_id = ?", id);
                 _database.execute("DELETE FROM kenning_metadata WHERE kenning_id = ?", id);
             }
+    }
+
+    void checkKeptRecords() {
+        for (const std::int64_t pid : tracksWithStaleRecords(_database)) {
+            auto title = _database.query("SELECT title FROM item_extra WHERE item_pid = ?", pid);
+            report(CheckArea::Database, std::string(title.step() ? title->text(0) : ""),
+                   "what other devices would be told of it is not what the library holds",
+                   "they are told what the library holds");
+            if (_run.repairs)
+                _database.execute(
+                    "UPDATE entity_revision SET record = NULL WHERE entity_kind = 0 AND pid = ?",
+                    pid);
+        }
     }
 
     CheckRun& _run;

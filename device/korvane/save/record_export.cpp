@@ -36,7 +36,8 @@ constexpr char DeletionRow[] =
 }  // namespace
 
 RecordExport::RecordExport(common::Database& database)
-    : _tracks(database),
+    : _kept(database),
+      _tracks(database),
       _plays(database.prepare(Plays)),
       _hasFieldChanges(database.int64("SELECT EXISTS (SELECT 1 FROM field_change)") != 0),
       _fieldChanges(database.prepare(FieldChanges)),
@@ -46,14 +47,27 @@ RecordExport::RecordExport(common::Database& database)
 
 bool RecordExport::track(std::int64_t pid, qorx::Track& record) {
     record.Clear();
-    if (!_tracks.find(pid))
+    if (_tracks.readOnTo(pid)) {
+        fill(pid, record);
+        return true;
+    }
+    return _kept.find(pid, record) || trackOfRows(pid, record);
+}
+
+bool RecordExport::trackOfRows(std::int64_t pid, qorx::Track& record) {
+    record.Clear();
+    if (!_tracks.lookUp(pid))
         return false;
+    fill(pid, record);
+    return true;
+}
+
+void RecordExport::fill(std::int64_t pid, qorx::Track& record) {
     _tracks.fill(record);
     if (_tracks.wasPlayedOrSkipped())
         plays(pid, record);
     if (_hasFieldChanges)
         fieldChanges(pid, record);
-    return true;
 }
 
 void RecordExport::plays(std::int64_t pid, qorx::Track& record) {

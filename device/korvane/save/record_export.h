@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "common/sqlite/database.h"
+#include "device/korvane/save/kept_records.h"
 #include "device/korvane/save/track_rows.h"
 #include "device/korvane/schema.h"
 #include "platform/errors.h"
@@ -28,14 +29,18 @@ public:
     // Fills the record, which is cleared first, with all that travels. False: there is no such
     // entry, or no such deletion.
     bool track(std::int64_t pid, qorx::Track& record);
+    // As track(), whether or not the library keeps its record.
+    bool trackOfRows(std::int64_t pid, qorx::Track& record);
     bool playlist(std::int64_t pid, qorx::Playlist& record);
     bool deletion(EntityKind kind, std::int64_t pid, qorx::Deletion& record);
 
 private:
+    void fill(std::int64_t pid, qorx::Track& record);
     void plays(std::int64_t pid, qorx::Track& record);
     void fieldChanges(std::int64_t pid, qorx::Track& record);
     void items(std::int64_t containerID, qorx::Playlist& record);
 
+    KeptRecords _kept;
     TrackRows _tracks;
     common::Query _plays;
     bool _hasFieldChanges;  // whether any track has one

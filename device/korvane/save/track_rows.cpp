@@ -121,11 +121,7 @@ TrackRows::TrackRows(common::Database& database)
           statement("item i NOT INDEXED", "CROSS JOIN", "i.item_id > ? ORDER BY i.item_id"))),
       _lookUp(database.prepare(statement("item i", "JOIN", "i.item_pid = ?"))) {}
 
-bool TrackRows::find(std::int64_t pid) {
-    return readsOnTo(pid) || lookUp(pid);
-}
-
-bool TrackRows::readsOnTo(std::int64_t pid) {
+bool TrackRows::readOnTo(std::int64_t pid) {
     if (!_readsOn)
         return false;
     _row = &*_onward;

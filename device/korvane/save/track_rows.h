@@ -18,8 +18,12 @@ class TrackRows {
 public:
     explicit TrackRows(common::Database& database);
 
-    // Stands on the track's row. False: there is no such track.
-    bool find(std::int64_t pid);
+    // Each stands on the track's row when it answers true.
+    // False: the track is not the one after the last, or the tracks are not asked for in the order
+    // of the library.
+    bool readOnTo(std::int64_t pid);
+    // False: there is no such track.
+    bool lookUp(std::int64_t pid);
 
     // --- of the row stood on
     // Sets what the five rows of the track hold, in a record that is clear.
@@ -28,9 +32,6 @@ public:
     bool wasPlayedOrSkipped() const;
 
 private:
-    bool readsOnTo(std::int64_t pid);
-    bool lookUp(std::int64_t pid);
-
     common::Query _onward;  // the tracks after one, in their order
     common::Query _lookUp;  // one by its id
     common::Statement* _row = nullptr;

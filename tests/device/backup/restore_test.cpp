@@ -236,7 +236,11 @@ TEST_F(Restore, AHeadThatSpeaksOfANewerVersionIsRefusedBeforeAnythingIsReceived)
 
 TEST_F(Restore, AnOlderLibraryIsBroughtUpToDate) {
     replaceInDatabase(BackupDatabases::Library,
-                      "DROP TRIGGER purchase_gone; DROP TABLE purchase; PRAGMA user_version = 1");
+                      "DROP TRIGGER purchase_gone; DROP TABLE purchase; "
+                      "DROP TRIGGER sync_id_unkept; DROP TRIGGER pending_kenning_checksum_unkept; "
+                      "DROP TRIGGER cloud_artwork_token_unkept; DROP TRIGGER field_change_unkept; "
+                      "DROP INDEX entity_revision_kept; "
+                      "ALTER TABLE entity_revision DROP COLUMN record; PRAGMA user_version = 1");
     ASSERT_EQ(receive(), std::nullopt);
     ASSERT_EQ(orlith::switchToRestored(files), std::nullopt);
     expectRestored();

@@ -66,6 +66,7 @@ TEST_F(LibrarySchema, ADatabaseOfAnOlderVersionIsBroughtUpToDate) {
     EXPECT_EQ(old.int64("PRAGMA user_version"), static_cast<int>(korvane::SchemaVersion::Newest));
     EXPECT_EQ(old.int64("SELECT item_pid FROM item"), 5);
     EXPECT_EQ(old.int64("SELECT count(*) FROM purchase"), 0);
+    EXPECT_EQ(old.int64("SELECT count(*) FROM entity_revision WHERE record IS NULL"), 1);
 }
 
 TEST_F(LibrarySchema, ListsTheBaseLocationsOfTheMediaDirectory) {

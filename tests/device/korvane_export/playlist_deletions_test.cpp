@@ -3,11 +3,13 @@
 
 #include <gmock/gmock.h>
 
+#include "common/sqlite/database.h"
 #include "tests/device/korvane_export/export_fixture.h"
 
 namespace {
 
 using namespace test;
+using common::Database;
 using korvane::lineUpPlaylistDeletions;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -122,7 +124,8 @@ TEST_F(PlaylistDeletions, KeepWhatTheyTellOfTheirPlaylist) {
 }
 
 TEST_F(PlaylistDeletions, ADatabaseThatFailsIsTold) {
-    execute("DROP TABLE entity_revision");
+    Database(files.realPath(korvane::DefaultDatabasePath), {.create = false})
+        .execute("DROP TABLE entity_revision");
     EXPECT_FALSE(lineUpPlaylistDeletions(*library, 0));
 }
 

@@ -10,6 +10,7 @@
 
 #include "common/sqlite/database.h"
 #include "device/korvane/owner_edits.h"
+#include "device/korvane/save/record_keeping.h"
 #include "tests/device/korvane_import/exchange_fixture.h"
 
 namespace {
@@ -289,6 +290,10 @@ private:
         RC_ASSERT(device.number("SELECT count(*) FROM field_change JOIN item USING (item_pid) "
                                 "WHERE changed_ms <= metadata_changed_ms") == 0);
         RC_ASSERT(device.text("SELECT origin FROM change_state").empty());
+        RC_ASSERT(device.library()
+                      .connections()
+                      .reading<std::vector<std::int64_t>>(korvane::tracksWithStaleRecords)
+                      .empty());
     }
 
     std::vector<std::unique_ptr<TestDevice>> _devices;
