@@ -34,6 +34,7 @@ int main(int argc, char** argv) {
             bench::registerFiling(tracks);
             bench::registerExports(tracks);
             bench::registerImportsOfChanges(tracks);
+            bench::registerEdits(tracks);
         }
     if (Sizes[1] <= largest)
         bench::registerRestoreMarking(Sizes[1]);
@@ -41,6 +42,7 @@ int main(int argc, char** argv) {
         bench::registerImportGrowth(Sizes[1], Sizes[2]);
         bench::registerOutstandingGrowth(Sizes[1], Sizes[2]);
         bench::registerExportGrowth(Sizes[0], Sizes[2]);
+        bench::registerEditGrowth(Sizes[0], Sizes[2]);
     }
     benchmark::RunSpecifiedBenchmarks();
     bench::printTable();

@@ -12,10 +12,12 @@ void registerExports(std::int64_t tracks);
 void registerOutstandingLists(std::int64_t tracks);
 void registerGathering(std::int64_t tracks);
 void registerFiling(std::int64_t tracks);
+void registerEdits(std::int64_t tracks);
 void registerMetrics(std::int64_t tracks);
 void registerRestoreMarking(std::int64_t tracks);
 void registerImportGrowth(std::int64_t small, std::int64_t large);
 void registerExportGrowth(std::int64_t small, std::int64_t large);
+void registerEditGrowth(std::int64_t small, std::int64_t large);
 void registerOutstandingGrowth(std::int64_t small, std::int64_t large);
 
 }  // namespace bench

@@ -24,6 +24,10 @@ void deleteDatabaseProperty(common::Database& database, std::string_view key);
 inline constexpr std::string_view SyncGenerationProperty = "KV3SyncGenerationID";
 // Whether a host or another device has ever filled the library with tracks; absent: not seen yet.
 inline constexpr std::string_view WasFilledProperty = "KV3LibraryWasFilled";
+// When every smart playlist was last filled by its rules, seconds since 1970, to the hour; and the
+// revision that all of them follow.
+inline constexpr std::string_view SmartPlaylistsFilledProperty = "KV3SmartPlaylistsFilled";
+inline constexpr std::string_view SmartPlaylistsRevisionProperty = "KV3SmartPlaylistsRevision";
 
 // Keys that say where the sync with the host stands.
 inline constexpr std::string_view SyncAnchorProperty = "KVSyncClientSyncAnchor";

@@ -6,6 +6,7 @@
 #include "common/sqlite/sqlite_error.h"
 #include "device/korvane/library.h"
 #include "device/korvane/smart_fill.h"
+#include "device/korvane/smart_refill.h"
 
 namespace korvane {
 
@@ -40,10 +41,10 @@ OptionalError editTrackAsOwner(Library& library, std::int64_t trackPID, const Ow
     return editAsOwner(library, [&](common::Database& database) -> OptionalError {
         if (database.int64("SELECT count(*) FROM item WHERE item_pid = ?", trackPID) == 0)
             return notFound("there is no such track");
+        SmartRefill playlists(database, trackPID, library.nowMilliseconds() / 1000);
         if (auto error = edit(database))
             return error;
-        // What the edit moves into a smart playlist, or out of one, moves with it.
-        fillSmartPlaylists(database, library.nowMilliseconds() / 1000);
+        playlists.run();
         return std::nullopt;
     });
 }
@@ -54,7 +55,11 @@ OptionalError editPlaylistAsOwner(Library& library, std::int64_t playlistPID,
         if (database.int64("SELECT count(*) FROM container WHERE container_pid = ?", playlistPID) ==
             0)
             return notFound("there is no such playlist");
-        return edit(database);
+        const bool smartOnesAreCurrent = areSmartPlaylistsCurrent(database);
+        auto error = edit(database);
+        if (smartOnesAreCurrent)
+            keepSmartPlaylistsCurrent(database);
+        return error;
     });
 }
 

@@ -7,6 +7,8 @@
 #include <stdexcept>
 
 #include "common/sqlite/database.h"
+#include "device/korvane/database_properties.h"
+#include "device/korvane/library_identity.h"
 #include "device/korvane/schema.h"
 #include "device/korvane/smart_rules.h"
 #include "device/korvane/track_properties.h"
@@ -131,17 +133,10 @@ Value operand(const SmartCondition& condition, std::int64_t now) {
     return moment;
 }
 
-std::vector<std::int64_t> pids(common::Query query) {
-    std::vector<std::int64_t> found;
-    while (query.step())
-        found.push_back(query->int64(0));
-    return found;
-}
-
-}  // namespace
-
-std::vector<std::int64_t> tracksMatchingRules(common::Database& database, const SmartRules& rules,
-                                              std::int64_t now) {
+// `among`: pids as a JSON array; absent for all tracks of the library.
+std::vector<std::int64_t> matchingTracks(common::Database& database, const SmartRules& rules,
+                                         std::int64_t now,
+                                         const std::optional<std::string>& among) {
     std::string where;
     std::vector<Value> values;
     const FieldColumn order = columnOf(rules.order);
@@ -156,15 +151,46 @@ std::vector<std::int64_t> tracksMatchingRules(common::Database& database, const 
             comparison(column.expression, condition.operation, fmt::format("?{}", values.size())) +
             ")";
     }
+    if (where.empty())
+        where = "1";
+    values.push_back(rules.limit == 0 ? std::int64_t{-1} : std::int64_t{rules.limit});
+    const std::size_t limit = values.size();
+    if (among) {
+        values.push_back(*among);
+        where = fmt::format("({}) AND i.item_pid IN (SELECT value FROM json_each(?{}))", where,
+                            values.size());
+    }
     auto query = database.prepare(fmt::format(
         "SELECT i.item_pid FROM {} WHERE {} ORDER BY {} COLLATE NOCASE {}, i.item_id LIMIT ?{}",
-        trackTables(joins, true), where.empty() ? "1" : where, order.expression,
-        rules.isDescending ? "DESC" : "ASC", values.size() + 1));
+        trackTables(joins, !among), where, order.expression, rules.isDescending ? "DESC" : "ASC",
+        limit));
     int index = 0;
     for (const Value& value : values)
         query->bind(++index, value);
-    query->bind(++index, rules.limit == 0 ? std::int64_t{-1} : std::int64_t{rules.limit});
-    return pids(std::move(query));
+    std::vector<std::int64_t> found;
+    while (query.step())
+        found.push_back(query->int64(0));
+    return found;
+}
+
+bool hasHourPassed(common::Database& database, std::int64_t now) {
+    constexpr std::int64_t Hour = 3'600;
+    const std::int64_t filled =
+        databaseProperty(database, SmartPlaylistsFilledProperty).int64Value();
+    return filled > now || now - filled >= Hour;
+}
+
+}  // namespace
+
+std::vector<std::int64_t> tracksMatchingRules(common::Database& database, const SmartRules& rules,
+                                              std::int64_t now) {
+    return matchingTracks(database, rules, now, std::nullopt);
+}
+
+std::vector<std::int64_t> tracksMatchingRulesAmong(const std::vector<std::int64_t>& trackPIDs,
+                                                   common::Database& database,
+                                                   const SmartRules& rules, std::int64_t now) {
+    return matchingTracks(database, rules, now, fmt::format("[{}]", fmt::join(trackPIDs, ",")));
 }
 
 void fillSmartPlaylists(common::Database& database, std::int64_t now) {
@@ -175,6 +201,23 @@ void fillSmartPlaylists(common::Database& database, std::int64_t now) {
         if (const auto rules = decodeSmartRules(playlists->blob(1)))
             replaceEntries(database, playlists->int64(0),
                            tracksMatchingRules(database, *rules, now));
+    if (hasHourPassed(database, now))
+        setDatabaseProperty(database, SmartPlaylistsFilledProperty, now);
+    keepSmartPlaylistsCurrent(database);
+}
+
+bool isFillingDue(common::Database& database, std::int64_t now) {
+    return !areSmartPlaylistsCurrent(database) || hasHourPassed(database, now);
+}
+
+bool areSmartPlaylistsCurrent(common::Database& database) {
+    const Value revision = databaseProperty(database, SmartPlaylistsRevisionProperty);
+    return !revision.isNull() && revision.int64Value() == revisionCounter(database);
+}
+
+void keepSmartPlaylistsCurrent(common::Database& database) {
+    if (!areSmartPlaylistsCurrent(database))
+        setDatabaseProperty(database, SmartPlaylistsRevisionProperty, revisionCounter(database));
 }
 
 void replaceEntries(common::Database& database, std::int64_t containerID,
