@@ -12,7 +12,7 @@ namespace {
 
 constexpr char NothingWanted[] = "assets, nothing wanted";
 constexpr char FilesWanted[] = "assets, every file wanted";
-constexpr int Rounds = 5;
+constexpr int Rounds = 15;
 
 constexpr char Tracks[] =
     "SELECT i.item_pid, s.podcast_guid, s.account_id, s.store_item_id, s.flavor, s.matched_status, "

@@ -8,6 +8,7 @@
 #include "device/korvane/library.h"
 #include "device/korvane/owner_edit.h"
 #include "device/korvane/schema.h"
+#include "device/korvane/smart_refill.h"
 #include "device/korvane/track_deletion.h"
 #include "device/korvane/track_location.h"
 
@@ -93,6 +94,7 @@ OptionalError recordPurchasedFile(Library& library, std::int64_t trackPID,
         if (database.int64("SELECT count(*) FROM item WHERE item_pid = ?", trackPID) == 0)
             return Error(LibraryErrorDomain, LibraryErrorRefused,
                          "The track is no longer in the library.");
+        SmartRefill playlists(database, trackPID, library.nowMilliseconds() / 1000);
         if (!file.title.empty() && isUnfinished(database, trackPID))
             database.execute("UPDATE item_extra SET title = ? WHERE item_pid = ?", file.title,
                              trackPID);
@@ -109,6 +111,7 @@ OptionalError recordPurchasedFile(Library& library, std::int64_t trackPID,
         if (database.int64("SELECT base_location_id FROM item WHERE item_pid = ?", trackPID) == 0)
             return Error(LibraryErrorDomain, LibraryErrorRefused,
                          "The track's file is not where it was put.");
+        playlists.run();
         return std::nullopt;
     });
 }

@@ -72,6 +72,19 @@ TEST_F(Purchases, TheFileIsRecordedUnderPurchases) {
     EXPECT_EQ(text("SELECT title FROM item_extra"), "Song");
 }
 
+TEST_F(Purchases, TheTrackIsInTheSmartPlaylistsOnceItsFileIsThere) {
+    library->populateDynamicContainers(true);
+    const auto newest = [&] {
+        return number(
+            "SELECT ifnull(max(item_pid), 0) FROM container_item JOIN container USING "
+            "(container_id) WHERE name = 'Recently Added'");
+    };
+    const std::int64_t track = make(song()).persistentID;
+    EXPECT_EQ(newest(), 0);
+    EXPECT_EQ(record(track), std::nullopt);
+    EXPECT_EQ(newest(), track);
+}
+
 TEST_F(Purchases, AHostsTrackKeepsItsTitleAndGetsTheOwnersClaim) {
     add({.pid = 12, .syncID = 34, .title = "Host's", .sources = 64});
     execute("UPDATE item_store SET store_item_id = 4711");
