@@ -80,7 +80,7 @@ Cost copyWithInserts(const std::string& library, const std::string& copy) {
     executeBare(target.get(), korvane::firstSchemaTables());
     Cost cost = costOf([&] { executeBare(target.get(), "BEGIN IMMEDIATE"); });
     for (const std::string table : Tables) {
-        const std::vector<std::string> columns = columnsOf(source.get(), table);
+        const std::vector<std::string> columns = columnsOf(target.get(), table);
         std::string names, marks;
         for (const std::string& column : columns) {
             names += (names.empty() ? "" : ", ") + column;
