@@ -74,8 +74,10 @@ public:
         auto* const bytes = static_cast<char*>(_texts.allocate(identifier.size() + name.size(), 1));
         std::ranges::copy(name, std::ranges::copy(identifier, bytes).out);
         return _records.emplace_back(
-            direction, Texts{&_dataclass, bytes, static_cast<std::uint32_t>(identifier.size()),
-                             static_cast<std::uint32_t>(name.size()), prettyName.has_value()});
+            direction,
+            Texts{&_dataclass, bytes, static_cast<std::uint32_t>(identifier.size()),
+                  static_cast<std::uint32_t>(name.size())},
+            prettyName.has_value());
     }
 
 private:
@@ -109,7 +111,7 @@ Asset::Rare& Asset::rare() {
 }
 
 std::optional<std::string_view> Asset::prettyName() const {
-    if (!_texts.hasPrettyName)
+    if (!_hasPrettyName)
         return std::nullopt;
     return std::string_view(_texts.bytes + _texts.identifierSize, _texts.prettyNameSize);
 }

@@ -55,7 +55,6 @@ public:
         const char* bytes = nullptr;
         std::uint32_t identifierSize = 0;
         std::uint32_t prettyNameSize = 0;
-        bool hasPrettyName = false;
     };
 
     // The texts are copied. Any thread.
@@ -63,7 +62,8 @@ public:
                                        std::string_view dataclass,
                                        std::optional<std::string_view> prettyName);
     // For batches, which hold the texts.
-    Asset(Direction direction, const Texts& texts) : _texts(texts), _direction(direction) {}
+    Asset(Direction direction, const Texts& texts, bool hasPrettyName)
+        : _texts(texts), _direction(direction), _hasPrettyName(hasPrettyName) {}
 
     std::string identifier() const override { return {_texts.bytes, _texts.identifierSize}; }
     bool isDownload() const override { return _direction == Direction::Download; }
@@ -104,6 +104,7 @@ private:
 
     Texts _texts;
     Direction _direction;
+    bool _hasPrettyName;
     bool _isRestore = false;
     bool _bypassStore = false;
     const std::string* _assetType = nullptr;                      // one of the few that there are
