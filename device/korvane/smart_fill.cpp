@@ -187,9 +187,9 @@ std::vector<std::int64_t> tracksMatchingRules(common::Database& database, const 
     return matchingTracks(database, rules, now, std::nullopt);
 }
 
-std::vector<std::int64_t> tracksMatchingRulesAmong(const std::vector<std::int64_t>& trackPIDs,
-                                                   common::Database& database,
-                                                   const SmartRules& rules, std::int64_t now) {
+std::vector<std::int64_t> tracksMatchingRulesAmong(common::Database& database,
+                                                   const SmartRules& rules, std::int64_t now,
+                                                   const std::vector<std::int64_t>& trackPIDs) {
     return matchingTracks(database, rules, now, fmt::format("[{}]", fmt::join(trackPIDs, ",")));
 }
 

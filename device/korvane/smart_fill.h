@@ -19,9 +19,9 @@ std::vector<std::int64_t> tracksMatchingRules(common::Database& database, const 
                                               std::int64_t now);
 
 // The same of some tracks alone.
-std::vector<std::int64_t> tracksMatchingRulesAmong(const std::vector<std::int64_t>& trackPIDs,
-                                                   common::Database& database,
-                                                   const SmartRules& rules, std::int64_t now);
+std::vector<std::int64_t> tracksMatchingRulesAmong(common::Database& database,
+                                                   const SmartRules& rules, std::int64_t now,
+                                                   const std::vector<std::int64_t>& trackPIDs);
 
 // Fills every smart playlist. Only entries that differ are written, and none gives a revision.
 // Rules that cannot be read leave their playlist as it is.

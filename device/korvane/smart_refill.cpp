@@ -50,7 +50,7 @@ void SmartRefill::run() {
 void SmartRefill::refill(const Playlist& playlist) {
     const auto& [containerID, rules] = playlist;
     const bool held = _held.contains(containerID);
-    const bool belongs = !tracksMatchingRulesAmong({_trackPID}, _database, rules, _now).empty();
+    const bool belongs = !tracksMatchingRulesAmong(_database, rules, _now, {_trackPID}).empty();
     if (!held && !belongs)
         return;
     if (held && belongs && keepsItsPlace(playlist))
@@ -67,7 +67,7 @@ void SmartRefill::refill(const Playlist& playlist) {
     if (candidates.size() > LongestAskedByEntry)
         return replaceEntries(_database, containerID, tracksMatchingRules(_database, rules, _now));
     const bool mayHaveBeenFull = held && rules.limit != 0 && candidates.size() >= rules.limit;
-    auto entries = tracksMatchingRulesAmong(candidates, _database, rules, _now);
+    auto entries = tracksMatchingRulesAmong(_database, rules, _now, candidates);
     // The place that the track left, or the last one that it has now, may be another's.
     if (mayHaveBeenFull && (entries.size() < rules.limit || entries.back() == _trackPID))
         entries = tracksMatchingRules(_database, rules, _now);
@@ -96,7 +96,7 @@ bool SmartRefill::keepsItsPlace(const Playlist& playlist) {
             asTheyStand.push_back(pid);
     SmartRules withoutLimit = playlist.rules;
     withoutLimit.limit = 0;
-    return tracksMatchingRulesAmong(asTheyStand, _database, withoutLimit, _now) == asTheyStand;
+    return tracksMatchingRulesAmong(_database, withoutLimit, _now, asTheyStand) == asTheyStand;
 }
 
 }  // namespace korvane
