@@ -25,9 +25,9 @@ inline constexpr std::string_view SyncGenerationProperty = "KV3SyncGenerationID"
 // Whether a host or another device has ever filled the library with tracks; absent: not seen yet.
 inline constexpr std::string_view WasFilledProperty = "KV3LibraryWasFilled";
 // When every smart playlist was last filled by its rules, seconds since 1970, to the hour; and the
-// revision that all of them follow.
+// revision and number of tracks that all of them follow, as text.
 inline constexpr std::string_view SmartPlaylistsFilledProperty = "KV3SmartPlaylistsFilled";
-inline constexpr std::string_view SmartPlaylistsRevisionProperty = "KV3SmartPlaylistsRevision";
+inline constexpr std::string_view SmartPlaylistsStateProperty = "KV3SmartPlaylistsState";
 
 // Keys that say where the sync with the host stands.
 inline constexpr std::string_view SyncAnchorProperty = "KVSyncClientSyncAnchor";

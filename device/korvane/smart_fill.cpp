@@ -173,6 +173,12 @@ std::vector<std::int64_t> matchingTracks(common::Database& database, const Smart
     return found;
 }
 
+// Differs after every change of a track: a deletion that nobody is told of gives no revision.
+std::string stateOfTracks(common::Database& database) {
+    return fmt::format("{} {}", revisionCounter(database),
+                       database.int64("SELECT items FROM row_count"));
+}
+
 bool hasHourPassed(common::Database& database, std::int64_t now) {
     constexpr std::int64_t Hour = 3'600;
     const std::int64_t filled =
@@ -211,13 +217,13 @@ bool isFillingDue(common::Database& database, std::int64_t now) {
 }
 
 bool areSmartPlaylistsCurrent(common::Database& database) {
-    const Value revision = databaseProperty(database, SmartPlaylistsRevisionProperty);
-    return !revision.isNull() && revision.int64Value() == revisionCounter(database);
+    const Value followed = databaseProperty(database, SmartPlaylistsStateProperty);
+    return followed.string() && *followed.string() == stateOfTracks(database);
 }
 
 void keepSmartPlaylistsCurrent(common::Database& database) {
     if (!areSmartPlaylistsCurrent(database))
-        setDatabaseProperty(database, SmartPlaylistsRevisionProperty, revisionCounter(database));
+        setDatabaseProperty(database, SmartPlaylistsStateProperty, stateOfTracks(database));
 }
 
 void replaceEntries(common::Database& database, std::int64_t containerID,

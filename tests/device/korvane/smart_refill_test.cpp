@@ -161,4 +161,17 @@ TEST_F(SmartRefillTest, AfterAnotherChangeAllAreFilled) {
     EXPECT_THAT(entries(all), ElementsAre(1, 2));
 }
 
+TEST_F(SmartRefillTest, AfterADeletionThatNobodyIsToldOfAllAreFilled) {
+    for (const std::int64_t track : {1, 2, 3})
+        add({.pid = track});
+    const auto two = make("all", "2 by play-count");
+    EXPECT_FALSE(recordPlay(*library, 1));
+    EXPECT_THAT(entries(two), ElementsAre(1, 2));
+    const std::int64_t revision = library->currentRevision();
+    execute("DELETE FROM item WHERE item_pid = 2");
+    ASSERT_EQ(library->currentRevision(), revision);
+    EXPECT_FALSE(recordPlay(*library, 1));
+    EXPECT_THAT(entries(two), ElementsAre(1, 3));
+}
+
 }  // namespace
